@@ -1,0 +1,106 @@
+// The decoded payload of one reply or event packet. Each decoder takes the
+// payload (the bytes after the 11-byte header) and reads its fields in
+// protocol order with a 1-based cursor, then either fills the request
+// properties below, fills requestVar / requestFrame, or pushes the decoded
+// objects into the debug model. The event decoders turn composite event
+// packets into model changes and host events; readTaggedValue is the one
+// place where debuggee values become text.
+//
+// No decoder reads outside its payload: bytes past the end count as missing,
+// and wire counts never size an allocation beyond what the payload can hold.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "jdwpkrvdbg/protocol/JDWPStructs.h"
+
+namespace jdwpkrvdbg {
+
+class JDWPMessage;
+class JXThreadList;
+
+class JDWPMessageData {
+public:
+    using MsgRef = std::shared_ptr<JDWPMessage>;
+
+    // Request context set by the builders and results set by the decoders.
+    double RequestClassTypeTag = 0;
+    double RequestClassStatus = 0;
+    double RequestClassID = 0;
+    double RequestMethodID = 0;
+    double RequestEventID = 0;
+    double RequestThreadGroupID = 0;
+    double RequestObjectID = 0;
+    double RequestFrameCount = 0;
+    double RequestThreadID = 0;
+    double RequestFrameID = 0;
+    std::string RequestUTF8String;
+    std::shared_ptr<JXThreadList> RequestThreads;
+    double RequestThreadState = 0;
+    double RequestThreadSuspended = 0;
+    std::string RequestThreadName;
+    std::string RequestThreadGroupName;
+    EVENT_KIND myEventKind = static_cast<EVENT_KIND>(0);
+
+    const std::vector<JDWPJVarValue>& requestVar() const { return requestVar_; }
+    const std::vector<JDWPJFrame>& requestFrame() const { return requestFrame_; }
+
+    // Reply decoders.
+    bool processIDSizes(const std::string& s);
+    bool processVersion(const std::string& s);
+    bool processReferenceType(const std::string& s);
+    bool processSuperClass(const std::string& s);
+    bool processGetThis(const std::string& s);
+    bool processFrameCount(const std::string& s);
+    bool processThreadGroup(const std::string& s);
+    bool processThreadState(const std::string& s);
+    bool processThreadName(const std::string& s);
+    bool processThreadGroupName(const std::string& s);
+    bool processGetSignature(const std::string& s);
+    bool processUTF8String(const std::string& s);
+    bool processEventRequest(const std::string& s);
+    bool processGetClassIDBySignatureMessage(const std::string& s);
+    bool processFields(const std::string& s, const MsgRef& refOwner);
+    bool processMethods(const std::string& s, const MsgRef& refOwner);
+    bool processLineTable(const std::string& s, const MsgRef& refOwner);
+    bool processVariableTable(const std::string& s, const MsgRef& refOwner);
+    bool processFrameList(const std::string& s);
+    bool processAllThreads(const std::string& s);
+    bool processAllClasses(const std::string& s);
+    bool processGetValue(const std::string& s, const MsgRef& refOwner);
+    bool processGetField(const std::string& s, const MsgRef& refOwner);
+    bool processGetStaticField(const std::string& s, const MsgRef& refOwner);
+    bool processInvokeMethod(const std::string& s);
+    bool processInvokeStaticMethod(const std::string& s);
+
+    // Event decoders.
+    bool processEventCommand(const std::string& s);
+    int64_t processBreakpointOrStep(const std::string& s, int64_t& pos, JDWPSuspendPolicy suspendPolicy,
+                                    bool& bAutoResume, EVENT_KIND eventKind);
+    int32_t processThreadStart(const std::string& s, int64_t& pos);
+    int32_t processThreadDeath(const std::string& s, int64_t& pos);
+    int64_t processEventCommandPrePare(const std::string& s, int64_t& pos);
+    bool processEventCommandVMStart(const std::string& s, int64_t& pos);
+
+    // Reads one tagged value at the 1-based cursor `pos` (advanced past it).
+    // Returns the new cursor minus 1; an unknown tag sets the cursor to 0.
+    int64_t readTaggedValue(const std::string& s, int64_t& pos, JDWPJVarValue& value);
+
+    // The classes of the last AllClasses reply, in reply order.
+    const std::vector<JDWPJClass>& allClasses() const { return allClasses_; }
+
+private:
+    bool processValueList(const std::string& s);
+    bool processInvocationResult(const std::string& s);
+
+    std::vector<JDWPJVarValue> requestVar_;
+    std::vector<JDWPJFrame> requestFrame_;
+    std::vector<JDWPJClass> allClasses_;
+    double myEventRequestID_ = 0;
+    double myEventThreadID_ = 0;
+};
+
+} // namespace jdwpkrvdbg

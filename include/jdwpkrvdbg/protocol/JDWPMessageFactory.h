@@ -1,0 +1,74 @@
+// Makes every command that the component sends to the VM. Each builder
+// returns a new JDWPMessage with a fresh packet id (the current handler's
+// myMaxSendID + 1, stored back), its command set and command, and the encoded
+// payload; some also record request context in the message's data container
+// for the reply decoders. Nothing is sent here. The factory also encodes
+// event-request modifiers and caches the default class-exclusion filter.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "jdwpkrvdbg/protocol/JDWPStructs.h"
+
+namespace jdwpkrvdbg {
+
+class JDWPMessage;
+
+class JDWPMessageFactory {
+public:
+    using Msg = std::shared_ptr<JDWPMessage>;
+
+    Msg createClassRedefineMessage(double refClassID, const std::string& ClassBytes);
+    Msg createGetSuperClassMessage(double refClassID);
+    Msg createGetClassIDBySignatureMessage(const std::string& Signature);
+    Msg createGetSignatureMessage(double refClassID);
+    Msg createGetVersionMessage();
+    Msg createDisposeMessage();
+    Msg createGetIDSizesMessage();
+    Msg createGetClassesWithGenericsMessage();
+    JDWPDefaultFilter getExcludeModifier();
+    JDWPDefaultFilter getModifier(const std::vector<JDWPModifier>& Modifier, int32_t ModifierCount);
+    Msg createGetEventRequestMessageII(EVENT_KIND MsgKind, JDWPSuspendPolicy Suspend,
+                                       const std::vector<JDWPModifier>& Modifier, int32_t ModifierCount);
+    Msg createGetEventRequestMessage(EVENT_KIND MsgKind, JDWPSuspendPolicy Suspend,
+                                     const std::vector<JDWPModifier>& Modifier, int32_t ModifierCount,
+                                     const JDWPDefaultFilter& DefaultModifier);
+    Msg createClearEventRequestMessage(EVENT_KIND MsgKind, double RequestID);
+    Msg createGetThisMessage(double threadID, double FrameID);
+    Msg createPopFrameMessage(double threadID, double FrameID);
+    Msg createGetFieldValueMessage(double ObjectID, double FieldID);
+    Msg createGetStaticFieldValueMessage(double ClassID, double FieldID);
+    Msg createResumeMessage();
+    Msg createSuspendMessage();
+    Msg createExitMessage();
+    Msg createGetClassesMessage();
+    Msg createGetThreadState(double threadID);
+    Msg createGetThreadGroup(double threadID);
+    Msg createGetThreadGroupName(double threadGroupID);
+    Msg createGetParentThreadGroup(double threadGroupID);
+    Msg createGetThreadsMessage();
+    Msg createGetFieldsMessage(double refClassID);
+    Msg createGetMethodsMessage(double refClassID);
+    Msg createHoldEventsMessage();
+    Msg createReleaseEventsMessage();
+    Msg createGetVariableTableMessage(double refClassID, double RefMethodID);
+    Msg createGetThreadNameMessage(double threadID);
+    Msg createGetLineTableMessage(double refClassID, double RefMethodID);
+    Msg createGetValue(double threadID, double FrameID, double Slot, const std::string& SlotType);
+    Msg createInvokeMethodMessage(double ObjectID, double threadID, double ClassID, double MethodID);
+    Msg createInvokeStaticMethodMessage(double ClassID, double threadID, double MethodID);
+    Msg createGetReferenceTypeMessage(double ObjectID);
+    Msg createGetUTF8StringMessage(double ObjectID);
+    Msg createGetFrameMessage(double threadID, double StartFrame, double FrameLength);
+    Msg createGetFrameCountMessage(double threadID);
+    // Intended: set 6 command 1 with a thread and a frame id; published, unused.
+    Msg createGetValueBySlotMessage(double threadID, double FrameID);
+
+private:
+    JDWPDefaultFilter myDefaultFilter_;
+};
+
+} // namespace jdwpkrvdbg

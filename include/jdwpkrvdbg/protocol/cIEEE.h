@@ -1,0 +1,23 @@
+// Conversion of the raw bytes of a JDWP float (4 bytes) or double (8 bytes)
+// into a number, computed arithmetically from the sign, exponent and fraction
+// fields rather than by reinterpreting memory. Its treatment of special
+// values (negative zero, subnormals, infinities, NaN) is part of the design.
+#pragma once
+
+#include <string>
+
+namespace jdwpkrvdbg {
+
+class cIEEE {
+public:
+    // 4 bytes; the caller narrows the result to single precision.
+    double Ieee32stov(const std::string& bytes, bool bigEndian) const;
+    double Ieee64stov(const std::string& bytes, bool bigEndian) const;
+    std::string Ieee32swab(const std::string& bytes) const;
+    std::string Ieee64swab(const std::string& bytes) const;
+    // The significand 1 + fraction / 2^23 (2^52) from upper-case hex text.
+    double Ieee32htof(const std::string& hex) const;
+    double Ieee64htof(const std::string& hex) const;
+};
+
+} // namespace jdwpkrvdbg

@@ -1,0 +1,130 @@
+// The session's connection object. It starts the debuggee's VM (or attaches
+// to one that listens), waits for the transport, performs the handshake and
+// the opening sequence, reacts to the transport's events, sends commands
+// asynchronously or synchronously and matches replies to them, frames and
+// dispatches incoming packets, renders objects by calling their string
+// methods in the VM, and finds and raises the debuggee's window.
+//
+// Create handlers with JDWPHandler::create(), which makes the new handler
+// the process-wide current one.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "jdwpkrvdbg/session/JDWPCon.h"
+#include "jdwpkrvdbg/session/PacketHistory.h"
+
+namespace jdwpkrvdbg {
+
+class JDWPFunctions;
+class JDWPMessage;
+class JDWPMessageFactory;
+class JXMachine;
+class JXThreadList;
+
+class JDWPHandler : public JDWPConEvents, public std::enable_shared_from_this<JDWPHandler> {
+public:
+    using Msg = std::shared_ptr<JDWPMessage>;
+    using TransportFactory = std::function<std::shared_ptr<JDWPCon>()>;
+
+    // Creates a handler and makes it the current one.
+    static std::shared_ptr<JDWPHandler> create();
+    ~JDWPHandler() override;
+    JDWPHandler(const JDWPHandler&) = delete;
+    JDWPHandler& operator=(const JDWPHandler&) = delete;
+
+    // Created on first use.
+    std::shared_ptr<JDWPMessageFactory> myFactory();
+    std::shared_ptr<JXMachine> myJVM();
+    // The session object if one was created (never creates one).
+    std::shared_ptr<JXMachine> peekJVM() const { return myJVM_; }
+
+    double myMaxSendID = 0;
+    // Framing of outgoing packets: true = socket (standard JDWP), false =
+    // shared memory. Set by the host to the bUseRemote it passes to startVM;
+    // the component never assigns it.
+    bool bRemoteConnection = true;
+
+    // --- launch and connection ---
+    bool startVM(const std::string& JVMPath, const std::string& JVMParam, const std::string& SharedName,
+                 bool bConsole, bool bUsePipe, int32_t timeout = 0, const std::string& Host = std::string(),
+                 const std::string& Port = std::string(), bool bUseRemote = false);
+    void connectTransport();
+    void sendInitMessages();
+    bool isConnected();
+    void Disconnect();
+    void exitVM();
+    void disposeVM();
+    void exitProcess();
+    int32_t getProcessHandle();
+    int32_t getProcessID();
+    int32_t ProcessIDTohWnd(int32_t RefProcessID);
+    bool ActivateWindow(int32_t RefHWnd);
+    void BringToTop();
+    void printStream(const std::string& pre, const std::string& val);
+
+    // --- request/reply exchange ---
+    bool sendAsync(const Msg& C);
+    Msg sendSync(const Msg& RefMsg, int32_t WaitMSec = 0);
+    bool sendString(const std::string& s);
+    Msg getMessage(double id);
+    void removeMessage(double id);
+    std::shared_ptr<JDWPFunctions> getSyncFunctionByMsg(const Msg& RefMsg);
+    void processSocketData();
+
+    // --- threads and object rendering ---
+    std::shared_ptr<JXThreadList> getAllThreads();
+    std::string ObjectToStringWithMethod(double RequestObjectID, bool ClassNameOnly, const std::string& ToStringDesc);
+    std::string ObjectToString(double RequestObjectID, bool ClassNameOnly);
+
+    // --- transport ---
+    // Replaces how startVM creates the transport (tests use a scripted one).
+    void setTransportFactory(TransportFactory factory) { transportFactory_ = std::move(factory); }
+    std::shared_ptr<JDWPCon> transport() const { return JDWPCon_; }
+
+    // --- tracing ---
+    PacketHistory& history() { return history_; }
+    // Number of sent commands still waiting for a reply, and of synchronous
+    // calls in progress.
+    size_t pendingSentCount() const { return mySentMessages_.size(); }
+    size_t pendingSyncCount() const { return mySyncFunctions_.size(); }
+
+    // --- transport events ---
+    void connected() override;
+    void disconnected() override;
+    void pipestream(const std::string& text) override;
+    void processevent() override;
+    void receive(const std::string& data) override;
+    void terminated() override;
+
+private:
+    JDWPHandler();
+    void framingStep();
+
+    std::shared_ptr<JDWPMessageFactory> myFactory_;
+    std::shared_ptr<JXMachine> myJVM_;
+    std::shared_ptr<JDWPCon> JDWPCon_;
+    TransportFactory transportFactory_;
+
+    bool bDisconnecting = false;
+    bool bStartedProcess = false;
+    bool bSocketMode = false;
+    bool bHandshakeDone = false;
+    std::string mySharedName;
+
+    std::map<std::string, Msg> mySentMessages_;
+    std::map<std::string, std::shared_ptr<JDWPFunctions>> mySyncFunctions_;
+    std::string myReceiveBuffer;
+    std::deque<Msg> myReceivedQueue;
+    bool bParsing = false;
+    bool bDispatching = false;
+
+    PacketHistory history_;
+};
+
+} // namespace jdwpkrvdbg

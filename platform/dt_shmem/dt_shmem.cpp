@@ -1,0 +1,1 @@
+// The VM side of the shared-memory transport (stub).
