@@ -1,35 +1,303 @@
-// JXMachine: state, host events, whole-VM commands, session-start requests (stub).
+// JXMachine: the session object's own state, its creation and tear-down, the
+// VM state machine, the host events and their argument rules, the whole-VM
+// commands and the event requests registered when a session starts.
 #include "jdwpkrvdbg/model/JXMachine.h"
+
+#include <cmath>
+#include <cstdlib>
+
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMethod.h"
 #include "jdwpkrvdbg/model/JXThreadList.h"
+#include "jdwpkrvdbg/platform/Clock.h"
+#include "jdwpkrvdbg/protocol/JDWPMessage.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageData.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
+#include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
-JXMachine::JXMachine() {}
-JXMachine::~JXMachine() {}
-void JXMachine::cleanup() {}
-void JXMachine::disconnectJVM() {}
-bool JXMachine::exitVM() { return {}; }
-bool JXMachine::isInvokeInProcess() const { return {}; }
-void JXMachine::MsgBoxW(const std::string& Prompt, int32_t Buttons, const std::string& Title) {}
-void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::string& ClassName, double ClassID, double MethodID, double LineNr, double Offset) {}
-void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::string& ClassName, double ClassID, double MethodID, double LineNr, double Offset) {}
-void JXMachine::GoVMStateChange(VMState NewState, double newThreadID) {}
-void JXMachine::GoOpenConnection() {}
-void JXMachine::GoCloseConnection() {}
-void JXMachine::printDebug(const std::string& s) {}
-void JXMachine::printConsole(const std::string& s) {}
-void JXMachine::GoException(const std::string& s) {}
-void JXMachine::GoSilentBreak(double threadID, double ClassID, double MethodID) {}
-void JXMachine::ResumeVM(bool unregisterLastStep) {}
-bool JXMachine::SuspendVM() { return {}; }
-void JXMachine::HoldEvents(int16_t ErrCount) {}
-void JXMachine::ReleaseEvents(int16_t ErrCount) {}
-bool JXMachine::registerPrepareClass() { return {}; }
-bool JXMachine::registerException() { return {}; }
-bool JXMachine::registerExceptionExpilcit(const std::shared_ptr<JXClass>& refClass) { return {}; }
-bool JXMachine::registerDebugClass(const std::shared_ptr<JXClass>& refClass) { return {}; }
-bool JXMachine::registerThreadStartAndThreadEnd() { return {}; }
-void JXMachine::holdOrRelease(bool hold, int16_t ErrCount) {}
+
+namespace {
+
+// Round to nearest, ties to even, into a 32-bit integer.
+int32_t roundHalfEven(double value)
+{
+    double r = std::nearbyint(value); // default rounding mode: to nearest even
+    if (r > 2147483647.0)
+        return 2147483647;
+    if (r < -2147483648.0)
+        return static_cast<int32_t>(-2147483647 - 1);
+    return static_cast<int32_t>(r);
+}
+
+} // namespace
+
+JXMachine::JXMachine()
+{
+    // "Form" has no ".*" on purpose; keep it so.
+    myExcludeClassNames = {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"};
+}
+
+JXMachine::~JXMachine()
+{
+    // Tear the connection down only through a handler that still exists; a
+    // session destroyed together with its handler must not create a new one.
+    if (auto handler = peekCurrentHandler()) {
+        if (handler->peekJVM().get() == this || !handler->peekJVM())
+            disconnectJVM();
+    }
+}
+
+void JXMachine::cleanup()
+{
+    myClasses = std::make_unique<cHive<std::shared_ptr<JXClass>>>();
+    myObjectClasses = std::make_unique<cHive<double>>();
+    myLastStepEvent.reset();
+    mySessionArray.clear();
+    myLastCleanupStamp = static_cast<int32_t>(GetTickCount());
+}
+
+void JXMachine::disconnectJVM()
+{
+    auto handler = peekCurrentHandler();
+    if (!handler)
+        return;
+    handler->exitProcess();
+    handler->Disconnect();
+}
+
+bool JXMachine::exitVM()
+{
+    if (auto handler = peekCurrentHandler())
+        handler->Disconnect();
+    return false; // always False by design
+}
+
+bool JXMachine::isInvokeInProcess() const
+{
+    if (myInvokeInProcessMsg == 0)
+        return false;
+    const int32_t now = static_cast<int32_t>(GetTickCount());
+    return std::llabs(static_cast<long long>(now) - static_cast<long long>(myInvokeInProcessMsg)) < 2000;
+}
+
+// ---------------------------------------------------------------------------
+// Host events
+
+void JXMachine::MsgBoxW(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+{
+    if (auto events = myEvents_)
+        events->Message(Prompt, Buttons, Title);
+}
+
+void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
+                             double MethodID, double LineNr, double Offset)
+{
+    if (myThreadList) {
+        myThreadList->unRegisterSuspend();
+        myThreadList.reset();
+    }
+    int32_t offset = 0;
+    if (auto bp = getBreakPointByID(BreakpointID)) {
+        if (bp->StopPoint)
+            offset = roundHalfEven(Offset);
+    }
+    myCurrentClassID = ClassID;
+    myCurrentMethodID = MethodID;
+    myCurrentLine = LineNr;
+    if (auto events = myEvents_)
+        events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), offset);
+}
+
+void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
+                             double MethodID, double LineNr, double Offset)
+{
+    myCurrentClassID = ClassID;
+    myCurrentMethodID = MethodID;
+    myCurrentLine = LineNr;
+    unregisterLastStepEvent();
+    if (auto events = myEvents_)
+        events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), 0);
+}
+
+void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
+{
+    if (myMuteStateEvents)
+        return;
+    if (NewState == myState)
+        return;
+    myState = NewState;
+    if (newThreadID != -1 && newThreadID != 0) {
+        myCurrentThreadID = newThreadID;
+        myStateStamp = static_cast<int32_t>(GetTickCount());
+        if (NewState == VMSuspend)
+            myFrameValid = false;
+    }
+    if (auto events = myEvents_)
+        events->VMStateChanged(myState);
+}
+
+void JXMachine::GoOpenConnection()
+{
+    if (auto events = myEvents_)
+        events->OpenConnection();
+}
+
+void JXMachine::GoCloseConnection()
+{
+    if (auto events = myEvents_)
+        events->CloseConnection();
+}
+
+void JXMachine::printDebug(const std::string& s)
+{
+    if (auto events = myEvents_)
+        events->DebugMessage(s);
+}
+
+void JXMachine::printConsole(const std::string& s)
+{
+    if (auto events = myEvents_)
+        events->ConsoleMessage(s);
+}
+
+void JXMachine::GoException(const std::string& s)
+{
+    if (auto events = myEvents_)
+        events->Exception(s);
+}
+
+void JXMachine::GoSilentBreak(double threadID, double ClassID, double MethodID)
+{
+    myCurrentThreadID = threadID;
+    myCurrentClassID = ClassID;
+    myCurrentMethodID = MethodID;
+    refreshFrameID();
+}
+
+// ---------------------------------------------------------------------------
+// Whole-VM commands
+
+void JXMachine::ResumeVM(bool unregisterLastStep)
+{
+    if (myEvaluating)
+        return;
+    if (unregisterLastStep)
+        unregisterLastStepEvent();
+    auto handler = getCurrentHandler();
+    // The packet layer reports VMRunning when the Resume reply passes.
+    handler->sendAsync(handler->myFactory()->createResumeMessage());
+}
+
+bool JXMachine::SuspendVM()
+{
+    auto handler = getCurrentHandler();
+    handler->sendAsync(handler->myFactory()->createSuspendMessage());
+    return false; // always False by design
+}
+
+void JXMachine::holdOrRelease(bool hold, int16_t ErrCount)
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    auto reply = handler->sendSync(hold ? factory->createHoldEventsMessage() : factory->createReleaseEventsMessage(),
+                                   4000);
+    // At most 12 attempts; a missing reply is not retried.
+    if (reply && reply->myErrorCode != 0 && ErrCount < 11) {
+        Sleep(1);
+        holdOrRelease(hold, static_cast<int16_t>(ErrCount + 1));
+    }
+}
+
+void JXMachine::HoldEvents(int16_t ErrCount)
+{
+    holdOrRelease(true, ErrCount);
+}
+
+void JXMachine::ReleaseEvents(int16_t ErrCount)
+{
+    holdOrRelease(false, ErrCount);
+}
+
+// ---------------------------------------------------------------------------
+// Session-start requests
+
+bool JXMachine::registerPrepareClass()
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    const auto excludes = getExcludeModifier();
+    handler->sendAsync(factory->createGetEventRequestMessageII(EK_CLASS_PREPARE, JDWPSuspendPolicy::SS_All, excludes,
+                                                               getUBoundMod(excludes) + 1));
+    JDWPModifier debugClass;
+    debugClass.Kind = MK_ClassMatch;
+    debugClass.RefString = "VB.Debug";
+    const std::vector<JDWPModifier> debugOnly{debugClass};
+    handler->sendAsync(factory->createGetEventRequestMessageII(EK_CLASS_PREPARE, JDWPSuspendPolicy::SS_All, debugOnly,
+                                                               getUBoundMod(debugOnly) + 1));
+    return false;
+}
+
+bool JXMachine::registerException()
+{
+    auto handler = getCurrentHandler();
+    // Kind 30 here although the user classes' requests use kind 4; intended.
+    const auto excludes = getExcludeModifier();
+    handler->sendAsync(handler->myFactory()->createGetEventRequestMessageII(
+        EK_EXCEPTION_CATCH, JDWPSuspendPolicy::SS_All, excludes, getUBoundMod(excludes) + 1));
+    return false;
+}
+
+bool JXMachine::registerExceptionExpilcit(const std::shared_ptr<JXClass>& refClass)
+{
+    if (!refClass)
+        return false;
+    auto handler = getCurrentHandler();
+    // JDWP class patterns are dotted: pkg.Name.
+    std::string dotted = refClass->ClassName();
+    for (auto& c : dotted)
+        if (c == '/')
+            c = '.';
+    JDWPModifier match;
+    match.Kind = MK_ClassMatch;
+    match.RefString = dotted;
+    const std::vector<JDWPModifier> modifiers{match};
+    handler->sendAsync(handler->myFactory()->createGetEventRequestMessageII(EK_EXCEPTION, JDWPSuspendPolicy::SS_All,
+                                                                           modifiers, getUBoundMod(modifiers) + 1));
+    return false;
+}
+
+bool JXMachine::registerDebugClass(const std::shared_ptr<JXClass>& refClass)
+{
+    if (!refClass)
+        return false;
+    auto method = refClass->JMethod("Print(Ljava/lang/String;)V");
+    if (!method)
+        return false;
+    JDWPModifier location;
+    location.Kind = MK_LocationOnly;
+    location.RefLocation.ClassTypeTag = TT_CLASS;
+    location.RefLocation.ClassID = refClass->ClassID;
+    location.RefLocation.MethodID = method->MethodID;
+    location.RefLocation.Index = 0;
+    const std::vector<JDWPModifier> modifiers{location};
+    auto handler = getCurrentHandler();
+    auto reply = handler->sendSync(handler->myFactory()->createGetEventRequestMessageII(
+                                       EK_BREAKPOINT, JDWPSuspendPolicy::SS_All, modifiers, getUBoundMod(modifiers) + 1),
+                                   4000);
+    return reply && reply->myErrorCode == 0;
+}
+
+bool JXMachine::registerThreadStartAndThreadEnd()
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    const std::vector<JDWPModifier> none;
+    handler->sendAsync(factory->createGetEventRequestMessageII(EK_THREAD_START, JDWPSuspendPolicy::SS_NONE, none, 0));
+    handler->sendAsync(factory->createGetEventRequestMessageII(EK_THREAD_DEATH, JDWPSuspendPolicy::SS_NONE, none, 0));
+    return false;
+}
+
 } // namespace jdwpkrvdbg

@@ -1,8 +1,42 @@
-// JDWPFunctions (stub).
+// One pending synchronous call: sends its command and pumps the host's
+// events until the dispatcher has decoded the packet with the same id, the
+// wait runs out, or the connection drops.
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
 
+#include "jdwpkrvdbg/platform/Clock.h"
+#include "jdwpkrvdbg/platform/MessagePump.h"
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
+#include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
-std::shared_ptr<JDWPMessage> JDWPFunctions::send(const std::shared_ptr<JDWPMessage>&, int32_t) { return nullptr; }
+
+std::shared_ptr<JDWPMessage> JDWPFunctions::send(const std::shared_ptr<JDWPMessage>& RefMsg, int32_t WaitMSec)
+{
+    const uint32_t start = GetTickCount();
+    LastFunctionInProcess = true;
+    LastFunctionSend = RefMsg;
+    auto handler = getCurrentHandler();
+    if (handler->sendAsync(RefMsg)) {
+        auto& pump = MessagePump::instance();
+        bool timedOut = false;
+        while (!LastFunctionReturnConfirmed && !timedOut) {
+            // Waits on the transport for at most 1 ms, so the reply is
+            // decoded as soon as its bytes arrive.
+            pump.pumpOnce(1);
+            timedOut = static_cast<int64_t>(static_cast<uint32_t>(GetTickCount() - start)) > WaitMSec;
+            // Nothing can answer once the connection is gone.
+            if (!LastFunctionReturnConfirmed && !handler->isConnected())
+                break;
+        }
+    }
+    std::shared_ptr<JDWPMessage> result = LastFunctionReceive;
+    LastFunctionInProcess = false;
+    LastFunctionReturnConfirmed = false;
+    LastFunctionReturnValue = false;
+    LastFunctionSend.reset();
+    LastFunctionReceive.reset();
+    return result;
+}
+
 } // namespace jdwpkrvdbg

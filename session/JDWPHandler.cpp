@@ -1,64 +1,544 @@
-// JDWPHandler (stub).
+// The session's connection object: launching or attaching to the VM, the
+// connect loop, the handshake and opening sequence, the reactions to the
+// transport's events, shutdown, the request/reply exchange with its framing
+// and dispatch, thread listing and the rendering of objects as text.
 #include "jdwpkrvdbg/session/JDWPHandler.h"
 
+#include <cstdlib>
+#include <exception>
+
+#include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMachine.h"
+#include "jdwpkrvdbg/model/JXMethod.h"
 #include "jdwpkrvdbg/model/JXThreadList.h"
+#include "jdwpkrvdbg/platform/Clock.h"
+#include "jdwpkrvdbg/platform/MessagePump.h"
+#include "jdwpkrvdbg/protocol/ByteStrings.h"
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
+#include "jdwpkrvdbg/session/TransportFactory.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
+
+namespace {
+
+constexpr const char* kHandshake = "JDWP-Handshake";
+constexpr size_t kHandshakeLength = 14;
+// A VM that accepted the connection but never answers the handshake is
+// given up after this long, so the session ends instead of hanging.
+constexpr uint32_t kHandshakeTimeoutMs = 4000;
+
+std::string replaceAll(std::string text, const std::string& what, const std::string& with)
+{
+    if (what.empty())
+        return text;
+    size_t at = 0;
+    while ((at = text.find(what, at)) != std::string::npos) {
+        text.replace(at, what.size(), with);
+        at += with.size();
+    }
+    return text;
+}
+
+int32_t portNumber(const std::string& port)
+{
+    char* end = nullptr;
+    long value = std::strtol(port.c_str(), &end, 10);
+    if (end == port.c_str() || value < 0 || value > 65535)
+        return 0;
+    return static_cast<int32_t>(value);
+}
+
+int64_t ticksSince(uint32_t start)
+{
+    return static_cast<int64_t>(static_cast<uint32_t>(GetTickCount() - start));
+}
+
+} // namespace
+
 std::shared_ptr<JDWPHandler> JDWPHandler::create()
 {
-    std::shared_ptr<JDWPHandler> h(new JDWPHandler());
-    setCurrentHandler(h);
-    return h;
+    std::shared_ptr<JDWPHandler> handler(new JDWPHandler());
+    setCurrentHandler(handler);
+    // The default names of the user's program classes until the host sets
+    // its own.
+    handler->myJVM()->setTargetClassName({"Module1", "Class1"});
+    return handler;
 }
-JDWPHandler::JDWPHandler() {}
-JDWPHandler::~JDWPHandler() {}
+
+JDWPHandler::JDWPHandler() = default;
+
+JDWPHandler::~JDWPHandler()
+{
+    if (handshakeTimer_)
+        MessagePump::instance().removeTimer(handshakeTimer_);
+    if (JDWPCon_) {
+        if (JDWPCon_->ProcessRunning()) {
+            exitProcess();
+            if (myJVM_)
+                myJVM_->GoVMStateChange(VMDead, -1);
+        }
+        JDWPCon_->setEvents(nullptr);
+    }
+}
+
 std::shared_ptr<JDWPMessageFactory> JDWPHandler::myFactory()
 {
     if (!myFactory_)
         myFactory_ = std::make_shared<JDWPMessageFactory>();
     return myFactory_;
 }
+
 std::shared_ptr<JXMachine> JDWPHandler::myJVM()
 {
     if (!myJVM_)
         myJVM_ = std::make_shared<JXMachine>();
     return myJVM_;
 }
-bool JDWPHandler::startVM(const std::string&, const std::string&, const std::string&, bool, bool, int32_t,
-                          const std::string&, const std::string&, bool) { return false; }
-void JDWPHandler::connectTransport() {}
-void JDWPHandler::sendInitMessages() {}
-bool JDWPHandler::isConnected() { return false; }
-void JDWPHandler::Disconnect() {}
-void JDWPHandler::exitVM() {}
-void JDWPHandler::disposeVM() {}
-void JDWPHandler::exitProcess() {}
-int32_t JDWPHandler::getProcessHandle() { return 0; }
-int32_t JDWPHandler::getProcessID() { return 0; }
-int32_t JDWPHandler::ProcessIDTohWnd(int32_t) { return 0; }
-bool JDWPHandler::ActivateWindow(int32_t) { return false; }
-void JDWPHandler::BringToTop() {}
-void JDWPHandler::printStream(const std::string&, const std::string&) {}
-bool JDWPHandler::sendAsync(const Msg&) { return false; }
-JDWPHandler::Msg JDWPHandler::sendSync(const Msg&, int32_t) { return nullptr; }
-bool JDWPHandler::sendString(const std::string&) { return false; }
-JDWPHandler::Msg JDWPHandler::getMessage(double) { return nullptr; }
-void JDWPHandler::removeMessage(double) {}
-std::shared_ptr<JDWPFunctions> JDWPHandler::getSyncFunctionByMsg(const Msg&) { return nullptr; }
-void JDWPHandler::processSocketData() {}
-std::shared_ptr<JXThreadList> JDWPHandler::getAllThreads() { return nullptr; }
-std::string JDWPHandler::ObjectToStringWithMethod(double, bool, const std::string&) { return {}; }
-std::string JDWPHandler::ObjectToString(double id, bool c) { return ObjectToStringWithMethod(id, c, "toString()Ljava/lang/String;"); }
-void JDWPHandler::connected() {}
-void JDWPHandler::disconnected() {}
-void JDWPHandler::pipestream(const std::string&) {}
-void JDWPHandler::processevent() {}
-void JDWPHandler::receive(const std::string&) {}
-void JDWPHandler::terminated() {}
-void JDWPHandler::framingStep() {}
+
+void JDWPHandler::attachTransport(std::shared_ptr<JDWPCon> transport)
+{
+    if (JDWPCon_)
+        JDWPCon_->setEvents(nullptr);
+    JDWPCon_ = std::move(transport);
+    if (JDWPCon_)
+        JDWPCon_->setEvents(this);
+}
+
+// ---------------------------------------------------------------------------
+// Launch and connection
+
+bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMParam, const std::string& SharedName,
+                          bool bConsole, bool bUsePipe, int32_t timeout, const std::string& Host,
+                          const std::string& Port, bool bUseRemote)
+{
+    if (!JDWPCon_)
+        attachTransport(transportFactory_ ? transportFactory_() : createDefaultTransport());
+    if (!JDWPCon_)
+        return false;
+    auto jvm = myJVM();
+    try {
+        bDisconnecting = false;
+        jvm->cleanup();
+        const std::string commandLine = replaceAll(JVMParam, "%SharedName%", SharedName);
+        bSocketMode = bUseRemote;
+        bStartedProcess = !JVMPath.empty();
+        myReceiveBuffer.clear();
+        bHandshakeDone = false;
+        if (bStartedProcess) {
+            JDWPCon_->StartProcess(JVMPath, commandLine, bConsole, bUsePipe);
+            jvm->printDebug(" *** Start Java Virtual Machine");
+        }
+        if (bUseRemote) {
+            jvm->printDebug(" *** Connect [Socket] " + Host + ":" + Port);
+            JDWPCon_->ConnectSocket(Host, portNumber(Port));
+        }
+        const uint32_t start = GetTickCount();
+        auto& pump = MessagePump::instance();
+        for (int n = 1; n <= 100; ++n) {
+            // The try's pause waits on the transport instead of sleeping, so
+            // a connection is taken up the moment it is made.
+            const uint32_t pauseStart = GetTickCount();
+            while (ticksSince(pauseStart) < 50 && !JDWPCon_->TransportConnected())
+                pump.pumpOnce(static_cast<int>(50 - ticksSince(pauseStart)));
+            mySharedName = SharedName;
+            const uint32_t tryStart = GetTickCount();
+            if (!bUseRemote) {
+                if (n == 1)
+                    jvm->printDebug(" *** Connect [SHMem] " + SharedName);
+                JDWPCon_->ConnectShared(SharedName);
+            } else if (!JDWPCon_->TransportConnected()) {
+                // Our socket transport makes one attempt per call (a call while
+                // one is pending is ignored), so a VM that starts listening
+                // during the loop is still found.
+                JDWPCon_->ConnectSocket(Host, portNumber(Port));
+            }
+            DoEvents();
+            if (JDWPCon_->TransportConnected())
+                break;
+            if (ticksSince(start) > 3000)
+                jvm->printDebug(" *** Try " + std::to_string(n) + "/100");
+            if (ticksSince(start) > 4000)
+                break;
+            if ((ticksSince(tryStart) >= timeout || n > 50) && bStartedProcess) {
+                if (!JDWPCon_->ProcessRunning()) {
+                    jvm->printDebug(" *** Java Virtual Machine dead!");
+                    JDWPCon_->KillProcess();
+                    break;
+                }
+            }
+        }
+        if (JDWPCon_->TransportConnected()) {
+            jvm->printDebug(" *** JDWP-Connection established ...");
+            return true;
+        }
+        jvm->printDebug(" *** JDWP-Connection failed ...");
+        // The kill comes before the liveness test, so the "Process terminated"
+        // variant is the usual one; intended.
+        JDWPCon_->KillProcess();
+        JDWPCon_->CloseTransport();
+        jvm->GoCloseConnection();
+        if (!JDWPCon_->ProcessRunning())
+            jvm->MsgBoxW("Debugger failed! Process terminated!\r\n" + JDWPCon_->StatusText(), 16, "Korvane Debugger");
+        else
+            jvm->MsgBoxW("Debugger failed!\r\n" + JDWPCon_->StatusText(), 16, "Korvane Debugger");
+        return false;
+    } catch (const std::exception& e) {
+        jvm->MsgBoxW(std::string("STARTVM: ") + e.what(), 16, "Korvane Debugger");
+        return false;
+    }
+}
+
+void JDWPHandler::connected()
+{
+    bHandshakeDone = false;
+    history_.recordNote("connected");
+    auto jvm = myJVM();
+    jvm->printDebug(" *** JDWP-Transport established ...");
+    jvm->GoOpenConnection();
+    connectTransport();
+    armHandshakeTimeout();
+}
+
+void JDWPHandler::connectTransport()
+{
+    sendString(std::string(kHandshake, kHandshakeLength));
+    // The state is announced as running before any reply came back; intended.
+    myJVM()->GoVMStateChange(VMRunning, -1);
+}
+
+void JDWPHandler::armHandshakeTimeout()
+{
+    auto& pump = MessagePump::instance();
+    if (handshakeTimer_)
+        pump.removeTimer(handshakeTimer_);
+    std::weak_ptr<JDWPHandler> weak = weak_from_this();
+    handshakeTimer_ = pump.addTimer(kHandshakeTimeoutMs, [weak]() {
+        auto self = weak.lock();
+        if (!self)
+            return;
+        MessagePump::instance().removeTimer(self->handshakeTimer_);
+        self->handshakeTimer_ = 0;
+        if (!self->bHandshakeDone && self->isConnected())
+            self->protocolError("no handshake from the VM");
+    });
+}
+
+void JDWPHandler::sendInitMessages()
+{
+    auto jvm = myJVM();
+    jvm->printDebug(" *** Initialize JDWP-Channel ...");
+    sendAsync(myFactory()->createGetVersionMessage());
+    jvm->registerException();
+    jvm->registerPrepareClass();
+    jvm->ResumeVM(true);
+}
+
+bool JDWPHandler::isConnected()
+{
+    return JDWPCon_ && JDWPCon_->TransportConnected();
+}
+
+void JDWPHandler::disconnected()
+{
+    history_.recordNote("disconnected");
+    if (!bDisconnecting && !bStartedProcess)
+        getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", 64, "Debugger");
+    bHandshakeDone = false;
+    if (JDWPCon_)
+        JDWPCon_->KillProcess();
+    myJVM()->GoVMStateChange(VMDead, -1);
+    if (myJVM_)
+        myJVM_->GoCloseConnection();
+}
+
+void JDWPHandler::terminated()
+{
+    history_.recordNote("process terminated");
+    if (JDWPCon_)
+        JDWPCon_->CloseTransport();
+    myJVM()->GoVMStateChange(VMDead, -1);
+}
+
+void JDWPHandler::pipestream(const std::string& text)
+{
+    myJVM()->printConsole(replaceAll(replaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
+}
+
+void JDWPHandler::Disconnect()
+{
+    if (!JDWPCon_)
+        return;
+    bDisconnecting = true;
+    disposeVM();
+    JDWPCon_->CloseTransport();
+    JDWPCon_->KillProcess();
+}
+
+void JDWPHandler::disposeVM()
+{
+    auto handler = getCurrentHandler();
+    handler->sendSync(handler->myFactory()->createDisposeMessage(), 1000);
+}
+
+void JDWPHandler::exitVM()
+{
+    auto handler = getCurrentHandler();
+    handler->sendAsync(handler->myFactory()->createExitMessage());
+}
+
+void JDWPHandler::exitProcess()
+{
+    if (JDWPCon_)
+        JDWPCon_->KillProcess();
+}
+
+int32_t JDWPHandler::getProcessHandle()
+{
+    return JDWPCon_ ? JDWPCon_->ProcessHandle() : 0;
+}
+
+int32_t JDWPHandler::getProcessID()
+{
+    return JDWPCon_ ? JDWPCon_->ProcessID() : 0;
+}
+
+int32_t JDWPHandler::ProcessIDTohWnd(int32_t RefProcessID)
+{
+    return 0;
+}
+
+bool JDWPHandler::ActivateWindow(int32_t RefHWnd)
+{
+    return false;
+}
+
+void JDWPHandler::BringToTop()
+{
+    ActivateWindow(ProcessIDTohWnd(getProcessID()));
+}
+
+void JDWPHandler::printStream(const std::string& pre, const std::string& val)
+{
+    // A diagnostic hook kept as a no-op with its limit of 90 characters.
+    std::string codes;
+    for (size_t i = 0; i < val.size() && i < 90; ++i)
+        codes += " " + std::to_string(static_cast<unsigned char>(val[i]));
+    (void)codes;
+}
+
+// ---------------------------------------------------------------------------
+// Request/reply exchange
+
+bool JDWPHandler::sendString(const std::string& s)
+{
+    if (!JDWPCon_)
+        return false;
+    JDWPCon_->SendData(s);
+    return true;
+}
+
+bool JDWPHandler::sendAsync(const Msg& C)
+{
+    if (!isConnected() || !C)
+        return false;
+    // A command object is sent at most once: a second one under the same
+    // key is refused.
+    if (!mySentMessages_.emplace(C->myKey(), C).second)
+        return false;
+    history_.recordSent(C->myID, C->myCommandSet, static_cast<int32_t>(C->myCommand), C->myData.size() + 11);
+    sendString(C->toString());
+    return true;
+}
+
+JDWPHandler::Msg JDWPHandler::sendSync(const Msg& RefMsg, int32_t WaitMSec)
+{
+    if (!RefMsg)
+        return nullptr;
+    const std::string key = "ID:" + NumberText(RefMsg->myID);
+    auto record = std::make_shared<JDWPFunctions>();
+    mySyncFunctions_[key] = record;
+    Msg result = record->send(RefMsg, WaitMSec);
+    mySyncFunctions_.erase(key);
+    return result;
+}
+
+JDWPHandler::Msg JDWPHandler::getMessage(double id)
+{
+    auto it = mySentMessages_.find("key" + NumberText(id));
+    return it == mySentMessages_.end() ? nullptr : it->second;
+}
+
+void JDWPHandler::removeMessage(double id)
+{
+    mySentMessages_.erase("key" + NumberText(id));
+}
+
+std::shared_ptr<JDWPFunctions> JDWPHandler::getSyncFunctionByMsg(const Msg& RefMsg)
+{
+    if (!RefMsg)
+        return nullptr;
+    auto it = mySyncFunctions_.find("ID:" + NumberText(RefMsg->myID));
+    return it == mySyncFunctions_.end() ? nullptr : it->second;
+}
+
+void JDWPHandler::receive(const std::string& data)
+{
+    std::string text = data;
+    if (!bHandshakeDone && text.compare(0, kHandshakeLength, kHandshake) == 0) {
+        history_.recordNote("handshake");
+        sendAsync(myFactory()->createGetIDSizesMessage());
+        text.erase(0, kHandshakeLength);
+        bHandshakeDone = true;
+        myReceiveBuffer.clear();
+    }
+    if (!bSocketMode) {
+        // The shared-memory channel delivers exactly one whole packet per
+        // receive; it is decoded at once, nothing is queued.
+        if (text.empty())
+            return;
+        auto message = std::make_shared<JDWPMessage>();
+        if (message->createMessageSHMem(text)) {
+            history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
+                                    static_cast<int32_t>(message->myCommand), message->myErrorCode,
+                                    message->myData.size() + 11);
+            message->processMyData();
+        }
+        return;
+    }
+    myReceiveBuffer += text;
+    framingStep();
+}
+
+void JDWPHandler::framingStep()
+{
+    if (bParsing)
+        return;
+    // Each pass takes one packet from the front of the buffer; the passes
+    // repeat while a packet was taken and bytes remain.
+    bool took = true;
+    while (took) {
+        took = false;
+        bParsing = true;
+        if (!myReceiveBuffer.empty()) {
+            auto message = std::make_shared<JDWPMessage>();
+            const double count = message->createMessageSocket(myReceiveBuffer);
+            if (count < 0) {
+                bParsing = false;
+                protocolError("malformed packet length " +
+                              NumberText(BytesToNumber(myReceiveBuffer, 1, 4, false)));
+                return;
+            }
+            if (count > 0) {
+                if (static_cast<double>(myReceiveBuffer.size()) <= count)
+                    myReceiveBuffer.clear();
+                else
+                    myReceiveBuffer.erase(0, static_cast<size_t>(count));
+                history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
+                                        static_cast<int32_t>(message->myCommand), message->myErrorCode,
+                                        static_cast<size_t>(message->myLen));
+                myReceivedQueue.push_back(std::move(message));
+                if (JDWPCon_)
+                    JDWPCon_->EnableProcessEvent(true);
+                took = true;
+            }
+        }
+        bParsing = false;
+        took = took && !myReceiveBuffer.empty();
+    }
+}
+
+void JDWPHandler::protocolError(const std::string& reason)
+{
+    // The wire broke the framing (or never shook hands): nothing after this
+    // point can be trusted, so the session ends as if the VM had died.
+    history_.recordNote("protocol error: " + reason);
+    myReceiveBuffer.clear();
+    myReceivedQueue.clear();
+    bHandshakeDone = false;
+    auto jvm = myJVM();
+    jvm->printDebug(" *** JDWP-Connection failed ... " + reason);
+    if (JDWPCon_) {
+        JDWPCon_->EnableProcessEvent(false);
+        JDWPCon_->CloseTransport();
+        JDWPCon_->KillProcess();
+    }
+    jvm->GoVMStateChange(VMDead, -1);
+    jvm->GoCloseConnection();
+}
+
+void JDWPHandler::processevent()
+{
+    processSocketData();
+}
+
+void JDWPHandler::processSocketData()
+{
+    // One packet per round. The guard covers the dequeue only, not the
+    // decoding: a decoder that waits in sendSync lets nested rounds decode
+    // later packets (among them its own reply); intended.
+    for (;;) {
+        if (myReceivedQueue.empty()) {
+            if (JDWPCon_)
+                JDWPCon_->EnableProcessEvent(false);
+            return;
+        }
+        if (bDispatching)
+            return;
+        bDispatching = true;
+        Msg message = std::move(myReceivedQueue.front());
+        myReceivedQueue.pop_front();
+        bDispatching = false;
+        message->processMyData();
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Threads and object rendering
+
+std::shared_ptr<JXThreadList> JDWPHandler::getAllThreads()
+{
+    auto reply = sendSync(myFactory()->createGetThreadsMessage(), 4000);
+    if (reply && reply->hasDataContainer())
+        return reply->myDataContainer()->RequestThreads;
+    return nullptr;
+}
+
+std::string JDWPHandler::ObjectToStringWithMethod(double RequestObjectID, bool ClassNameOnly,
+                                                  const std::string& ToStringDesc)
+{
+    auto jvm = getCurrentHandler()->myJVM();
+    auto cls = jvm->getClassByObjectID(RequestObjectID);
+    if (!cls)
+        return std::string();
+    // Enumeration objects are rendered as instances of their superclass.
+    if (auto super = cls->SuperClass()) {
+        if (super->ClassName().find("VBEnumClass") != std::string::npos)
+            cls = super;
+    }
+    if (ClassNameOnly)
+        return cls->ClassName();
+    std::shared_ptr<JXMethod> method;
+    auto owner = cls;
+    // At most 20 lookups: the class itself and 19 ancestors; intended.
+    for (int lookups = 0; owner && lookups < 20; ++lookups) {
+        method = owner->JMethod(ToStringDesc);
+        if (method)
+            break;
+        owner = owner->SuperClass();
+    }
+    if (!method || !owner)
+        return std::string();
+    return jvm->getValueFromMethodCall(RequestObjectID, owner->ClassID, method->MethodID, method->isStatic(), true)
+        .VarValue;
+}
+
+std::string JDWPHandler::ObjectToString(double RequestObjectID, bool ClassNameOnly)
+{
+    return ObjectToStringWithMethod(RequestObjectID, ClassNameOnly, "toString()Ljava/lang/String;");
+}
+
 } // namespace jdwpkrvdbg

@@ -53,7 +53,13 @@ public:
     int32_t ProcessHandle() override { return processRunning ? 3 : 0; }
     int32_t ProcessID() override { return processRunning ? 4242 : 0; }
     void ConnectSocket(const std::string& Host, int32_t Port) override;
-    void EnableProcessEvent(bool Enabled) override { processEventEnabled = Enabled; }
+    // Raises processevent from a pump idle callback while enabled, as the
+    // real transport does.
+    void EnableProcessEvent(bool Enabled) override;
+    ~ScriptedTransport() override;
+
+private:
+    int idleId_ = 0;
 };
 
 } // namespace jdwpkrvdbg::testing

@@ -86,6 +86,9 @@ public:
     // Replaces how startVM creates the transport (tests use a scripted one).
     void setTransportFactory(TransportFactory factory) { transportFactory_ = std::move(factory); }
     std::shared_ptr<JDWPCon> transport() const { return JDWPCon_; }
+    // Uses `transport` from now on (startVM then reuses it), as startVM does
+    // with the one it creates.
+    void attachTransport(std::shared_ptr<JDWPCon> transport);
 
     // --- tracing ---
     PacketHistory& history() { return history_; }
@@ -105,6 +108,10 @@ public:
 private:
     JDWPHandler();
     void framingStep();
+    void protocolError(const std::string& reason);
+    void armHandshakeTimeout();
+
+    int handshakeTimer_ = 0;
 
     std::shared_ptr<JDWPMessageFactory> myFactory_;
     std::shared_ptr<JXMachine> myJVM_;
