@@ -1,0 +1,100 @@
+// Kit for tests against a real VM: free ports, the paths of the compiled Java
+// programs, a launched `java` whose output is read line by line (so a test
+// waits for "Listening for transport" instead of sleeping), and a recorder of
+// the host events.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
+namespace jdwpkrvdbg::testing {
+
+// A TCP port on 127.0.0.1 that was free a moment ago.
+int freeTcpPort();
+std::string javaPath();
+std::string examplesClassPath();
+std::string testsClassPath();
+std::string shmemLibraryDir();
+
+// A child process whose stdout and stderr are read through a pipe.
+class ChildProcess {
+public:
+    ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {});
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    pid_t pid() const { return pid_; }
+    // Reads output until a line contains `text` or `timeoutMs` passes; the
+    // whole line is returned ("" on time-out or end of output).
+    std::string waitForLine(const std::string& text, int timeoutMs);
+    const std::string& output() const { return output_; }
+    void kill();
+    // Waits for the exit; returns the exit status or -1 on time-out.
+    int wait(int timeoutMs);
+
+private:
+    bool readSome(int timeoutMs);
+    pid_t pid_ = -1;
+    int fd_ = -1;
+    std::string output_;
+    size_t scanned_ = 0;
+};
+
+// A debuggee started by the test with the socket agent listening on a port
+// the agent chose itself (address=127.0.0.1:0); port() is read from its
+// "Listening for transport dt_socket at address:" line.
+class ListeningVM {
+public:
+    ListeningVM(const std::string& mainClass, const std::string& classPath, const std::vector<std::string>& args = {});
+    int port() const { return port_; }
+    ChildProcess& process() { return *process_; }
+
+private:
+    std::unique_ptr<ChildProcess> process_;
+    int port_ = 0;
+};
+
+// The agent option for a VM that the library launches on `port`.
+std::string socketAgent(int port, bool suspend = true);
+
+// Records every host event as one text line and remembers the details.
+struct EventLog : JXMachineEvents {
+    struct Stop {
+        double threadID = 0;
+        std::string className;
+        int32_t line = 0;
+        int32_t offset = 0;
+    };
+    std::vector<std::string> lines;
+    std::vector<Stop> stops;
+    std::vector<VMState> states;
+    std::vector<std::string> exceptions;
+    std::string console;
+    std::vector<std::string> debug;
+    std::vector<std::string> boxes;
+    std::function<void(const Stop&)> onStop;
+
+    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
+    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
+    void VMStateChanged(VMState NewState) override;
+    void OpenConnection() override { lines.push_back("OpenConnection"); }
+    void CloseConnection() override { lines.push_back("CloseConnection"); }
+    void DebugMessage(const std::string& s) override;
+    void ConsoleMessage(const std::string& s) override;
+    void Exception(const std::string& s) override;
+    bool sawDebug(const std::string& text) const;
+    VMState lastState() const { return states.empty() ? VMDead : states.back(); }
+};
+
+// Pumps the library's events until `done()` or `timeoutMs` passed.
+bool pumpUntil(const std::function<bool()>& done, int timeoutMs = 10000);
+
+} // namespace jdwpkrvdbg::testing
