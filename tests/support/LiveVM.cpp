@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 
 extern char** environ;
@@ -47,6 +48,16 @@ std::string javaPath() { return JDWPKRVDBG_JAVA; }
 std::string examplesClassPath() { return JDWPKRVDBG_EXAMPLES_CP; }
 std::string testsClassPath() { return JDWPKRVDBG_TESTS_CP; }
 std::string shmemLibraryDir() { return JDWPKRVDBG_SHMEM_DIR; }
+
+int lineOf(const std::string& sourceFile, const std::string& marker)
+{
+    std::ifstream in(std::string(JDWPKRVDBG_SOURCE_DIR) + "/" + sourceFile);
+    std::string line;
+    for (int n = 1; std::getline(in, line); ++n)
+        if (line.find(marker) != std::string::npos)
+            return n;
+    return 0;
+}
 
 std::string socketAgent(int port, bool suspend)
 {

@@ -22,6 +22,9 @@ std::string javaPath();
 std::string examplesClassPath();
 std::string testsClassPath();
 std::string shmemLibraryDir();
+// The 1-based line of the first line of a Java source (relative to the
+// project, e.g. "tests/java/Stepper.java") that contains `marker`; 0 if none.
+int lineOf(const std::string& sourceFile, const std::string& marker);
 
 // A child process whose stdout and stderr are read through a pipe.
 class ChildProcess {

@@ -1,0 +1,99 @@
+// A debuggee for value inspection: locals of every primitive type, strings,
+// objects with fields and getters, statics, arrays, null, and stand-ins of
+// the Korvane runtime's variant, array and enumeration wrappers.
+public class Values {
+    static int counter = 42;
+    static String label = "static label";
+
+    public static void main(String[] args) {
+        int i = -7;
+        long l = 1234567890123L;
+        double d = 2.5;
+        float f = 1.5f;
+        char c = 'A';
+        boolean z = true;
+        byte by = 12;
+        short sh = -300;
+        String str = "Grüße 😀";
+        Point p = new Point(3, 4, "pt");
+        int[] arr = {1, 2, 3};
+        Object nothing = null;
+        String hashes = "a#b#c";
+        String longText = "0123456789".repeat(100);
+        Box.VBVariantBox v = new Box.VBVariantBox("var#iant");
+        Box.VBArrayBox va = new Box.VBArrayBox();
+        Colors col = new ColorRed();
+        System.out.println("values ready");                 // @values-stop
+        int r = level1(i);
+        System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str);
+    }
+
+    static int level1(int x) {
+        return level2(x + 1) + 1;                            // @level1
+    }
+
+    static int level2(int x) {
+        return level3(x + 1) + 1;                            // @level2
+    }
+
+    static int level3(int x) {
+        int y = x * 2;                                       // @level3
+        return y;
+    }
+}
+
+class Point {
+    int x;
+    int y;
+    String name;
+    static int created;
+
+    Point(int x, int y, String name) {
+        this.x = x;
+        this.y = y;
+        this.name = name;
+        created++;
+    }
+
+    String getName() {
+        String result = "name:" + name;                      // @getter
+        return result;
+    }
+
+    @Override
+    public String toString() {
+        return "Point(" + x + "," + y + ")";
+    }
+}
+
+class Box {
+    static class VBVariantBox {
+        final String text;
+
+        VBVariantBox(String text) {
+            this.text = text;
+        }
+
+        public String toDebugString() {
+            return "\"" + text + "\"";
+        }
+    }
+
+    static class VBArrayBox {
+        public String toDebugString() {
+            return "(0) = 1#(1) = 2";
+        }
+    }
+}
+
+class VBEnumClass {
+    public String toDebugString() {
+        return "enum " + getClass().getSimpleName();
+    }
+}
+
+class Colors extends VBEnumClass {
+}
+
+class ColorRed extends Colors {
+}

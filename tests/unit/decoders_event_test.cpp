@@ -1,0 +1,462 @@
+// Composite event packets built byte by byte and decoded against a scripted
+// VM: which host events are raised, which commands go back to the VM (the
+// resume rules by suspend policy), the deliberate cursor rules between the
+// events of one composite, class preparation, breakpoints, steps and
+// exceptions, and packets that are cut short or made of garbage.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
+#include "ScriptedVM.h"
+
+namespace jdwpkrvdbg {
+namespace {
+
+using testing::be32;
+using testing::be64;
+using testing::jstr;
+using testing::ScriptedTransport;
+using testing::ScriptedVM;
+using testing::SentCommand;
+
+std::string byte(int b)
+{
+    return std::string(1, static_cast<char>(b));
+}
+
+std::string location(uint64_t classID, uint64_t methodID, uint64_t index)
+{
+    return byte(1) + be64(classID) + be64(methodID) + be64(index);
+}
+
+std::string composite(int policy, const std::vector<std::string>& events)
+{
+    std::string out = byte(policy) + be32(static_cast<uint32_t>(events.size()));
+    for (const auto& e : events)
+        out += e;
+    return out;
+}
+
+std::string threadEvent(int kind, uint64_t thread, uint32_t request = 3)
+{
+    return byte(kind) + be32(request) + be64(thread);
+}
+
+std::string locatedEvent(int kind, uint64_t thread, const std::string& where, uint32_t request = 4)
+{
+    return byte(kind) + be32(request) + be64(thread) + where;
+}
+
+std::string exceptionEvent(uint64_t thread, const std::string& thrown, uint64_t object, const std::string& caught)
+{
+    return locatedEvent(EK_EXCEPTION, thread, thrown, 5) + "L" + be64(object) + caught;
+}
+
+std::string prepareEvent(uint64_t typeID, const std::string& signature)
+{
+    return threadEvent(EK_CLASS_PREPARE, 1) + byte(1) + be64(typeID) + jstr(signature) + be32(7);
+}
+
+struct Recorder : JXMachineEvents {
+    std::vector<std::string> log;
+    void VMStateChanged(VMState s) override { log.push_back("State(" + std::to_string(s) + ")"); }
+    void Breakpoint(double thread, const std::string& cls, int32_t line, int32_t offset) override
+    {
+        log.push_back("Break(" + std::to_string(static_cast<int64_t>(thread)) + "," + cls + "," +
+                      std::to_string(line) + "," + std::to_string(offset) + ")");
+    }
+    void DebugMessage(const std::string& s) override { log.push_back("Debug(" + s + ")"); }
+    void Exception(const std::string& s) override { log.push_back("Exception(" + s + ")"); }
+    bool has(const std::string& entry) const { return std::find(log.begin(), log.end(), entry) != log.end(); }
+    bool hasPrefix(const std::string& prefix) const
+    {
+        return std::any_of(log.begin(), log.end(), [&](const std::string& e) { return e.rfind(prefix, 0) == 0; });
+    }
+};
+
+class EventDecoders : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        // Every tick read moves the clock on, so a request nobody answers
+        // gives up after a few polls instead of four real seconds.
+        setTickSource([this]() { return ticks_ += 50; });
+        handler_ = JDWPHandler::create();
+        jvm_ = handler_->myJVM();
+        transport_ = std::make_shared<ScriptedTransport>();
+        vm_ = std::make_unique<ScriptedVM>(transport_);
+        vm_->installDefaults();
+        recorder_ = std::make_shared<Recorder>();
+        jvm_->setEvents(recorder_);
+        handler_->attachTransport(transport_);
+        transport_->connectedFlag = true;
+        transport_->raiseReceive("JDWP-Handshake");
+        vm_->clearCommands();
+        for (auto* size : {&jvm_->SIZE_FieldID, &jvm_->SIZE_MethodID, &jvm_->SIZE_ObjectID, &jvm_->SIZE_RefTypeID,
+                           &jvm_->SIZE_FrameID})
+            *size = 8;
+    }
+    void TearDown() override
+    {
+        jvm_->setEvents(nullptr);
+        vm_.reset();
+        handler_->attachTransport(nullptr);
+        jvm_.reset();
+        handler_.reset();
+        setCurrentHandler(nullptr);
+        setTickSource(nullptr);
+    }
+
+    // The user's class Module1 (a default target name) with one method whose
+    // lines are (0 -> 10), (5 -> 11), (9 -> 13).
+    std::shared_ptr<JXClass> userClass(double id = 0x10, const std::string& signature = "LModule1;")
+    {
+        auto cls = std::make_shared<JXClass>();
+        cls->ClassID = id;
+        cls->ClassSignature = signature;
+        jvm_->addClass(cls);
+        auto method = std::make_shared<JXMethod>();
+        method->MethodID = 0x31;
+        method->MethodName = "Main";
+        method->MethodSignature = "()V";
+        method->ClassID = id;
+        cls->addMethod(method);
+        JDWPJLineTable table;
+        table.endIndex = 20;
+        table.LineCount = 3;
+        table.Lines = {{0, 10}, {5, 11}, {9, 13}};
+        method->SetLineTable(table);
+        return cls;
+    }
+
+    size_t countOf(int set, int cmd) const { return vm_->commandsOf(set, cmd).size(); }
+    bool stepRequested() const
+    {
+        for (const auto& c : vm_->commandsOf(15, 1))
+            if (!c.payload.empty() && c.payload[0] == EK_SINGLE_STEP)
+                return true;
+        return false;
+    }
+    void decode(const std::string& payload)
+    {
+        JDWPMessageData data;
+        data.processEventCommand(payload);
+    }
+
+    uint32_t ticks_ = 100000;
+    std::shared_ptr<JDWPHandler> handler_;
+    std::shared_ptr<JXMachine> jvm_;
+    std::shared_ptr<ScriptedTransport> transport_;
+    std::unique_ptr<ScriptedVM> vm_;
+    std::shared_ptr<Recorder> recorder_;
+};
+
+TEST_F(EventDecoders, AutoResumeDependsOnTheSuspendPolicy)
+{
+    struct Case {
+        const char* name;
+        std::string payload;
+        size_t resumes;
+        bool suspendReported;
+    };
+    const std::vector<Case> cases = {
+        {"policy 2 thread start resumes", composite(2, {threadEvent(EK_THREAD_START, 9)}), 1, false},
+        {"policy 2 thread death resumes", composite(2, {threadEvent(EK_THREAD_DEATH, 9)}), 1, false},
+        {"policy 1 thread start is not resumed (intended)", composite(1, {threadEvent(EK_THREAD_START, 9)}), 0, false},
+        {"policy 0 thread death", composite(0, {threadEvent(EK_THREAD_DEATH, 9)}), 0, false},
+        {"policy 2 inner-class prepare resumes", composite(2, {prepareEvent(0x21, "Lpkg/Outer$1;")}), 1, false},
+        {"policy 2 VM start stops", composite(2, {threadEvent(EK_VM_START, 1)}), 0, true},
+        {"policy 0 VM start reports nothing", composite(0, {threadEvent(EK_VM_START, 1)}), 0, false},
+        {"policy 2 class load is a stop", composite(2, {byte(EK_CLASS_LOAD)}), 0, true},
+        {"unknown kind", composite(2, {byte(77)}), 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        vm_->clearCommands();
+        recorder_->log.clear();
+        jvm_->GoVMStateChange(VMRunning, -1);
+        recorder_->log.clear();
+        decode(c.payload);
+        EXPECT_EQ(countOf(1, 9), c.resumes);
+        EXPECT_EQ(recorder_->has("State(1)"), c.suspendReported);
+        EXPECT_FALSE(recorder_->hasPrefix("Break("));
+    }
+}
+
+TEST_F(EventDecoders, VMDeathAndDisconnectBothReportDead)
+{
+    for (int kind : {EK_VM_DEATH, EK_VM_DISCONNECTED}) {
+        jvm_->GoVMStateChange(VMRunning, -1);
+        recorder_->log.clear();
+        decode(composite(0, {byte(kind)}));
+        EXPECT_EQ(recorder_->log, std::vector<std::string>{"State(0)"}) << kind;
+        EXPECT_EQ(jvm_->JVMState(), VMDead);
+    }
+}
+
+TEST_F(EventDecoders, NothingIsDecodedWhileAnInvocationRuns)
+{
+    jvm_->GoVMStateChange(VMRunning, -1);
+    recorder_->log.clear();
+    jvm_->myInvokeInProcessMsg = static_cast<int32_t>(ticks_ + 100);
+    decode(composite(2, {byte(EK_VM_DEATH)}));
+    EXPECT_EQ(countOf(1, 9), 1u);
+    EXPECT_TRUE(recorder_->log.empty());
+    EXPECT_EQ(jvm_->JVMState(), VMRunning);
+}
+
+TEST_F(EventDecoders, BreakpointInTheUserClassStopsAtItsLine)
+{
+    userClass();
+    jvm_->myStepInProcess = true;
+    decode(composite(1, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 7))}));
+    EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,11,0)", "State(1)"}));
+    EXPECT_FALSE(jvm_->myStepInProcess);
+    EXPECT_EQ(jvm_->currentThreadID(), 0x77);
+    EXPECT_EQ(jvm_->currentLine(), 11);
+    EXPECT_TRUE(vm_->commands().empty());
+}
+
+TEST_F(EventDecoders, SingleStepStopsOrContinuesStepping)
+{
+    userClass();
+    userClass(0x11, "Lpkg/NotMine;");
+    struct Case {
+        const char* name;
+        std::string where;
+        bool stops;
+    } cases[] = {
+        {"on a line", location(0x10, 0x31, 9), true},
+        {"after the last line entry", location(0x10, 0x31, 12), false},
+        {"in a class the filters reject", location(0x11, 0x31, 5), false},
+        {"in an unknown method", location(0x10, 0x99, 5), false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        vm_->clearCommands();
+        jvm_->GoVMStateChange(VMRunning, -1);
+        recorder_->log.clear();
+        jvm_->myStepInProcess = true;
+        decode(composite(2, {locatedEvent(EK_SINGLE_STEP, 0x77, c.where)}));
+        if (c.stops) {
+            EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,13,0)", "State(1)"}));
+            EXPECT_TRUE(vm_->commands().empty());
+        } else {
+            EXPECT_TRUE(recorder_->log.empty());
+            EXPECT_TRUE(stepRequested()) << "continued with a step into";
+            ASSERT_FALSE(vm_->commandsOf(15, 1).empty());
+            // Step modifier: thread id, size, depth 0 (into).
+            EXPECT_NE(vm_->commandsOf(15, 1).back().payload.find(be64(0x77) + be32(1) + be32(SD_INTO)),
+                      std::string::npos);
+        }
+    }
+}
+
+TEST_F(EventDecoders, MethodEntryAndPolicyNoneNeverStop)
+{
+    userClass();
+    decode(composite(2, {locatedEvent(EK_METHOD_ENTRY, 0x77, location(0x10, 0x31, 0))}));
+    EXPECT_EQ(countOf(1, 9), 1u);
+    EXPECT_TRUE(recorder_->log.empty());
+
+    vm_->clearCommands();
+    decode(composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0))}));
+    EXPECT_TRUE(vm_->commands().empty());
+    EXPECT_TRUE(recorder_->log.empty());
+}
+
+TEST_F(EventDecoders, ExceptionCaughtInTheThrowingClassResumesSilently)
+{
+    userClass();
+    JDWPMessageData data;
+    data.processEventCommand(composite(
+        2, {exceptionEvent(0x77, location(0x10, 0x31, 5), 0x66, location(0x10, 0x31, 9))}));
+    EXPECT_EQ(data.RequestObjectID, 0);
+    EXPECT_EQ(countOf(1, 9), 1u);
+    EXPECT_TRUE(recorder_->log.empty());
+}
+
+TEST_F(EventDecoders, ExceptionCaughtElsewhereStopsAndReportsTheObject)
+{
+    userClass();
+    const std::map<uint64_t, std::string> signatures = {{0x50, "Ljava/lang/IllegalStateException;"}};
+    vm_->on(9, 1, [](const SentCommand&, std::string& out, uint16_t&) {
+        out = byte(1) + be64(0x50);
+        return true;
+    });
+    vm_->on(2, 1, [&](const SentCommand& c, std::string& out, uint16_t& err) {
+        auto it = signatures.find(static_cast<uint64_t>(BytesToNumber(c.payload, 1, 8)));
+        if (it == signatures.end())
+            err = ERR_INVALID_CLASS;
+        else
+            out = jstr(it->second);
+        return true;
+    });
+    vm_->onPayload(3, 1, "", ERR_INVALID_CLASS);
+    vm_->onPayload(2, 5, be32(1) + be64(0x60) + jstr("toString") + jstr("()Ljava/lang/String;") + be32(1));
+    vm_->onPayload(9, 6, "s" + be64(0x70) + "L" + be64(0));
+    vm_->onPayload(10, 1, jstr("boom"));
+    vm_->onPayload(11, 6, be32(0));
+
+    JDWPMessageData data;
+    data.processEventCommand(composite(
+        1, {exceptionEvent(0x77, location(0x10, 0x31, 5), 0x66, location(0, 0, 0))}));
+    EXPECT_EQ(data.RequestObjectID, 0x66);
+    ASSERT_GE(recorder_->log.size(), 3u);
+    EXPECT_EQ(recorder_->log[0], "Break(119,Module1,11,0)");
+    EXPECT_EQ(recorder_->log[1], "State(1)");
+    EXPECT_EQ(recorder_->log.back(), "Exception(java/lang/IllegalStateException\r\nboom)");
+    EXPECT_EQ(countOf(1, 9), 0u);
+}
+
+TEST_F(EventDecoders, ExceptionValuesOtherThanObjectsAreNotReported)
+{
+    userClass();
+    std::string event = exceptionEvent(0x77, location(0x10, 0x31, 5), 0x66, location(0, 0, 0));
+    // The exception's tag byte follows the throw location.
+    event[1 + 4 + 8 + 25] = 's';
+    JDWPMessageData data;
+    data.processEventCommand(composite(1, {event}));
+    EXPECT_EQ(data.RequestObjectID, 0);
+    EXPECT_FALSE(recorder_->hasPrefix("Exception("));
+}
+
+TEST_F(EventDecoders, ClassPrepareRegistersTheClassAndAsksForItsExceptions)
+{
+    decode(composite(1, {prepareEvent(0x22, "Lpkg/Name;")}));
+    auto cls = jvm_->getClassByID(0x22);
+    ASSERT_TRUE(cls);
+    EXPECT_EQ(cls->ClassName(), "pkg/Name");
+    EXPECT_EQ(cls->ClassStatus, 7);
+    EXPECT_EQ(cls->ClassTypeTag, 1);
+    EXPECT_TRUE(recorder_->has("Debug( *** Load pkg#Name)"));
+    auto requests = vm_->commandsOf(15, 1);
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests[0].payload[0], EK_EXCEPTION);
+
+    vm_->clearCommands();
+    decode(composite(1, {prepareEvent(0x23, "Lpkg/Name$Inner;")}));
+    EXPECT_TRUE(jvm_->getClassByID(0x23));
+    EXPECT_EQ(countOf(15, 1), 0u) << "inner classes ask for nothing";
+}
+
+TEST_F(EventDecoders, PerEventDecodersAdvanceTheCursor)
+{
+    const std::string start = threadEvent(EK_THREAD_START, 9).substr(1);
+    JDWPMessageData data;
+    int64_t pos = 1;
+    EXPECT_EQ(data.processThreadStart(start, pos), -1);
+    EXPECT_EQ(pos, 13);
+    pos = 1;
+    EXPECT_EQ(data.processThreadDeath(start, pos), -1);
+    EXPECT_EQ(pos, 13);
+    pos = 1;
+    EXPECT_TRUE(data.processEventCommandVMStart(start, pos));
+    EXPECT_EQ(pos, 13);
+
+    const std::string prepare = prepareEvent(0x24, "Lpkg/Other$1;").substr(1);
+    pos = 1;
+    EXPECT_EQ(data.processEventCommandPrePare(prepare, pos), 1 + static_cast<int64_t>(prepare.size()));
+    EXPECT_EQ(pos, 1 + static_cast<int64_t>(prepare.size()));
+
+    // Policy none: the fields are read and nothing else happens.
+    const std::string breakpoint = locatedEvent(EK_BREAKPOINT, 0x77, location(0x99, 0x31, 0)).substr(1);
+    bool autoResume = false;
+    pos = 1;
+    EXPECT_EQ(data.processBreakpointOrStep(breakpoint, pos, JDWPSuspendPolicy::SS_NONE, autoResume, EK_BREAKPOINT),
+              38);
+    EXPECT_EQ(pos, 38);
+    EXPECT_FALSE(autoResume);
+    EXPECT_TRUE(vm_->commands().empty());
+    EXPECT_FALSE(jvm_->getClassByID(0x99));
+}
+
+TEST_F(EventDecoders, LaterEventsOfACompositeAreReadAtTheDeliberatelyWrongCursor)
+{
+    userClass();
+    // After a thread start the cursor is -1, so the breakpoint that follows
+    // is never seen; the thread start alone decides: resumed, no stop.
+    decode(composite(2, {threadEvent(EK_THREAD_START, 9),
+                         locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 5))}));
+    EXPECT_FALSE(recorder_->hasPrefix("Break("));
+    EXPECT_EQ(countOf(1, 9), 1u);
+
+    // After a breakpoint the cursor is right, so a second breakpoint is seen.
+    vm_->clearCommands();
+    recorder_->log.clear();
+    decode(composite(1, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0)),
+                         locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
+    EXPECT_TRUE(recorder_->has("Break(119,Module1,10,0)"));
+    EXPECT_TRUE(recorder_->has("Break(120,Module1,13,0)"));
+}
+
+TEST_F(EventDecoders, CompositeEventsArriveThroughTheRouting)
+{
+    jvm_->GoVMStateChange(VMRunning, -1);
+    recorder_->log.clear();
+    vm_->event(composite(0, {byte(EK_VM_DEATH)}));
+    EXPECT_TRUE(recorder_->has("State(0)"));
+}
+
+// --- hostile packets, without a VM to answer ---------------------------------
+
+class HostileEvents : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        handler_ = JDWPHandler::create();
+        auto jvm = handler_->myJVM();
+        for (auto* size : {&jvm->SIZE_FieldID, &jvm->SIZE_MethodID, &jvm->SIZE_ObjectID, &jvm->SIZE_RefTypeID,
+                           &jvm->SIZE_FrameID})
+            *size = 8;
+    }
+    void TearDown() override
+    {
+        handler_.reset();
+        setCurrentHandler(nullptr);
+    }
+    std::shared_ptr<JDWPHandler> handler_;
+};
+
+TEST_F(HostileEvents, GarbageCutAndHugeCompositesAreHarmless)
+{
+    std::vector<std::string> payloads = {
+        "",
+        byte(2),
+        byte(2) + be32(0x7fffffff),
+        byte(2) + be32(0x7fffffff) + byte(EK_THREAD_START),
+        byte(2) + be32(0xffffffff) + byte(EK_BREAKPOINT),
+        byte(1) + be32(1000) + std::string(40, static_cast<char>(EK_CLASS_PREPARE)),
+        byte(1) + be32(3) + byte(EK_CLASS_PREPARE) + be32(1) + be64(1) + byte(1) + be64(5) + be32(0x7fffffff),
+        byte(2) + be32(2) + byte(EK_EXCEPTION) + std::string(60, '\x04'),
+    };
+    const std::string golden = composite(
+        2, {prepareEvent(0x21, "Lpkg/A;"), exceptionEvent(0x77, location(0x10, 0x31, 5), 0x66, location(0, 0, 0)),
+            threadEvent(EK_THREAD_START, 9), locatedEvent(EK_SINGLE_STEP, 0x77, location(0x10, 0x31, 9))});
+    for (size_t n = 0; n <= golden.size(); ++n)
+        payloads.push_back(golden.substr(0, n));
+    std::mt19937 random(7);
+    const int kinds[] = {1, 2, 4, 6, 7, 8, 10, 40, 90, 99, 100, 0, 255};
+    for (int round = 0; round < 200; ++round) {
+        std::string p = byte(static_cast<int>(random() % 3)) + be32(static_cast<uint32_t>(random()));
+        for (size_t len = random() % 64; p.size() < len;)
+            p += random() % 3 == 0 ? byte(kinds[random() % 13]) : byte(static_cast<int>(random() & 0xff));
+        payloads.push_back(p);
+    }
+    for (const auto& p : payloads) {
+        JDWPMessageData data;
+        data.processEventCommand(p);
+    }
+    SUCCEED();
+}
+
+} // namespace
+} // namespace jdwpkrvdbg

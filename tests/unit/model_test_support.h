@@ -1,0 +1,108 @@
+// Shared fixture of the debug-model unit tests: a fresh handler talking to a
+// scripted VM, a recorder of the session's host events, a fast tick source
+// so that an unanswered request costs no real time, and builders of
+// hand-made classes and methods.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ScriptedVM.h"
+
+namespace jdwpkrvdbg::model_test {
+
+using namespace jdwpkrvdbg::testing;
+
+struct EventLog : JXMachineEvents {
+    std::vector<std::string> debug;
+    std::vector<VMState> states;
+    void DebugMessage(const std::string& s) override { debug.push_back(s); }
+    void VMStateChanged(VMState s) override { states.push_back(s); }
+};
+
+// A line table as the decoder would hand it over: (code index, line) pairs.
+inline JDWPJLineTable lineTable(const std::vector<std::pair<double, double>>& lines)
+{
+    JDWPJLineTable t;
+    for (const auto& [index, line] : lines)
+        t.Lines.push_back({index, line});
+    t.LineCount = static_cast<double>(lines.size());
+    return t;
+}
+
+class ModelTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        // Every wait sees 10 ms pass per tick read: a time-out never waits
+        // for real, an answered request is unaffected.
+        setTickSource([this] { return now_ += 10; });
+        handler = JDWPHandler::create();
+        transport = std::make_shared<ScriptedTransport>();
+        vm = std::make_unique<ScriptedVM>(transport);
+        log = std::make_shared<EventLog>();
+        jvm()->setEvents(log);
+        handler->attachTransport(transport);
+        transport->connectedFlag = true;
+    }
+    void TearDown() override
+    {
+        vm.reset();
+        handler->attachTransport(nullptr);
+        handler.reset();
+        setCurrentHandler(nullptr);
+        setTickSource(nullptr);
+    }
+
+    std::shared_ptr<JXMachine> jvm() { return handler->myJVM(); }
+
+    // A class known by id and signature, entered in the class table.
+    std::shared_ptr<JXClass> registerClass(double id, const std::string& signature, bool printInfo = false)
+    {
+        auto cls = std::make_shared<JXClass>();
+        cls->ClassID = id;
+        cls->ClassSignature = signature;
+        jvm()->addClass(cls, printInfo);
+        return cls;
+    }
+
+    // A method with its line table given, added to `cls`.
+    static std::shared_ptr<JXMethod> addMethod(const std::shared_ptr<JXClass>& cls, double id, const std::string& name,
+                                               const std::string& signature,
+                                               const std::vector<std::pair<double, double>>& lines = {})
+    {
+        auto m = std::make_shared<JXMethod>();
+        m->MethodID = id;
+        m->MethodName = name;
+        m->MethodSignature = signature;
+        m->ClassID = cls ? cls->ClassID : 0;
+        m->SetLineTable(lineTable(lines));
+        if (cls)
+            cls->addMethod(m);
+        return m;
+    }
+
+    size_t countOf(int set, int cmd) const { return vm->commandsOf(set, cmd).size(); }
+
+    std::shared_ptr<JDWPHandler> handler;
+    std::shared_ptr<ScriptedTransport> transport;
+    std::unique_ptr<ScriptedVM> vm;
+    std::shared_ptr<EventLog> log;
+
+private:
+    uint32_t now_ = 1000;
+};
+
+// Wire helpers for the golden payloads.
+inline std::string u8(int v)
+{
+    return std::string(1, static_cast<char>(v));
+}
+
+} // namespace jdwpkrvdbg::model_test

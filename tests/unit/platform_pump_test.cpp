@@ -1,0 +1,275 @@
+// Tests of the message pump: watches, idle callbacks, timers on an injected
+// tick source, and the re-entrancy rules (nested passes, callbacks that
+// remove themselves or others, events narrowed during a pass).
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "jdwpkrvdbg/platform/Clock.h"
+#include "jdwpkrvdbg/platform/MessagePump.h"
+
+namespace jdwpkrvdbg {
+namespace {
+
+struct Pipe {
+    int r = -1;
+    int w = -1;
+    Pipe()
+    {
+        int fds[2];
+        if (::pipe(fds) == 0) {
+            r = fds[0];
+            w = fds[1];
+        }
+    }
+    ~Pipe()
+    {
+        ::close(r);
+        ::close(w);
+    }
+    void put(char c = 'x') { ASSERT_EQ(::write(w, &c, 1), 1); }
+    void take()
+    {
+        char c;
+        ASSERT_EQ(::read(r, &c, 1), 1);
+    }
+};
+
+class PumpTest : public ::testing::Test {
+protected:
+    void SetUp() override { baseline_ = pump().sourceCount(); }
+    void TearDown() override
+    {
+        setTickSource({});
+        EXPECT_EQ(pump().sourceCount(), baseline_) << "a test left sources registered";
+    }
+    static MessagePump& pump() { return MessagePump::instance(); }
+    size_t baseline_ = 0;
+};
+
+TEST_F(PumpTest, WatchRunsOnlyWhenReady)
+{
+    Pipe p;
+    std::vector<short> seen;
+    int id = pump().addWatch(p.r, POLLIN, [&](short revents) {
+        seen.push_back(revents);
+        p.take();
+    });
+    EXPECT_GT(id, 0);
+    EXPECT_EQ(pump().pumpOnce(0), 0);
+    p.put();
+    EXPECT_EQ(pump().pumpOnce(0), 1);
+    EXPECT_EQ(pump().pumpOnce(0), 0);
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(seen[0], POLLIN);
+    pump().removeWatch(id);
+    pump().removeWatch(id); // unknown ids are ignored
+}
+
+TEST_F(PumpTest, IdleRunsEveryPassAndPreventsBlocking)
+{
+    int runs = 0;
+    int id = pump().addIdle([&] { ++runs; });
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(pump().pumpOnce(60000), 1);
+    EXPECT_EQ(pump().pumpOnce(60000), 1);
+    // A blocking pass would have taken a minute.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+    EXPECT_EQ(runs, 2);
+    pump().removeIdle(id);
+    EXPECT_EQ(pump().pumpOnce(0), 0);
+    EXPECT_EQ(runs, 2);
+}
+
+TEST_F(PumpTest, NestedPassFromCallback)
+{
+    Pipe p;
+    std::vector<std::string> log;
+    int depth = 0;
+    int idle = pump().addIdle([&] { log.push_back("idle@" + std::to_string(depth)); });
+    int watch = pump().addWatch(p.r, POLLIN, [&](short) {
+        log.push_back("watch@" + std::to_string(depth));
+        if (depth == 0) {
+            // Still readable: the nested pass must run this watch again.
+            ++depth;
+            int ran = pump().pumpOnce(0);
+            --depth;
+            log.push_back("nested ran " + std::to_string(ran));
+        } else {
+            p.take();
+        }
+    });
+    p.put();
+    EXPECT_EQ(pump().pumpOnce(0), 2);
+    EXPECT_EQ(log, (std::vector<std::string>{"watch@0", "watch@1", "idle@1", "nested ran 2", "idle@0"}));
+    pump().removeWatch(watch);
+    pump().removeIdle(idle);
+}
+
+TEST_F(PumpTest, CallbackRemovesItselfAndAnother)
+{
+    Pipe a;
+    Pipe b;
+    int idA = 0;
+    int idB = 0;
+    int bRuns = 0;
+    std::string afterRemoval;
+    const std::string payload(200, 'p'); // heap-held capture: freed too early would show
+    idA = pump().addWatch(a.r, POLLIN, [&, payload](short) {
+        pump().removeWatch(idA);
+        pump().removeWatch(idB);
+        afterRemoval = payload; // captures still alive after removing itself
+    });
+    idB = pump().addWatch(b.r, POLLIN, [&](short) { ++bRuns; });
+    a.put();
+    b.put();
+    EXPECT_EQ(pump().pumpOnce(0), 1);
+    EXPECT_EQ(afterRemoval, payload);
+    EXPECT_EQ(bRuns, 0);
+    EXPECT_EQ(pump().pumpOnce(0), 0);
+}
+
+TEST_F(PumpTest, NestedPassRemovesWatchPendingInOuterPass)
+{
+    Pipe a;
+    Pipe b;
+    int idB = 0;
+    int bRuns = 0;
+    int idA = pump().addWatch(a.r, POLLIN, [&](short) {
+        a.take();
+        int idle = 0;
+        idle = pump().addIdle([&] {
+            pump().removeWatch(idB);
+            pump().removeIdle(idle);
+        });
+        pump().pumpOnce(0);
+    });
+    idB = pump().addWatch(b.r, POLLIN, [&](short) { ++bRuns; });
+    a.put();
+    b.put();
+    pump().pumpOnce(0);
+    // B ran in the nested pass (watches run before idles there), then the
+    // idle removed it; the outer pass, which had it ready in its snapshot,
+    // must not run it again.
+    EXPECT_EQ(bRuns, 1);
+    pump().pumpOnce(0);
+    EXPECT_EQ(bRuns, 1);
+    pump().removeWatch(idA);
+}
+
+TEST_F(PumpTest, NarrowedEventsAreNotReported)
+{
+    Pipe a;
+    Pipe b; // both write ends are writable at once
+    int idB = 0;
+    int bRuns = 0;
+    int idA = pump().addWatch(a.w, POLLOUT, [&](short) { pump().setWatchEvents(idB, POLLIN); });
+    idB = pump().addWatch(b.w, POLLOUT, [&](short) { ++bRuns; });
+    EXPECT_EQ(pump().pumpOnce(0), 1);
+    EXPECT_EQ(bRuns, 0);
+    pump().removeWatch(idA);
+    pump().removeWatch(idB);
+}
+
+TEST_F(PumpTest, IdleAddedDuringPassRunsFromNextPass)
+{
+    std::vector<std::string> log;
+    int second = 0;
+    int first = pump().addIdle([&] {
+        log.push_back("first");
+        if (second == 0)
+            second = pump().addIdle([&] { log.push_back("second"); });
+    });
+    pump().pumpOnce(0);
+    pump().pumpOnce(0);
+    EXPECT_EQ(log, (std::vector<std::string>{"first", "first", "second"}));
+    pump().removeIdle(first);
+    pump().removeIdle(second);
+}
+
+TEST_F(PumpTest, TimersFollowInjectedTicks)
+{
+    // Start just below the wrap of the 32-bit tick counter.
+    uint32_t now = 0xffffffc0u;
+    setTickSource([&] { return now; });
+    std::vector<uint32_t> fired;
+    int id = pump().addTimer(100, [&] { fired.push_back(now); });
+
+    struct Step {
+        uint32_t advance;
+        size_t firedAfter;
+    };
+    const Step steps[] = {
+        {0, 0},   // not due
+        {99, 0},  // one tick short (across the wrap)
+        {1, 1},   // due
+        {50, 1},  // re-armed from the firing time
+        {50, 2},  // due again
+        {1000, 3} // late: fires once, no burst of missed ticks
+    };
+    for (const Step& s : steps) {
+        now += s.advance;
+        pump().pumpOnce(0);
+        EXPECT_EQ(fired.size(), s.firedAfter) << "after advancing " << s.advance;
+    }
+    pump().pumpOnce(0);
+    EXPECT_EQ(fired.size(), 3u);
+    now += 100;
+    pump().pumpOnce(0);
+    EXPECT_EQ(fired.size(), 4u);
+    pump().removeTimer(id);
+    now += 1000;
+    pump().pumpOnce(0);
+    EXPECT_EQ(fired.size(), 4u);
+}
+
+TEST_F(PumpTest, TimerRemovingItselfAndZeroInterval)
+{
+    uint32_t now = 1000;
+    setTickSource([&] { return now; });
+    int runs = 0;
+    int id = 0;
+    id = pump().addTimer(0, [&] { // clamped to 1 ms
+        ++runs;
+        pump().removeTimer(id);
+    });
+    pump().pumpOnce(0);
+    EXPECT_EQ(runs, 0);
+    now += 1;
+    pump().pumpOnce(0);
+    now += 1;
+    pump().pumpOnce(0);
+    EXPECT_EQ(runs, 1);
+}
+
+TEST_F(PumpTest, PumpUntilStopsAtDoneOrTimeout)
+{
+    uint32_t now = 0;
+    setTickSource([&] { return now += 10; });
+    int polls = 0;
+    EXPECT_FALSE(pump().pumpUntil([&] { ++polls; return false; }, 100));
+    EXPECT_GT(polls, 1);
+    EXPECT_LE(polls, 12);
+
+    int idleRuns = 0;
+    int idle = pump().addIdle([&] { ++idleRuns; });
+    EXPECT_TRUE(pump().pumpUntil([&] { return idleRuns >= 3; }, 1000000));
+    EXPECT_EQ(idleRuns, 3);
+    pump().removeIdle(idle);
+}
+
+TEST_F(PumpTest, DoEventsDoesNotWait)
+{
+    int runs = 0;
+    int idle = pump().addIdle([&] { ++runs; });
+    DoEvents();
+    EXPECT_EQ(runs, 1);
+    pump().removeIdle(idle);
+}
+
+} // namespace
+} // namespace jdwpkrvdbg

@@ -1,0 +1,380 @@
+// The debugger end of the shared-memory channel against a fake VM end built
+// from ShmemRing.h in this process (or in a forked child when the VM has to
+// die): record framing both ways, records larger than a ring, name checks,
+// a dead or closing VM, and that nothing is left in /dev/shm.
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "../../platform/ShmemChannel.h"
+#include "../../platform/ShmemRing.h"
+
+namespace {
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::shmem;
+
+std::string uniqueName(const std::string& tag) { return "unit-" + std::to_string(getpid()) + "-" + tag; }
+
+bool objectExists(const std::string& name) { return access(("/dev/shm" + objectName(name)).c_str(), F_OK) == 0; }
+
+// Waits for the channel's descriptor; the limit only keeps a broken build from hanging.
+bool pollReadable(int fd, int failsafeMs = 5000)
+{
+    pollfd p{fd, POLLIN, 0};
+    return poll(&p, 1, failsafeMs) == 1;
+}
+
+// Reads records until `count` arrived or the channel reports the VM gone.
+std::vector<std::string> receive(ShmemChannel& channel, size_t count)
+{
+    std::vector<std::string> got;
+    while (got.size() < count && pollReadable(channel.notifyFd()))
+        if (!channel.readRecords(got))
+            break;
+    return got;
+}
+
+struct FakeVm {
+    explicit FakeVm(const std::string& channelName) : name(channelName)
+    {
+        Mapping m;
+        std::string error;
+        created = createChannel(name, m, error);
+        EXPECT_TRUE(created) << error;
+        if (created)
+            end = std::make_unique<Endpoint>(std::move(m), Side::Vm);
+    }
+    ~FakeVm()
+    {
+        if (end) {
+            end->markClosed();
+            end->mapping().unlinkIfStillOurs(name);
+        }
+    }
+    // One record, as the VM's reader would wait for it.
+    bool read(std::string& record)
+    {
+        for (;;) {
+            if (!pending.empty()) {
+                record = pending.front();
+                pending.erase(pending.begin());
+                return true;
+            }
+            if (!end->pull(pending))
+                return false;
+            if (!pending.empty())
+                continue;
+            RingReader& r = end->reader();
+            if (waitFor(
+                    end->inRing().dataSeq, end->inRing().readersWaiting, [&] { return r.available() > 0; },
+                    [&] { return end->stopped(); }, 0, nowUs() + 5000000) != WaitResult::Ready) {
+                // What the debugger sent before it left still counts.
+                if (!end->pull(pending) || pending.empty())
+                    return false;
+            }
+        }
+    }
+    std::string name;
+    bool created = false;
+    std::unique_ptr<Endpoint> end;
+    std::vector<std::string> pending;
+};
+
+TEST(ShmemChannel, NamesAreCheckedWithAClearReason)
+{
+    struct Case {
+        std::string name;
+        bool valid;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"krv.session_1-A", true, ""},
+        {std::string(200, 'n'), true, ""},
+        {"", false, "empty"},
+        {std::string(201, 'n'), false, "201 characters long; at most 200"},
+        {"a/b", false, "character '/'"},
+        {"a b", false, "character ' '"},
+        {std::string("a\x01", 2), false, "code 1"},
+        {"..%", false, "character '%'"},
+    };
+    for (const Case& c : cases) {
+        std::string why;
+        EXPECT_EQ(ShmemChannel::validName(c.name, why), c.valid) << c.name;
+        EXPECT_NE(why.find(c.reason), std::string::npos) << c.name << ": " << why;
+        if (!c.valid) {
+            ShmemChannel channel;
+            std::string error;
+            EXPECT_FALSE(channel.attach(c.name, error));
+            EXPECT_EQ(error, why);
+            Mapping m;
+            EXPECT_FALSE(createChannel(c.name, m, error));
+            EXPECT_EQ(error, why);
+        }
+    }
+}
+
+TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
+{
+    const std::string name = uniqueName("frames");
+    FakeVm vm(name);
+    ASSERT_TRUE(vm.created);
+    ASSERT_TRUE(objectExists(name));
+    ShmemChannel channel;
+    std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
+    EXPECT_TRUE(channel.isOpen());
+    EXPECT_TRUE(channel.attach(name, error)) << "attaching again to the same name is harmless";
+    EXPECT_FALSE(objectExists(name)) << "the debugger drops the name once both ends hold the mapping";
+    EXPECT_EQ(vm.end->header().debuggerPid.load(), getpid());
+    EXPECT_NE(vm.end->header().state.load() & kDebuggerAttached, 0u);
+
+    // Debugger to VM: handshake, then commands in the shared-memory framing.
+    const std::vector<std::string> toVm = {
+        "JDWP-Handshake",
+        std::string("\x01\x00\x00\x00" "\x00" "\x01\x07" "\x00\x00\x00\x00", 11),
+        std::string("\x02\x00\x00\x00" "\x00" "\x01\x09" "\x03\x00\x00\x00" "abc", 14),
+        std::string(),
+    };
+    for (const std::string& r : toVm)
+        ASSERT_TRUE(channel.writeRecord(r));
+    for (const std::string& expected : toVm) {
+        std::string got;
+        ASSERT_TRUE(vm.read(got));
+        EXPECT_EQ(got, expected);
+    }
+
+    // VM to debugger: several records published before the debugger looks.
+    const std::vector<std::string> toDebugger = {
+        "JDWP-Handshake",
+        std::string("\x01\x00\x00\x00" "\x80" "\x00\x00" "\x14\x00\x00\x00", 11) + std::string(20, '\x08'),
+        std::string("\x05\x00\x00\x00" "\x00" "\x40\x64" "\x02\x00\x00\x00" "\x02\x63", 13),
+    };
+    for (const std::string& r : toDebugger)
+        ASSERT_TRUE(vm.end->write(r));
+    EXPECT_TRUE(channel.waitReadable(5000));
+    EXPECT_EQ(receive(channel, toDebugger.size()), toDebugger);
+
+    // Many records, so positions wrap around the ring end several times.
+    std::string odd(kRingBytes / 3 + 7, 'x');
+    for (int round = 0; round < 8; ++round) {
+        odd[0] = char('a' + round);
+        ASSERT_TRUE(vm.end->write(odd));
+        auto got = receive(channel, 1);
+        ASSERT_EQ(got.size(), 1u);
+        EXPECT_EQ(got[0], odd);
+    }
+    EXPECT_FALSE(channel.waitReadable(1)) << "nothing is waiting";
+}
+
+TEST(ShmemChannel, RecordsLargerThanARingArriveWhole)
+{
+    const std::string name = uniqueName("large");
+    FakeVm vm(name);
+    ASSERT_TRUE(vm.created);
+    ShmemChannel channel;
+    std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
+
+    std::string big(3 * kRingBytes, '\0');
+    for (size_t i = 0; i < big.size(); ++i)
+        big[i] = char(i * 131 + (i >> 16));
+
+    std::thread vmWriter([&] { EXPECT_TRUE(vm.end->write(big)); });
+    auto got = receive(channel, 1);
+    vmWriter.join();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_TRUE(got[0] == big);
+
+    std::thread debuggerWriter([&] { EXPECT_TRUE(channel.writeRecord(big)); });
+    std::string atVm;
+    EXPECT_TRUE(vm.read(atVm));
+    debuggerWriter.join();
+    EXPECT_TRUE(atVm == big);
+}
+
+TEST(ShmemChannel, VmClosingDeliversWhatWasSentThenReportsGone)
+{
+    const std::string name = uniqueName("close");
+    auto vm = std::make_unique<FakeVm>(name);
+    ASSERT_TRUE(vm->created);
+    ShmemChannel channel;
+    std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
+
+    const std::string death("\x07\x00\x00\x00" "\x00" "\x40\x64" "\x00\x00\x00\x00", 11);
+    ASSERT_TRUE(vm->end->write(death));
+    vm.reset(); // says goodbye and unmaps
+    std::vector<std::string> got;
+    ASSERT_TRUE(pollReadable(channel.notifyFd()));
+    ASSERT_TRUE(channel.readRecords(got));
+    EXPECT_EQ(got, std::vector<std::string>{death});
+    EXPECT_TRUE(pollReadable(channel.notifyFd(), 0)) << "the verdict is still to be fetched";
+    EXPECT_FALSE(channel.readRecords(got));
+    EXPECT_FALSE(channel.isOpen());
+    EXPECT_FALSE(channel.writeRecord("x"));
+    EXPECT_TRUE(channel.waitReadable(1000));
+}
+
+TEST(ShmemChannel, DebuggerClosingWakesTheVmReader)
+{
+    const std::string name = uniqueName("dclose");
+    FakeVm vm(name);
+    ASSERT_TRUE(vm.created);
+    ShmemChannel channel;
+    std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
+    ASSERT_TRUE(channel.writeRecord("last"));
+    std::string first, second;
+    bool secondRead = true;
+    std::thread reader([&] {
+        EXPECT_TRUE(vm.read(first));
+        secondRead = vm.read(second); // blocks until the debugger closes
+    });
+    auto start = std::chrono::steady_clock::now();
+    channel.close();
+    reader.join();
+    EXPECT_EQ(first, "last");
+    EXPECT_FALSE(secondRead);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    std::vector<std::string> none;
+    EXPECT_FALSE(channel.readRecords(none));
+    EXPECT_FALSE(channel.isOpen());
+}
+
+TEST(ShmemChannel, RefusesWithClearErrors)
+{
+    const std::string name = uniqueName("refuse");
+    ShmemChannel first;
+    std::string error;
+    EXPECT_FALSE(first.attach(name, error));
+    EXPECT_NE(error.find("no VM is listening on the shared-memory name \"" + name + "\""), std::string::npos)
+        << error;
+    EXPECT_FALSE(first.isOpen());
+    std::vector<std::string> none;
+    EXPECT_FALSE(first.readRecords(none));
+    EXPECT_FALSE(first.writeRecord("JDWP-Handshake"));
+
+    FakeVm vm(name);
+    ASSERT_TRUE(vm.created);
+    Mapping second;
+    EXPECT_FALSE(createChannel(name, second, error)) << "a live VM keeps its name";
+    EXPECT_NE(error.find("is in use by the running process " + std::to_string(getpid())), std::string::npos)
+        << error;
+
+    ASSERT_TRUE(first.attach(name, error)) << error;
+    EXPECT_FALSE(first.attach(uniqueName("other"), error));
+    EXPECT_NE(error.find("already attached"), std::string::npos) << error;
+    // A second debugger: the name is gone already, and the channel is taken anyway.
+    ShmemChannel another;
+    EXPECT_FALSE(another.attach(name, error));
+    EXPECT_NE(error.find("no VM is listening"), std::string::npos) << error;
+}
+
+// A child process plays a VM that crashes: it creates the channel and
+// _exit(1)s at a point the parent chooses, leaving the object behind.
+struct CrashingVm {
+    explicit CrashingVm(const std::string& name)
+    {
+        if (pipe(ready) != 0 || pipe(go) != 0)
+            return;
+        pid = fork();
+        if (pid == 0) {
+            Mapping m;
+            std::string error;
+            char ok = createChannel(name, m, error) ? '1' : '0';
+            if (write(ready[1], &ok, 1) != 1)
+                _exit(2);
+            char c;
+            (void)!read(go[0], &c, 1);
+            _exit(1);
+        }
+        char ok = 0;
+        created = pid > 0 && read(ready[0], &ok, 1) == 1 && ok == '1';
+    }
+    void crash()
+    {
+        if (go[1] >= 0) {
+            ::close(go[1]); // the child's read returns: it exits
+            go[1] = -1;
+        }
+    }
+    void reap()
+    {
+        crash();
+        if (pid > 0)
+            waitpid(pid, nullptr, 0);
+        pid = -1;
+    }
+    ~CrashingVm()
+    {
+        reap();
+        for (int fd : {ready[0], ready[1], go[0]})
+            if (fd >= 0)
+                ::close(fd);
+    }
+    int ready[2] = {-1, -1};
+    int go[2] = {-1, -1};
+    pid_t pid = -1;
+    bool created = false;
+};
+
+TEST(ShmemChannel, VmDeathMidSessionIsNoticedWithoutReaping)
+{
+    const std::string name = uniqueName("death");
+    CrashingVm vm(name);
+    ASSERT_TRUE(vm.created);
+    ShmemChannel channel;
+    std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
+    ASSERT_TRUE(channel.writeRecord("JDWP-Handshake"));
+
+    auto start = std::chrono::steady_clock::now();
+    vm.crash(); // not reaped yet: the child stays a zombie, which must count as dead
+    ASSERT_TRUE(pollReadable(channel.notifyFd()));
+    std::vector<std::string> got;
+    EXPECT_FALSE(channel.readRecords(got));
+    EXPECT_TRUE(got.empty());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_FALSE(channel.writeRecord("x"));
+    vm.reap();
+    EXPECT_FALSE(objectExists(name));
+}
+
+TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
+{
+    // Found by a debugger: refused clearly, and the object is removed.
+    const std::string name = uniqueName("stale");
+    {
+        CrashingVm vm(name);
+        ASSERT_TRUE(vm.created);
+        vm.reap();
+    }
+    ASSERT_TRUE(objectExists(name));
+    ShmemChannel channel;
+    std::string error;
+    EXPECT_FALSE(channel.attach(name, error));
+    EXPECT_NE(error.find("has ended"), std::string::npos) << error;
+    EXPECT_FALSE(objectExists(name));
+
+    // Found by the next VM: it takes the name over.
+    {
+        CrashingVm vm(name);
+        ASSERT_TRUE(vm.created);
+        vm.reap();
+    }
+    ASSERT_TRUE(objectExists(name));
+    {
+        FakeVm next(name);
+        EXPECT_TRUE(next.created);
+        EXPECT_EQ(next.end->header().vmPid.load(), getpid());
+    }
+    EXPECT_FALSE(objectExists(name));
+}
+
+} // namespace
