@@ -22,7 +22,7 @@ public class Values {
         String longText = "0123456789".repeat(100);
         Box.VBVariantBox v = new Box.VBVariantBox("var#iant");
         Box.VBArrayBox va = new Box.VBArrayBox();
-        Colors col = new ColorRed();
+        Colors col = new Colors();
         System.out.println("values ready");                 // @values-stop
         int r = level1(i);
         System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str);
@@ -95,5 +95,3 @@ class VBEnumClass {
 class Colors extends VBEnumClass {
 }
 
-class ColorRed extends Colors {
-}
