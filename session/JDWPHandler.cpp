@@ -20,6 +20,7 @@
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
 #include "jdwpkrvdbg/session/TransportFactory.h"
 #include "jdwpkrvdbg/session/modMain.h"
+#include "../platform/X11Windows.h"
 
 namespace jdwpkrvdbg {
 
@@ -308,12 +309,14 @@ int32_t JDWPHandler::getProcessID()
 
 int32_t JDWPHandler::ProcessIDTohWnd(int32_t RefProcessID)
 {
-    return 0;
+    return findTopLevelWindowOfProcess(RefProcessID);
 }
 
 bool JDWPHandler::ActivateWindow(int32_t RefHWnd)
 {
-    return false;
+    if (RefHWnd == 0)
+        return false;
+    return activateWindow(RefHWnd, [] { DoEvents(); });
 }
 
 void JDWPHandler::BringToTop()
