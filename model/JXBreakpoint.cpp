@@ -1,11 +1,119 @@
-// JXBreakpoint (stub).
+// Breakpoints, stop points and step requests as JDWP event requests: a line
+// breakpoint resolves its line through the class's line tables, a stop point
+// its method and code offset; both become EventRequest Set (breakpoint kind,
+// one location modifier, no default exclusions). A step request carries a
+// Step modifier (and a Count modifier when asked) plus the default class
+// exclusions, so stepping does not stop in library classes.
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 
+#include <vector>
+
+#include "ModelText.h"
+#include "jdwpkrvdbg/model/JXClass.h"
+#include "jdwpkrvdbg/model/JXMachine.h"
+#include "jdwpkrvdbg/model/JXMethod.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageData.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
+
 namespace jdwpkrvdbg {
-bool JXBreakpoint::registerBreakPoint() { return {}; }
-bool JXBreakpoint::registerStopPoint() { return {}; }
-bool JXBreakpoint::unregisterBreakPoint() { return {}; }
-bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth) { return {}; }
-bool JXBreakpoint::unregisterStepEvent(bool async) { return {}; }
-bool JXBreakpoint::registerAt(const JDWPJLocation& location) { return {}; }
+
+using model_detail::replyOk;
+using model_detail::requestSync;
+
+bool JXBreakpoint::registerAt(const JDWPJLocation& location)
+{
+    JDWPModifier where;
+    where.Kind = MK_LocationOnly;
+    where.RefLocation = location;
+    const std::vector<JDWPModifier> modifiers{where};
+    auto msg = getCurrentHandler()->myFactory()->createGetEventRequestMessageII(
+        EK_BREAKPOINT, JDWPSuspendPolicy::SS_All, modifiers, static_cast<int32_t>(modifiers.size()));
+    auto reply = requestSync(msg);
+    if (!replyOk(reply))
+        return false;
+    RequestEventID = reply->myDataContainer()->RequestEventID;
+    UsedByVM = true;
+    myLocation_ = location;
+    return true;
+}
+
+bool JXBreakpoint::registerBreakPoint()
+{
+    auto cls = getCurrentHandler()->myJVM()->getClassByName(ClassName, true);
+    if (!cls)
+        return false;
+    JDWPJLocation location;
+    if (!cls->SrcLineToLocation(LineNr, location))
+        return false;
+    return registerAt(location);
+}
+
+bool JXBreakpoint::registerStopPoint()
+{
+    auto cls = getCurrentHandler()->myJVM()->getClassByName(ClassName, true);
+    if (!cls)
+        return false;
+    auto method = cls->JMethodWithoutParams(MethodName);
+    if (!method)
+        return false;
+    JDWPJLocation location;
+    location.ClassTypeTag = TT_CLASS;
+    location.ClassID = cls->ClassID;
+    location.MethodID = method->MethodID;
+    location.Index = Offset;
+    return registerAt(location);
+}
+
+bool JXBreakpoint::unregisterBreakPoint()
+{
+    if (!(RequestEventID > 0))
+        return true;
+    // Intended: an entry without a resolved class is cleared as a step
+    // request, any other as a breakpoint.
+    const EVENT_KIND kind = myLocation_.ClassID == 0 ? EK_SINGLE_STEP : EK_BREAKPOINT;
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createClearEventRequestMessage(kind, RequestEventID));
+    // RequestEventID and UsedByVM keep their values; the caller drops the entry.
+    return replyOk(reply);
+}
+
+bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth)
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    const JDWPDefaultFilter defaultFilter = factory->getExcludeModifier();
+
+    std::vector<JDWPModifier> modifiers;
+    JDWPModifier step;
+    step.Kind = MK_Step;
+    step.RefStep.threadID = TargetThreadID;
+    step.RefStep.StepSize = JDWPStepSize::SS_LINE;
+    step.RefStep.stepDepth = stepDepth;
+    modifiers.push_back(step);
+    if (StepCount > 0) {
+        JDWPModifier count;
+        count.Kind = MK_Count;
+        count.RefLong = StepCount;
+        modifiers.push_back(count);
+    }
+    auto msg = factory->createGetEventRequestMessage(EK_SINGLE_STEP, JDWPSuspendPolicy::SS_All, modifiers,
+                                                     static_cast<int32_t>(modifiers.size()), defaultFilter);
+    auto reply = requestSync(msg);
+    if (!replyOk(reply))
+        return false;
+    RequestEventID = reply->myDataContainer()->RequestEventID;
+    handler->myJVM()->myLastStepEvent = weak_from_this().lock();
+    return true;
+}
+
+bool JXBreakpoint::unregisterStepEvent(bool async)
+{
+    auto handler = getCurrentHandler();
+    auto msg = handler->myFactory()->createClearEventRequestMessage(EK_SINGLE_STEP, RequestEventID);
+    if (async) {
+        handler->sendAsync(msg);
+        return false;
+    }
+    return replyOk(handler->sendSync(msg, model_detail::kModelWaitMSec));
+}
+
 } // namespace jdwpkrvdbg

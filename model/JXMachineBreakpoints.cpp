@@ -1,22 +1,237 @@
-// JXMachine, part: breakpoints, stop points and stepping (stub).
+// JXMachine, part: the breakpoint and stop-point collection and stepping.
+// Entries are kept in insertion order whether or not their class is loaded;
+// a class-prepare event registers the ones still waiting for it. A step is a
+// one-shot request that lives until the stop it produces (or the next full
+// resume); the suspend-at-next-step operation arms every thread instead.
 #include "jdwpkrvdbg/model/JXMachine.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "ModelText.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMethod.h"
 #include "jdwpkrvdbg/model/JXThreadList.h"
 
 namespace jdwpkrvdbg {
-bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr) { return {}; }
-bool JXMachine::addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset) { return {}; }
-bool JXMachine::addBreakpointByCollection(const JXBreakpointCollection& col) { return {}; }
-std::shared_ptr<JXBreakpoint> JXMachine::getBreakPoint(const std::string& ClassName, double LineNr) { return {}; }
-std::shared_ptr<JXBreakpoint> JXMachine::getStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset) { return {}; }
-std::shared_ptr<JXBreakpoint> JXMachine::getBreakPointByID(double BreakpointID) { return {}; }
-bool JXMachine::removeBreakpoint(const std::string& ClassName, double LineNr) { return {}; }
-bool JXMachine::removeStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset) { return {}; }
-std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::removeBreakpointByClass(const std::string& ClassName) { return {}; }
-bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPStepDepth stepDepth) { return {}; }
-void JXMachine::unregisterLastStepEvent() {}
-bool JXMachine::SuspendNextStep() { return {}; }
-void JXMachine::registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refClass) {}
+
+namespace {
+
+std::string trimmed(const std::string& s)
+{
+    const size_t first = s.find_first_not_of(" \t\r\n");
+    if (first == std::string::npos)
+        return {};
+    const size_t last = s.find_last_not_of(" \t\r\n");
+    return s.substr(first, last - first + 1);
+}
+
+// Parses one "CLASS:LINE" item; false for anything malformed.
+bool parseBreakpointItem(const std::string& item, std::string& className, double& line)
+{
+    const size_t colon = item.rfind(':');
+    if (colon == std::string::npos)
+        return false;
+    className = trimmed(item.substr(0, colon));
+    const std::string lineText = trimmed(item.substr(colon + 1));
+    if (className.empty() || lineText.empty() || lineText.size() > 15)
+        return false;
+    if (!std::all_of(lineText.begin(), lineText.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        return false;
+    line = std::strtod(lineText.c_str(), nullptr);
+    return line > 0;
+}
+
+} // namespace
+
+bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr)
+{
+    if (getBreakPoint(ClassName, LineNr))
+        return false;
+    auto bp = std::make_shared<JXBreakpoint>();
+    bp->StopPoint = false;
+    bp->ClassName = ClassName;
+    bp->LineNr = LineNr;
+    // A failed registration waits for the class-prepare event of its class.
+    bp->registerBreakPoint();
+    myBreakpoints.push_back(bp);
+    return true;
+}
+
+bool JXMachine::addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
+{
+    if (getStopPoint(ClassName, MethodName, Offset))
+        return false;
+    auto bp = std::make_shared<JXBreakpoint>();
+    bp->StopPoint = true;
+    bp->ClassName = ClassName;
+    bp->MethodName = MethodName;
+    bp->Offset = Offset;
+    bp->registerStopPoint();
+    myBreakpoints.push_back(bp);
+    return true;
+}
+
+bool JXMachine::addBreakpointByCollection(const JXBreakpointCollection& col)
+{
+    bool allValid = true;
+    for (const std::string& item : col) {
+        std::string className;
+        double line = 0;
+        if (!parseBreakpointItem(item, className, line)) {
+            allValid = false;
+            continue;
+        }
+        addBreakpoint(className, line);
+    }
+    return allValid;
+}
+
+std::shared_ptr<JXBreakpoint> JXMachine::getBreakPoint(const std::string& ClassName, double LineNr)
+{
+    for (const auto& bp : myBreakpoints)
+        if (bp && !bp->StopPoint && bp->ClassName == ClassName && bp->LineNr == LineNr)
+            return bp;
+    return nullptr;
+}
+
+std::shared_ptr<JXBreakpoint> JXMachine::getStopPoint(const std::string& ClassName, const std::string& MethodName,
+                                                      double Offset)
+{
+    // Method names resolve without regard to case (JMethodWithoutParams), so
+    // two names that differ only in case are the same stop point.
+    const std::string method = model_detail::lowerText(MethodName);
+    for (const auto& bp : myBreakpoints)
+        if (bp && bp->StopPoint && bp->ClassName == ClassName && bp->Offset == Offset &&
+            model_detail::lowerText(bp->MethodName) == method)
+            return bp;
+    return nullptr;
+}
+
+std::shared_ptr<JXBreakpoint> JXMachine::getBreakPointByID(double BreakpointID)
+{
+    // 0 is the id of no request; it must not match the entries still waiting.
+    if (!(BreakpointID > 0))
+        return nullptr;
+    for (const auto& bp : myBreakpoints)
+        if (bp && bp->RequestEventID == BreakpointID)
+            return bp;
+    return nullptr;
+}
+
+namespace {
+void eraseEntry(std::vector<std::shared_ptr<JXBreakpoint>>& list, const std::shared_ptr<JXBreakpoint>& bp)
+{
+    auto it = std::find(list.begin(), list.end(), bp);
+    if (it != list.end())
+        list.erase(it);
+}
+} // namespace
+
+bool JXMachine::removeBreakpoint(const std::string& ClassName, double LineNr)
+{
+    auto bp = getBreakPoint(ClassName, LineNr);
+    if (!bp || !bp->unregisterBreakPoint())
+        return false;
+    eraseEntry(myBreakpoints, bp);
+    return true;
+}
+
+bool JXMachine::removeStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
+{
+    auto bp = getStopPoint(ClassName, MethodName, Offset);
+    if (!bp || !bp->unregisterBreakPoint())
+        return false;
+    eraseEntry(myBreakpoints, bp);
+    return true;
+}
+
+std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::removeBreakpointByClass(const std::string& ClassName)
+{
+    std::vector<std::shared_ptr<JXBreakpoint>> collected;
+    for (const auto& bp : myBreakpoints)
+        if (bp && bp->ClassName == ClassName)
+            collected.push_back(bp);
+    for (const auto& bp : collected) {
+        if (bp->StopPoint)
+            removeStopPoint(bp->ClassName, bp->MethodName, bp->Offset);
+        else
+            removeBreakpoint(bp->ClassName, bp->LineNr);
+    }
+    return collected;
+}
+
+void JXMachine::registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refClass)
+{
+    if (!refClass)
+        return;
+    // A copy: each registration waits for its reply, and events decoded
+    // meanwhile may change the collection.
+    const std::vector<std::shared_ptr<JXBreakpoint>> entries = myBreakpoints;
+    for (const auto& bp : entries) {
+        // An entry already in the VM would get a second request.
+        if (!bp || bp->RequestEventID > 0 || !refClass->equalName(bp->ClassName))
+            continue;
+        if (bp->StopPoint)
+            bp->registerStopPoint();
+        else
+            bp->registerBreakPoint();
+    }
+}
+
+bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPStepDepth stepDepth)
+{
+    (void)IgnoreSuspend; // accepted and not used
+    if (myEvaluating || myStepInProcess)
+        return false;
+    myStepInProcess = true;
+    // Intended: with no thread to step the flag stays set until the next
+    // event clears it, so no further step is requested meanwhile.
+    if (!(RefThreadID > 0) && !(myCurrentThreadID > 0))
+        return false;
+    auto step = std::make_shared<JXBreakpoint>();
+    step->JustStepping = true;
+    step->StepCount = 0;
+    step->TargetThreadID = RefThreadID > 0 ? RefThreadID : myCurrentThreadID;
+    unregisterLastStepEvent();
+    if (step->registerStepEvent(stepDepth)) {
+        // A plain resume: the new step request must survive it.
+        ResumeVM(false);
+        return true;
+    }
+    myStepInProcess = false;
+    return false;
+}
+
+void JXMachine::unregisterLastStepEvent()
+{
+    if (!myLastStepEvent)
+        return;
+    auto last = std::move(myLastStepEvent);
+    myLastStepEvent.reset();
+    last->unregisterStepEvent(true);
+}
+
+bool JXMachine::SuspendNextStep()
+{
+    if (bSuspendNextStepRunning_)
+        return false;
+    bSuspendNextStepRunning_ = true;
+    myThreadList.reset();
+    auto list = getCurrentHandler()->getAllThreads();
+    const bool found = static_cast<bool>(list);
+    if (list) {
+        myThreadList = list;
+        const bool savedMute = myMuteStateEvents;
+        myMuteStateEvents = true;
+        SuspendVM();
+        list->registerSuspend();
+        ResumeVM();
+        myMuteStateEvents = savedMute;
+    }
+    bSuspendNextStepRunning_ = false;
+    return found;
+}
+
 } // namespace jdwpkrvdbg

@@ -1,15 +1,119 @@
-// JXThread (stub).
+// One VM thread. Name and thread group are asked once and cached (each ask
+// is an exchange of up to 4000 ms); state and suspension are read live. A
+// thread can carry its own single-step request so that it stops at its next
+// step; threads of the VM's "system" group are never armed.
 #include "jdwpkrvdbg/model/JXThread.h"
+
+#include <cmath>
+#include <cstdint>
+
+#include "ModelText.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageData.h"
+#include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 
 namespace jdwpkrvdbg {
-void JXThread::RegisterStopMe() {}
-void JXThread::UnregisterStopMe() {}
-bool JXThread::CanSuspend() { return {}; }
-std::string JXThread::ThreadName() { return {}; }
-bool JXThread::ThreadSuspended() { return {}; }
-ThreadStatus JXThread::ThreadState() { return {}; }
-double JXThread::threadGroupID() { return {}; }
-double JXThread::parentThreadGroupID() { return {}; }
-std::string JXThread::ThreadGroupName() { return {}; }
+
+using model_detail::replyOk;
+using model_detail::requestSync;
+
+namespace {
+int16_t toInt16(double v)
+{
+    if (!std::isfinite(v))
+        return 0;
+    return static_cast<int16_t>(static_cast<int64_t>(v));
+}
+} // namespace
+
+void JXThread::RegisterStopMe()
+{
+    if (bStopRegistered || !CanSuspend())
+        return;
+    myStopRequest = std::make_shared<JXBreakpoint>();
+    myStopRequest->TargetThreadID = threadID;
+    myStopRequest->StepCount = 0;
+    myStopRequest->JustStepping = true;
+    myStopRequest->registerStepEvent(SD_INTO);
+    // A failed registration is tried again with a new request next time.
+    bStopRegistered = myStopRequest->RequestEventID > 0;
+}
+
+void JXThread::UnregisterStopMe()
+{
+    if (!bStopRegistered || !myStopRequest)
+        return;
+    bStopRegistered = false;
+    myStopRequest->unregisterStepEvent(false);
+    myStopRequest.reset();
+}
+
+bool JXThread::CanSuspend()
+{
+    // A thread whose group is unknown counts as suspendable.
+    return ThreadGroupName() != "system";
+}
+
+std::string JXThread::ThreadName()
+{
+    if (myThreadName.empty()) {
+        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadNameMessage(threadID));
+        if (reply)
+            myThreadName = reply->myDataContainer()->RequestThreadName;
+    }
+    return myThreadName;
+}
+
+bool JXThread::ThreadSuspended()
+{
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadState(threadID));
+    if (!reply)
+        return false;
+    return toInt16(reply->myDataContainer()->RequestThreadSuspended) == 1;
+}
+
+ThreadStatus JXThread::ThreadState()
+{
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadState(threadID));
+    if (!reply)
+        return THREAD_STATE_ZOMBIE;
+    return static_cast<ThreadStatus>(toInt16(reply->myDataContainer()->RequestThreadState));
+}
+
+double JXThread::threadGroupID()
+{
+    if (myGroupID == -1) {
+        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroup(threadID));
+        if (replyOk(reply))
+            myGroupID = reply->myDataContainer()->RequestThreadGroupID;
+    }
+    return myGroupID;
+}
+
+double JXThread::parentThreadGroupID()
+{
+    // Intended: myParentGroupID starts at 0 and nothing changes it, so this
+    // sends nothing and answers 0; the test and the fields it reads and
+    // writes are kept as they are.
+    if (myParentGroupID == -1) {
+        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroup(myParentGroupID));
+        if (replyOk(reply))
+            myGroupID = reply->myDataContainer()->RequestThreadGroupID;
+    }
+    return myParentGroupID;
+}
+
+std::string JXThread::ThreadGroupName()
+{
+    if (myGroupName.empty()) {
+        const double group = threadGroupID();
+        if (group == -1)
+            return {};
+        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroupName(group));
+        if (replyOk(reply))
+            myGroupName = reply->myDataContainer()->RequestThreadGroupName;
+    }
+    return myGroupName;
+}
+
 } // namespace jdwpkrvdbg

@@ -346,6 +346,41 @@ TEST_F(MessageTest, DecodedReplyCompletesTheWaitingCallWithTheSameId)
     EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
+TEST_F(MessageTest, ArbitraryBytesNeverBreakTheParsers)
+{
+    // Deterministic pseudo-random buffers, some with a plausible header, fed
+    // to every parser; under the sanitizers any read outside a buffer fails.
+    uint32_t state = 12345;
+    auto next = [&] {
+        state = state * 1103515245u + 12345u;
+        return (state >> 16) & 0xff;
+    };
+    auto request = sendCommand(CMDSET_VirtualMachine, VM_VERSION);
+    for (int round = 0; round < 2000; ++round) {
+        std::string buf(next() % 40, '\0');
+        for (char& c : buf)
+            c = static_cast<char>(next());
+        if (round % 3 == 0 && buf.size() >= 11) {
+            buf.replace(0, 4, NumberToBytes(11 + next() % 40, 4));
+            buf[8] = static_cast<char>(round % 2 ? 0x80 : 0);
+            buf.replace(4, 4, NumberToBytes(request->myID, 4));
+        }
+        auto m = std::make_shared<JDWPMessage>();
+        double n = m->createMessageSocket(buf);
+        EXPECT_LE(n, static_cast<double>(buf.size()));
+        EXPECT_LE(m->myData.size(), buf.size());
+        std::make_shared<JDWPMessage>()->createMessageSHMem(buf);
+        std::string out;
+        ReadString(buf, static_cast<int64_t>(next() % 50) - 5, out);
+        EXPECT_LE(out.size(), buf.size());
+        JDWPJLocation loc;
+        ReadLocation(buf, static_cast<int64_t>(next() % 50) - 5, loc);
+        Utf8ToText(buf);
+        if (!handler->getMessage(request->myID))
+            request = sendCommand(CMDSET_VirtualMachine, VM_VERSION);
+    }
+}
+
 TEST(MessageDescription, NamesCommandsAndEvents)
 {
     struct Case {

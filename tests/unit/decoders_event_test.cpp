@@ -16,6 +16,7 @@
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
 #include "ScriptedVM.h"
+#include "decoders_test_support.h"
 
 namespace jdwpkrvdbg {
 namespace {
@@ -23,8 +24,6 @@ namespace {
 using testing::be32;
 using testing::be64;
 using testing::jstr;
-using testing::ScriptedTransport;
-using testing::ScriptedVM;
 using testing::SentCommand;
 
 std::string byte(int b)
@@ -82,37 +81,13 @@ struct Recorder : JXMachineEvents {
     }
 };
 
-class EventDecoders : public ::testing::Test {
+class EventDecoders : public decoder_tests::ScriptedSession {
 protected:
     void SetUp() override
     {
-        // Every tick read moves the clock on, so a request nobody answers
-        // gives up after a few polls instead of four real seconds.
-        setTickSource([this]() { return ticks_ += 50; });
-        handler_ = JDWPHandler::create();
-        jvm_ = handler_->myJVM();
-        transport_ = std::make_shared<ScriptedTransport>();
-        vm_ = std::make_unique<ScriptedVM>(transport_);
-        vm_->installDefaults();
+        ScriptedSession::SetUp();
         recorder_ = std::make_shared<Recorder>();
         jvm_->setEvents(recorder_);
-        handler_->attachTransport(transport_);
-        transport_->connectedFlag = true;
-        transport_->raiseReceive("JDWP-Handshake");
-        vm_->clearCommands();
-        for (auto* size : {&jvm_->SIZE_FieldID, &jvm_->SIZE_MethodID, &jvm_->SIZE_ObjectID, &jvm_->SIZE_RefTypeID,
-                           &jvm_->SIZE_FrameID})
-            *size = 8;
-    }
-    void TearDown() override
-    {
-        jvm_->setEvents(nullptr);
-        vm_.reset();
-        handler_->attachTransport(nullptr);
-        jvm_.reset();
-        handler_.reset();
-        setCurrentHandler(nullptr);
-        setTickSource(nullptr);
     }
 
     // The user's class Module1 (a default target name) with one method whose
@@ -151,11 +126,6 @@ protected:
         data.processEventCommand(payload);
     }
 
-    uint32_t ticks_ = 100000;
-    std::shared_ptr<JDWPHandler> handler_;
-    std::shared_ptr<JXMachine> jvm_;
-    std::shared_ptr<ScriptedTransport> transport_;
-    std::unique_ptr<ScriptedVM> vm_;
     std::shared_ptr<Recorder> recorder_;
 };
 
@@ -250,7 +220,8 @@ TEST_F(EventDecoders, SingleStepStopsOrContinuesStepping)
             EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,13,0)", "State(1)"}));
             EXPECT_TRUE(vm_->commands().empty());
         } else {
-            EXPECT_TRUE(recorder_->log.empty());
+            EXPECT_FALSE(recorder_->hasPrefix("Break(")) << ::testing::PrintToString(recorder_->log);
+            EXPECT_FALSE(recorder_->has("State(1)"));
             EXPECT_TRUE(stepRequested()) << "continued with a step into";
             ASSERT_FALSE(vm_->commandsOf(15, 1).empty());
             // Step modifier: thread id, size, depth 0 (into).
@@ -292,7 +263,7 @@ TEST_F(EventDecoders, ExceptionCaughtElsewhereStopsAndReportsTheObject)
         out = byte(1) + be64(0x50);
         return true;
     });
-    vm_->on(2, 1, [&](const SentCommand& c, std::string& out, uint16_t& err) {
+    vm_->on(2, 1, [signatures](const SentCommand& c, std::string& out, uint16_t& err) {
         auto it = signatures.find(static_cast<uint64_t>(BytesToNumber(c.payload, 1, 8)));
         if (it == signatures.end())
             err = ERR_INVALID_CLASS;
@@ -327,6 +298,46 @@ TEST_F(EventDecoders, ExceptionValuesOtherThanObjectsAreNotReported)
     data.processEventCommand(composite(1, {event}));
     EXPECT_EQ(data.RequestObjectID, 0);
     EXPECT_FALSE(recorder_->hasPrefix("Exception("));
+}
+
+TEST_F(EventDecoders, DebugPrintHookPrintsItsArgumentWithoutAStop)
+{
+    // The runtime's debug-output class is rejected by the class filters, so
+    // it is recognised before them.
+    ASSERT_FALSE(jvm_->isPossibleClass("VB/Debug"));
+    auto cls = userClass(0x90, "LVB/Debug;");
+    auto print = std::make_shared<JXMethod>();
+    print->MethodID = 0x91;
+    print->MethodName = "Print";
+    print->MethodSignature = "(Ljava/lang/String;)V";
+    print->ClassID = 0x90;
+    cls->addMethod(print);
+    JDWPJVariableTable variables;
+    variables.slotsCount = 1;
+    variables.Slot.resize(1);
+    variables.Slot[0].vt_name = "data";
+    variables.Slot[0].vt_signature = "Ljava/lang/String;";
+    print->SetVariableTable(variables);
+    vm_->onPayload(11, 6, be32(1) + be64(0x5) + location(0x90, 0x91, 0));
+    vm_->onPayload(16, 1, be32(1) + "s" + be64(0x72));
+    vm_->onPayload(10, 1, jstr("\"hello\""));
+    vm_->clearCommands();
+    recorder_->log.clear();
+
+    decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x91, 0))}));
+    EXPECT_TRUE(recorder_->has("Debug(hello)")) << ::testing::PrintToString(recorder_->log);
+    EXPECT_FALSE(recorder_->hasPrefix("Break("));
+    EXPECT_FALSE(recorder_->has("State(1)"));
+    EXPECT_EQ(countOf(1, 9), 1u);
+    EXPECT_EQ(jvm_->currentThreadID(), 0x77);
+
+    // Another method of the class: no print, still no stop.
+    vm_->clearCommands();
+    recorder_->log.clear();
+    decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x31, 0))}));
+    EXPECT_FALSE(recorder_->hasPrefix("Debug(")) << ::testing::PrintToString(recorder_->log);
+    EXPECT_TRUE(vm_->commandsOf(16, 1).empty());
+    EXPECT_EQ(countOf(1, 9), 1u);
 }
 
 TEST_F(EventDecoders, ClassPrepareRegistersTheClassAndAsksForItsExceptions)
@@ -396,6 +407,24 @@ TEST_F(EventDecoders, LaterEventsOfACompositeAreReadAtTheDeliberatelyWrongCursor
                          locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
     EXPECT_TRUE(recorder_->has("Break(119,Module1,10,0)"));
     EXPECT_TRUE(recorder_->has("Break(120,Module1,13,0)"));
+
+    // Class prepare and exception add the returned cursor to the advanced
+    // one, so a VM death behind them is never read.
+    const std::vector<std::string> leaders = {
+        prepareEvent(0x25, "Lpkg/Lead$1;"),
+        exceptionEvent(0x77, location(0x10, 0x31, 5), 0x66, location(0x10, 0x31, 9)),
+    };
+    for (const auto& leader : leaders) {
+        jvm_->GoVMStateChange(VMRunning, -1);
+        recorder_->log.clear();
+        decode(composite(1, {leader, byte(EK_VM_DEATH)}));
+        EXPECT_FALSE(recorder_->has("State(0)"));
+        // Whereas behind a breakpoint it is read.
+        jvm_->GoVMStateChange(VMRunning, -1);
+        recorder_->log.clear();
+        decode(composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0)), byte(EK_VM_DEATH)}));
+        EXPECT_TRUE(recorder_->has("State(0)"));
+    }
 }
 
 TEST_F(EventDecoders, CompositeEventsArriveThroughTheRouting)
@@ -413,10 +442,7 @@ protected:
     void SetUp() override
     {
         handler_ = JDWPHandler::create();
-        auto jvm = handler_->myJVM();
-        for (auto* size : {&jvm->SIZE_FieldID, &jvm->SIZE_MethodID, &jvm->SIZE_ObjectID, &jvm->SIZE_RefTypeID,
-                           &jvm->SIZE_FrameID})
-            *size = 8;
+        decoder_tests::setAllWidths(*handler_->myJVM(), 8);
     }
     void TearDown() override
     {

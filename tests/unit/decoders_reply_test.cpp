@@ -23,14 +23,12 @@
 #include "jdwpkrvdbg/session/JDWPHandler.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
+#include "decoders_test_support.h"
+
 namespace jdwpkrvdbg {
 namespace {
 
-template <size_t N>
-std::string bytes(const char (&literal)[N])
-{
-    return std::string(literal, N - 1);
-}
+using decoder_tests::bytes;
 
 class DebugLines : public JXMachineEvents {
 public:
@@ -44,7 +42,7 @@ protected:
     {
         handler_ = JDWPHandler::create();
         jvm_ = handler_->myJVM();
-        setWidths(8, 8, 8, 8, 8);
+        decoder_tests::setAllWidths(*jvm_, 8);
     }
     void TearDown() override
     {
@@ -263,7 +261,7 @@ TEST_F(ReplyDecoders, AllClassesUsesTheReferenceTypeWidth)
     setWidths(8, 8, 8, 4, 8);
     JDWPMessageData data;
     data.processAllClasses(bytes("\x00\x00\x00\x02"
-                                 "\x01\x00\x00\x00\x21\x00\x00\x00\x05LA;\x00\x00\x00\x07"
+                                 "\x01\x00\x00\x00\x21\x00\x00\x00\x03LA;\x00\x00\x00\x07"
                                  "\x03\x00\x00\x00\x22\x00\x00\x00\x03[[I\x00\x00\x00\x04"));
     ASSERT_EQ(data.allClasses().size(), 2u);
     EXPECT_EQ(data.allClasses()[0].ClassTypeTag, 1);

@@ -11,15 +11,12 @@
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
 #include "ScriptedVM.h"
+#include "decoders_test_support.h"
 
 namespace jdwpkrvdbg {
 namespace {
 
-template <size_t N>
-std::string bytes(const char (&literal)[N])
-{
-    return std::string(literal, N - 1);
-}
+using decoder_tests::bytes;
 
 class TaggedValues : public ::testing::Test {
 protected:
@@ -131,7 +128,7 @@ TEST_F(TaggedValues, ReadingStartsAtTheCursorNotAtTheStart)
     JDWPMessageData data;
     JDWPJVarValue value;
     int64_t pos = 3;
-    EXPECT_EQ(data.readTaggedValue(bytes("\x00\x00S\xff\xfe"), pos, value), 4);
+    EXPECT_EQ(data.readTaggedValue(bytes("\x00\x00S\xff\xfe"), pos, value), 5);
     EXPECT_EQ(value.VarValue, "-2");
 }
 
@@ -322,29 +319,14 @@ TEST_F(TaggedValues, InvocationResultOfGarbageHasOneEmptyElement)
 using testing::be32;
 using testing::be64;
 using testing::jstr;
-using testing::ScriptedTransport;
 using testing::ScriptedVM;
 using testing::SentCommand;
 
-class VMValues : public ::testing::Test {
+class VMValues : public decoder_tests::ScriptedSession {
 protected:
     void SetUp() override
     {
-        // Every tick read moves the clock on, so an unanswered request gives
-        // up after a few polls.
-        setTickSource([this]() { return ticks_ += 50; });
-        handler_ = JDWPHandler::create();
-        transport_ = std::make_shared<ScriptedTransport>();
-        vm_ = std::make_unique<ScriptedVM>(transport_);
-        vm_->installDefaults();
-        handler_->attachTransport(transport_);
-        transport_->connectedFlag = true;
-        transport_->raiseReceive("JDWP-Handshake");
-        vm_->clearCommands();
-        auto jvm = handler_->myJVM();
-        for (auto* size : {&jvm->SIZE_FieldID, &jvm->SIZE_MethodID, &jvm->SIZE_ObjectID, &jvm->SIZE_RefTypeID,
-                           &jvm->SIZE_FrameID})
-            *size = 8;
+        ScriptedSession::SetUp();
         // Object 0x66 is of class 0x80, whose signature is classSignature_.
         vm_->on(9, 1, [](const SentCommand&, std::string& out, uint16_t&) {
             out = std::string(1, '\x01') + be64(0x80);
@@ -360,14 +342,6 @@ protected:
         vm_->onPayload(3, 1, "", ERR_INVALID_CLASS);
         vm_->onPayload(11, 6, be32(0));
     }
-    void TearDown() override
-    {
-        vm_.reset();
-        handler_->attachTransport(nullptr);
-        handler_.reset();
-        setCurrentHandler(nullptr);
-        setTickSource(nullptr);
-    }
     JDWPJVarValue read(const std::string& payload)
     {
         JDWPMessageData data;
@@ -377,11 +351,7 @@ protected:
         return value;
     }
 
-    uint32_t ticks_ = 100000;
     std::string classSignature_ = "Lpkg/Thing;";
-    std::shared_ptr<JDWPHandler> handler_;
-    std::shared_ptr<ScriptedTransport> transport_;
-    std::unique_ptr<ScriptedVM> vm_;
 };
 
 TEST_F(VMValues, StringValuesAreFetchedOnlyForARealObject)

@@ -176,24 +176,6 @@ TEST_F(ModelRegistry, ObjectHasNoSuperclassAndAsksNothing)
     EXPECT_TRUE(vm->commands().empty());
 }
 
-TEST_F(ModelRegistry, FieldsAreFoundByLowerCasedNameAndKnowStatic)
-{
-    auto cls = registerClass(1, "Lpkg/F;");
-    auto f = std::make_shared<JXField>();
-    f->FieldID = 5;
-    f->FieldName = "Counter";
-    f->FieldBits = 8 | 1;
-    EXPECT_TRUE(cls->addField(f));
-    auto g = std::make_shared<JXField>();
-    g->FieldName = "counter";
-    EXPECT_FALSE(cls->addField(g)) << "a duplicate name keeps the first entry";
-    EXPECT_EQ(cls->JField("COUNTER"), f);
-    EXPECT_EQ(cls->JField(""), nullptr);
-    EXPECT_TRUE(f->isStatic());
-    EXPECT_FALSE(g->isStatic());
-    EXPECT_EQ(cls->fields().size(), 1u);
-}
-
 TEST_F(ModelRegistry, ClassFilters)
 {
     jvm()->setTargetClassName({"Module1", "Class1", "VB/Debug"});
@@ -309,6 +291,9 @@ TEST_F(ModelRegistry, ObjectClassesAreCached)
     ASSERT_NE(cls, nullptr);
     EXPECT_EQ(cls->ClassSignature, "Lpkg/Obj;");
     EXPECT_EQ(countOf(9, 1), 1u);
+    EXPECT_EQ(jvm()->classIDFromObjectID(0), 0) << "the null object";
+    EXPECT_EQ(jvm()->getClassByObjectID(0), nullptr);
+    EXPECT_EQ(countOf(9, 1), 1u) << "never asked about: the VM would crash";
 }
 
 TEST_F(ModelRegistry, SuperclassIsFetchedOnceAndRegistered)
@@ -317,7 +302,7 @@ TEST_F(ModelRegistry, SuperclassIsFetchedOnceAndRegistered)
     vm->onPayload(3, 1, be64(0x71));
     vm->on(2, 1, [](const SentCommand& c, std::string& out, uint16_t& err) {
         err = 0;
-        out = jstr(c.payload == be64(0x71) ? "Lpkg/Parent;" : "Lpkg/Child$1;");
+        out = jstr(c.payload == be64(0x71) ? "Lpkg/Parent;" : c.payload == be64(0x70) ? "Lpkg/Child$1;" : "Lpkg/Plain;");
         return true;
     });
     auto parent = child->SuperClass();

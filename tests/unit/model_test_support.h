@@ -37,7 +37,7 @@ inline JDWPJLineTable lineTable(const std::vector<std::pair<double, double>>& li
 }
 
 class ModelTest : public ::testing::Test {
-protected:
+public:
     void SetUp() override
     {
         // Every wait sees 10 ms pass per tick read: a time-out never waits
@@ -48,8 +48,21 @@ protected:
         vm = std::make_unique<ScriptedVM>(transport);
         log = std::make_shared<EventLog>();
         jvm()->setEvents(log);
-        handler->attachTransport(transport);
-        transport->connectedFlag = true;
+        // A real opening over the socket framing: handshake, ID sizes,
+        // version, the start-up requests and the first resume, all answered
+        // by the scripted VM; then the tests start from a clean record.
+        handler->setTransportFactory([t = transport] { return std::static_pointer_cast<JDWPCon>(t); });
+        vm->installDefaults();
+        handler->bRemoteConnection = true;
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true));
+        for (int i = 0; i < 1000 && (vm->commandsOf(1, 9).empty() || jvm()->VMName.empty()); ++i) {
+            MessagePump::instance().pumpOnce(0);
+            transport->pumpProcessEvents();
+        }
+        ASSERT_FALSE(vm->commandsOf(1, 9).empty()) << "the opening sequence ends with a resume";
+        vm->clearCommands();
+        log->debug.clear();
+        log->states.clear();
     }
     void TearDown() override
     {

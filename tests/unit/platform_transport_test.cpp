@@ -7,6 +7,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -86,11 +87,13 @@ bool reaped(pid_t pid)
 struct Listener {
     int fd = -1;
     int port = 0;
-    explicit Listener(int family = AF_INET)
+    explicit Listener(int family = AF_INET, int receiveBuffer = 0)
     {
         fd = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (fd < 0)
             return;
+        if (receiveBuffer > 0) // inherited by accepted sockets
+            ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_storage ss{};
         socklen_t len;
         if (family == AF_INET) {
@@ -120,7 +123,13 @@ struct Listener {
             ::close(fd);
     }
     bool ok() const { return fd >= 0; }
-    int acceptPeer(int flags = 0) { return ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | flags); }
+    int acceptPeer() { return ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC); }
+    // -1 at once when no connection is waiting.
+    int acceptIfWaiting()
+    {
+        pollfd p{fd, POLLIN, 0};
+        return ::poll(&p, 1, 0) == 1 ? acceptPeer() : -1;
+    }
 };
 
 // A port on 127.0.0.1 that nobody listens on.
@@ -347,7 +356,7 @@ TEST_F(TransportTest, ConnectReceiveSendAndPeerClose)
 
 TEST_F(TransportTest, LargeSendToSlowReaderArrivesWhole)
 {
-    Listener listener;
+    Listener listener(AF_INET, 32 * 1024);
     ASSERT_TRUE(listener.ok());
     int peer = connectTo(listener);
     ASSERT_GE(peer, 0);
@@ -356,7 +365,9 @@ TEST_F(TransportTest, LargeSendToSlowReaderArrivesWhole)
     for (size_t i = 0; i < big.size(); ++i)
         big[i] = static_cast<char>((i * 131) ^ (i >> 9));
     ASSERT_TRUE(transport_.SendData(big)); // returns at once; the rest is queued
+    EXPECT_GT(transport_.pendingSendBytes(), 0u);
     ASSERT_TRUE(transport_.SendData("tail"));
+    EXPECT_GT(transport_.pendingSendBytes(), 4u);
 
     std::string got;
     const size_t total = big.size() + 4;
@@ -371,6 +382,7 @@ TEST_F(TransportTest, LargeSendToSlowReaderArrivesWhole)
     EXPECT_EQ(got.size(), total);
     EXPECT_TRUE(got.compare(0, big.size(), big) == 0);
     EXPECT_EQ(got.substr(big.size()), "tail");
+    EXPECT_EQ(transport_.pendingSendBytes(), 0u);
     ::close(peer);
 }
 
@@ -459,7 +471,7 @@ TEST_F(TransportTest, CallWhilePendingDoesNotOpenASecondSocket)
     pump().pumpOnce(0);
     int peer = listener.acceptPeer();
     ASSERT_GE(peer, 0);
-    EXPECT_LT(listener.acceptPeer(SOCK_NONBLOCK), 0);
+    EXPECT_LT(listener.acceptIfWaiting(), 0);
     EXPECT_EQ(events_.connectedCount, 1);
     ::close(peer);
 }

@@ -33,7 +33,7 @@ struct Recorder : JXMachineEvents {
     bool has(const std::string& entry) const { return std::find(log.begin(), log.end(), entry) != log.end(); }
 };
 
-class SessionExchange : public ::testing::Test {
+class SessionFixture : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -42,8 +42,7 @@ protected:
         vm = std::make_unique<ScriptedVM>(transport);
         recorder = std::make_shared<Recorder>();
         handler->myJVM()->setEvents(recorder);
-        handler->attachTransport(transport);
-        transport->connectedFlag = true;
+        handler->setTransportFactory([this] { return transport; });
     }
     void TearDown() override
     {
@@ -53,21 +52,34 @@ protected:
         handler.reset();
         setCurrentHandler(nullptr);
     }
-    // Runs the socket framing path: handshake done, then raw bytes.
-    void handshake()
-    {
-        transport->raiseReceive("JDWP-Handshake");
-        vm->clearCommands();
-    }
-
     std::shared_ptr<JDWPHandler> handler;
     std::shared_ptr<ScriptedTransport> transport;
     std::unique_ptr<ScriptedVM> vm;
     std::shared_ptr<Recorder> recorder;
 };
 
-TEST_F(SessionExchange, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
+// A socket session whose handshake is done and whose opening requests went
+// unanswered: what the tests send and receive from here on is theirs.
+class SessionExchange : public SessionFixture {
+protected:
+    void SetUp() override
+    {
+        SessionFixture::SetUp();
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true));
+        ASSERT_TRUE(MessagePump::instance().pumpUntil([&] { return !vm->commandsOf(1, 7).empty(); }, 2000));
+        handler->removeMessage(handler->myMaxSendID);
+        vm->clearCommands();
+        transport->sent.clear();
+        recorder->log.clear();
+    }
+};
+
+TEST(SessionIds, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
 {
+    auto handler = JDWPHandler::create();
+    auto transport = std::make_shared<ScriptedTransport>();
+    handler->attachTransport(transport);
+    transport->connectedFlag = true;
     auto f = handler->myFactory();
     auto a = f->createGetVersionMessage();
     auto b = f->createResumeMessage();
@@ -81,6 +93,9 @@ TEST_F(SessionExchange, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
     EXPECT_EQ(transport->sent[0], std::string("\x00\x00\x00\x0b\x00\x00\x00\x01\x00\x01\x01", 11));
     EXPECT_EQ(handler->getMessage(1), a);
     EXPECT_EQ(handler->getMessage(7), nullptr);
+    handler->attachTransport(nullptr);
+    handler.reset();
+    setCurrentHandler(nullptr);
 }
 
 TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
@@ -111,7 +126,7 @@ TEST_F(SessionExchange, APacketInThreePiecesIsQueuedOnlyWhenWhole)
 {
     auto m = handler->myFactory()->createGetVersionMessage();
     handler->sendAsync(m);
-    const std::string packet = replyPacket(1, jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
+    const std::string packet = replyPacket(static_cast<uint32_t>(m->myID), jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
     transport->raiseReceive(packet.substr(0, 5));
     EXPECT_FALSE(transport->processEventEnabled);
     transport->raiseReceive(packet.substr(5, 10));
@@ -182,7 +197,7 @@ TEST_F(SessionExchange, UnknownReplyIdDiscardsTheWholeBuffer)
 {
     auto m = handler->myFactory()->createGetVersionMessage();
     handler->sendAsync(m);
-    const std::string good = replyPacket(1, jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
+    const std::string good = replyPacket(static_cast<uint32_t>(m->myID), jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
     transport->raiseReceive(replyPacket(99, "") + good);
     transport->pumpProcessEvents();
     EXPECT_EQ(handler->myJVM()->VMName, "") << "the packet behind an unknown reply goes with it (intended)";
@@ -206,16 +221,15 @@ TEST_F(SessionExchange, ConsoleTextEndsLinesWithCrLf)
     EXPECT_TRUE(recorder->has("Console(tail)"));
 }
 
-class SessionOpening : public SessionExchange {};
+class SessionOpening : public SessionFixture {};
 
 TEST_F(SessionOpening, HandshakeIdSizesVersionRequestsAndResumeInThatOrder)
 {
     vm->installDefaults();
-    transport->connectedFlag = false;
-    handler->setTransportFactory([this] { return transport; });
     ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "5005", true));
     // Let the opening sequence run through the pump.
-    MessagePump::instance().pumpUntil([&] { return !vm->commandsOf(1, 9).empty(); }, 2000);
+    MessagePump::instance().pumpUntil(
+        [&] { return !vm->commandsOf(1, 9).empty() && !handler->myJVM()->VMName.empty(); }, 2000);
     ASSERT_EQ(transport->sent.at(0), "JDWP-Handshake");
     std::vector<std::pair<int, int>> wire;
     for (const auto& c : vm->commands())
@@ -234,9 +248,7 @@ TEST_F(SessionOpening, HandshakeIdSizesVersionRequestsAndResumeInThatOrder)
 
 TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
 {
-    transport->connectedFlag = false;
     transport->connectOnRequest = false;
-    handler->setTransportFactory([this] { return transport; });
     uint32_t now = 0;
     setTickSource([&] { return now += 10; });
     EXPECT_FALSE(handler->startVM("/usr/bin/java", "-a=%SharedName% -b=%SharedName%", "S1", false, true));
@@ -248,10 +260,8 @@ TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
 
 TEST_F(SessionOpening, NoConnectionGivesUpAfterFourSecondsWithTheFailureBox)
 {
-    transport->connectedFlag = false;
     transport->connectOnRequest = false;
     transport->statusText = "Connection refused (127.0.0.1:1)";
-    handler->setTransportFactory([this] { return transport; });
     uint32_t now = 0;
     setTickSource([&] { return now += 7; });
     EXPECT_FALSE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true));
@@ -268,7 +278,6 @@ TEST_F(SessionOpening, NoConnectionGivesUpAfterFourSecondsWithTheFailureBox)
 
 TEST_F(SessionOpening, DisconnectBeforeStartSendsNothing)
 {
-    handler->attachTransport(nullptr);
     handler->Disconnect();
     EXPECT_TRUE(transport->sent.empty());
 }
@@ -276,8 +285,6 @@ TEST_F(SessionOpening, DisconnectBeforeStartSendsNothing)
 TEST_F(SessionOpening, RemoteDropShowsTheBoxUnlessAskedFor)
 {
     vm->installDefaults();
-    transport->connectedFlag = false;
-    handler->setTransportFactory([this] { return transport; });
     ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "h", "1", true));
     transport->raiseDisconnected();
     EXPECT_TRUE(recorder->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));

@@ -119,6 +119,54 @@ TEST(ShmemChannel, NamesAreCheckedWithAClearReason)
     }
 }
 
+// The record layer on a ring in plain memory: byte streams published in
+// pieces, and the records that must come out after each piece.
+TEST(ShmemRing, StreamsAreCutIntoRecords)
+{
+    struct Case {
+        const char* what;
+        std::vector<std::string> pieces;
+        std::vector<std::vector<std::string>> after; // records completed after each piece
+        bool corrupt;
+    };
+    const Case cases[] = {
+        {"length prefix split", {std::string("\x03\x00", 2), std::string("\x00\x00" "ab", 4), "c"},
+         {{}, {}, {"abc"}}, false},
+        {"two records and an empty one in one piece",
+         {std::string("\x01\x00\x00\x00" "x" "\x00\x00\x00\x00" "\x02\x00\x00\x00" "yz", 15)},
+         {{"x", "", "yz"}}, false},
+        {"body split twice", {std::string("\x04\x00\x00\x00" "J", 5), "DW", "P"}, {{}, {}, {"JDWP"}}, false},
+        {"length beyond the limit", {std::string("\x01\x00\x00\x41" "z", 5)}, {{}}, true},
+    };
+    for (const Case& c : cases) {
+        RingControl control{};
+        std::vector<uint8_t> data(kRingBytes);
+        RingWriter writer(&control, data.data());
+        RingReader reader(&control, data.data());
+        RecordAssembler assembler;
+        for (size_t i = 0; i < c.pieces.size(); ++i) {
+            ASSERT_EQ(writer.writeSome(c.pieces[i].data(), c.pieces[i].size()), c.pieces[i].size());
+            std::vector<std::string> got;
+            bool ok = assembler.pull(reader, got);
+            EXPECT_EQ(ok, !(c.corrupt && i + 1 == c.pieces.size())) << c.what;
+            EXPECT_EQ(got, c.after[i]) << c.what << ", piece " << i;
+        }
+    }
+
+    // Positions that claim more unread bytes than the ring holds are refused, not followed.
+    RingControl control{};
+    std::vector<uint8_t> data(kRingBytes);
+    control.head = uint64_t(kRingBytes) * 3;
+    RingReader reader(&control, data.data());
+    RingWriter writer(&control, data.data());
+    std::vector<std::string> got;
+    RecordAssembler assembler;
+    EXPECT_FALSE(assembler.pull(reader, got));
+    EXPECT_EQ(reader.available(), 0u);
+    EXPECT_EQ(writer.freeSpace(), 0u);
+    EXPECT_TRUE(writer.broken());
+}
+
 TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
 {
     const std::string name = uniqueName("frames");
@@ -276,6 +324,31 @@ TEST(ShmemChannel, RefusesWithClearErrors)
     EXPECT_NE(error.find("no VM is listening"), std::string::npos) << error;
 }
 
+TEST(ShmemChannel, AClaimByALiveDebuggerHoldsAndADeadOneIsTakenOver)
+{
+    const std::string name = uniqueName("claim");
+    FakeVm vm(name);
+    ASSERT_TRUE(vm.created);
+    std::atomic<int32_t>& claimer = vm.end->header().debuggerPid;
+
+    claimer = int32_t(getppid()); // alive, but never announced itself
+    ShmemChannel channel;
+    std::string error;
+    EXPECT_FALSE(channel.attach(name, error));
+    EXPECT_NE(error.find("already in use by debugger process " + std::to_string(getppid())), std::string::npos)
+        << error;
+    EXPECT_TRUE(objectExists(name));
+
+    pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    ASSERT_GT(dead, 0);
+    waitpid(dead, nullptr, 0);
+    claimer = int32_t(dead);
+    EXPECT_TRUE(channel.attach(name, error)) << error;
+    EXPECT_EQ(claimer.load(), getpid());
+}
+
 // A child process plays a VM that crashes: it creates the channel and
 // _exit(1)s at a point the parent chooses, leaving the object behind.
 struct CrashingVm {
@@ -285,6 +358,7 @@ struct CrashingVm {
             return;
         pid = fork();
         if (pid == 0) {
+            ::close(go[1]);
             Mapping m;
             std::string error;
             char ok = createChannel(name, m, error) ? '1' : '0';
@@ -294,6 +368,8 @@ struct CrashingVm {
             (void)!read(go[0], &c, 1);
             _exit(1);
         }
+        ::close(go[0]);
+        go[0] = -1;
         char ok = 0;
         created = pid > 0 && read(ready[0], &ok, 1) == 1 && ok == '1';
     }
@@ -361,6 +437,22 @@ TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
     EXPECT_FALSE(channel.attach(name, error));
     EXPECT_NE(error.find("has ended"), std::string::npos) << error;
     EXPECT_FALSE(objectExists(name));
+
+    // Removed on request by whoever killed the VM; a live VM's channel is left alone.
+    {
+        CrashingVm vm(name);
+        ASSERT_TRUE(vm.created);
+        vm.reap();
+    }
+    ASSERT_TRUE(objectExists(name));
+    EXPECT_TRUE(ShmemChannel::removeStale(name));
+    EXPECT_FALSE(objectExists(name));
+    EXPECT_FALSE(ShmemChannel::removeStale(name));
+    {
+        FakeVm live(name);
+        EXPECT_FALSE(ShmemChannel::removeStale(name));
+        EXPECT_TRUE(objectExists(name));
+    }
 
     // Found by the next VM: it takes the name over.
     {

@@ -3,13 +3,16 @@
 // registered in the VM as an event request once its class is known.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 
 namespace jdwpkrvdbg {
 
-class JXBreakpoint {
+// Held by std::shared_ptr: a registered step request hands itself to the
+// session as its last step event.
+class JXBreakpoint : public std::enable_shared_from_this<JXBreakpoint> {
 public:
     bool StopPoint = false;
     bool UsedByVM = false;

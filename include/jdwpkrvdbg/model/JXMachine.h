@@ -24,7 +24,12 @@ class JXClass;
 class JXMethod;
 class JXThreadList;
 
-// One breakpoint of addBreakpointByCollection: "pkg/Name:LINE" text items.
+// The items given to addBreakpointByCollection, one breakpoint each, as text
+// "CLASS:LINE": the class name in internal or signature form ("pkg/Name" or
+// "Lpkg/Name;"), a colon, and the source line as a decimal number, e.g.
+// "pkg/Name:12". The class name is everything before the last colon; blanks
+// around either part are ignored. An item without a class or without a
+// positive whole line number is skipped (the call then answers false).
 using JXBreakpointCollection = std::vector<std::string>;
 
 class JXMachine {
@@ -154,6 +159,10 @@ public:
 
 private:
     void registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refClass);
+    // The class table and object-class cache, created here when cleanup()
+    // has not run yet.
+    cHive<std::shared_ptr<JXClass>>& classes();
+    cHive<double>& objectClasses();
     JDWPJVarValue evaluateElement(const std::string& name, double& objectID, const std::shared_ptr<JXMethod>& currentMethod,
                                   std::shared_ptr<JXClass>& currentClass, const std::string& PossibleStaticClass);
     JDWPJVarValue getFieldValue(const std::string& name, const std::shared_ptr<JXClass>& cls, double objectID);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace jdwpkrvdbg {
@@ -67,6 +68,19 @@ private:
     std::map<int, Watch> watches_;
     std::map<int, Timer> timers_;
     std::map<int, Callback> idles_;
+
+    // Per-depth scratch of a pass (poll set, id snapshots); a nested pass
+    // gets its own so the outer pass's buffers stay intact.
+    struct PassScratch;
+    std::vector<std::unique_ptr<PassScratch>> scratch_;
+    int depth_ = 0;
+    // Sources removed while a pass runs: their nodes are kept (unmoved, so a
+    // callback that removes itself keeps running on live captures) until the
+    // outermost pass ends.
+    std::vector<std::map<int, Watch>::node_type> deadWatches_;
+    std::vector<std::map<int, Timer>::node_type> deadTimers_;
+    std::vector<std::map<int, Callback>::node_type> deadIdles_;
+    void buryDead();
 };
 
 // The host's message pump: one pass without waiting.

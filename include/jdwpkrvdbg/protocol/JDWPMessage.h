@@ -69,6 +69,9 @@ private:
 // Tracing aid: the short description of a (command set, command) pair
 // ("Version", "Process Event - Breakpoint", ...); empty when unknown.
 std::string describeCommand(int32_t commandSet, int32_t command);
+// For command set 64 the second number is an event kind:
+// "Process Event - ..." for the kinds the debugger traces; empty otherwise.
+std::string describeEventKind(int32_t eventKind);
 // Writes " *** " + describeCommand(...) through the session's printDebug.
 void printCommandDescription(int32_t commandSet, int32_t command);
 

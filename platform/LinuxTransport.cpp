@@ -1,0 +1,756 @@
+// The Linux transport: launching the VM, capturing its console, watching it
+// exit, and the JDWP socket connection.
+//
+// Everything is non-blocking and driven by MessagePump callbacks, and every
+// event is raised from such a callback, after this object's state has been
+// brought up to date: an event handler may call back into the transport
+// (send, close, kill) or pump again, and a nested pass may run the same
+// callback once more. After raising an event a callback therefore re-checks
+// the socket generation before it touches the connection again.
+#include "jdwpkrvdbg/platform/LinuxTransport.h"
+
+#include <dlfcn.h>
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+extern char** environ;
+
+namespace jdwpkrvdbg {
+
+namespace {
+
+constexpr size_t kReadChunk = 64 * 1024;
+// Upper bound of one read batch, so that a peer that never pauses cannot
+// keep a pump pass from returning; the rest comes on the next pass.
+constexpr size_t kMaxBatch = 8 * 1024 * 1024;
+// Fallback interval for noticing the child's exit when pidfd_open is missing.
+constexpr uint32_t kExitPollMs = 10;
+
+const char* const kLibraryPathVariable = "JDWPKRVDBG_SHMEM_DIR";
+
+std::string errorText(int error)
+{
+    return std::strerror(error);
+}
+
+// True when the child has exited (or is not ours any more); the zombie is
+// left in place so that the pid cannot be reused before we reap it.
+bool hasExited(pid_t pid)
+{
+    siginfo_t info;
+    std::memset(&info, 0, sizeof info);
+    int r;
+    do {
+        r = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+    } while (r < 0 && errno == EINTR);
+    if (r < 0)
+        return true;
+    return info.si_pid == pid;
+}
+
+int openPidFd(pid_t pid)
+{
+#ifdef SYS_pidfd_open
+    long fd = ::syscall(SYS_pidfd_open, pid, 0);
+    return fd < 0 ? -1 : static_cast<int>(fd);
+#else
+    (void)pid;
+    return -1;
+#endif
+}
+
+std::string hostForDisplay(const std::string& host, int32_t port)
+{
+    return host + ":" + std::to_string(port);
+}
+
+} // namespace
+
+std::string defaultShmemLibraryDir()
+{
+    // Next to this library when installed; in its shmem/ folder in a build tree.
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<void*>(&defaultShmemLibraryDir), &info) == 0 || !info.dli_fname)
+        return std::string();
+    std::string dir = info.dli_fname;
+    const size_t slash = dir.rfind('/');
+    dir = slash == std::string::npos ? std::string(".") : dir.substr(0, slash);
+    for (const std::string& candidate : {dir, dir + "/shmem"}) {
+        if (::access((candidate + "/libdt_shmem.so").c_str(), R_OK) == 0)
+            return candidate;
+    }
+    return std::string();
+}
+
+bool splitCommandLine(const std::string& commandLine, std::vector<std::string>& words, std::string& error)
+{
+    words.clear();
+    error.clear();
+    std::string current;
+    bool inWord = false;
+    const size_t n = commandLine.size();
+    size_t i = 0;
+    while (i < n) {
+        const char c = commandLine[i];
+        if (c == ' ' || c == '\t' || c == '\n') {
+            if (inWord) {
+                words.push_back(std::move(current));
+                current.clear();
+                inWord = false;
+            }
+            ++i;
+        } else if (c == '\'') {
+            size_t end = commandLine.find('\'', i + 1);
+            if (end == std::string::npos) {
+                error = "unterminated single quote at position " + std::to_string(i + 1);
+                words.clear();
+                return false;
+            }
+            current.append(commandLine, i + 1, end - i - 1);
+            inWord = true;
+            i = end + 1;
+        } else if (c == '"') {
+            const size_t open = i;
+            bool closed = false;
+            inWord = true;
+            ++i;
+            while (i < n) {
+                const char d = commandLine[i];
+                if (d == '"') {
+                    closed = true;
+                    ++i;
+                    break;
+                }
+                if (d == '\\' && i + 1 < n) {
+                    const char e = commandLine[i + 1];
+                    if (e == '$' || e == '`' || e == '"' || e == '\\') {
+                        current += e;
+                        i += 2;
+                        continue;
+                    }
+                    if (e == '\n') {
+                        i += 2;
+                        continue;
+                    }
+                }
+                current += d;
+                ++i;
+            }
+            if (!closed) {
+                error = "unterminated double quote at position " + std::to_string(open + 1);
+                words.clear();
+                return false;
+            }
+        } else if (c == '\\') {
+            if (i + 1 >= n) {
+                // A lone trailing backslash has nothing to escape: keep it.
+                current += c;
+                inWord = true;
+                ++i;
+            } else if (commandLine[i + 1] == '\n') {
+                i += 2; // line continuation
+            } else {
+                current += commandLine[i + 1];
+                inWord = true;
+                i += 2;
+            }
+        } else {
+            current += c;
+            inWord = true;
+            ++i;
+        }
+    }
+    if (inWord)
+        words.push_back(std::move(current));
+    return true;
+}
+
+LinuxTransport::LinuxTransport(MessagePump& pump) : pump_(pump) {}
+
+LinuxTransport::~LinuxTransport()
+{
+    EnableProcessEvent(false);
+    closeSocket();
+    closePipe();
+    // Killing a still running VM is the session's decision; only a child that
+    // already ended is reaped here, so that it does not stay a zombie.
+    if (pid_ != 0 && hasExited(pid_))
+        reapProcess(false);
+    forgetProcess();
+}
+
+// ---------------------------------------------------------------------------
+// Library path
+
+void LinuxTransport::setLibraryPath(const std::string& dir)
+{
+    libraryPath_ = dir;
+    libraryPathSet_ = true;
+}
+
+std::string LinuxTransport::libraryPath() const
+{
+    if (libraryPathSet_)
+        return libraryPath_;
+    if (const char* env = std::getenv(kLibraryPathVariable); env && *env)
+        return env;
+    return defaultShmemLibraryDir();
+}
+
+// ---------------------------------------------------------------------------
+// Process
+
+bool LinuxTransport::StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
+                                  bool bUsePipe)
+{
+    if (Path.empty()) {
+        statusText_ = "Cannot start a process: no program path given";
+        return false;
+    }
+    std::vector<std::string> words;
+    std::string splitError;
+    if (!splitCommandLine(CommandLine, words, splitError)) {
+        statusText_ = "Cannot start " + Path + ": " + splitError + " in the command line";
+        return false;
+    }
+
+    // One launched VM per transport: a previous one is ended before the next.
+    if (pid_ != 0)
+        KillProcess();
+    closePipe();
+
+    std::vector<char*> argv;
+    argv.reserve(words.size() + 2);
+    argv.push_back(const_cast<char*>(Path.c_str()));
+    for (std::string& w : words)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+
+    const std::string libDir = libraryPath();
+    std::vector<std::string> envStrings;
+    bool sawLibraryPath = false;
+    for (char** e = environ; e && *e; ++e) {
+        std::string_view entry(*e);
+        constexpr std::string_view kLd = "LD_LIBRARY_PATH=";
+        if (!libDir.empty() && entry.substr(0, kLd.size()) == kLd) {
+            sawLibraryPath = true;
+            std::string_view old = entry.substr(kLd.size());
+            std::string value = "LD_LIBRARY_PATH=" + libDir;
+            if (!old.empty()) {
+                value += ':';
+                value += old;
+            }
+            envStrings.push_back(std::move(value));
+        } else {
+            envStrings.emplace_back(entry);
+        }
+    }
+    if (!libDir.empty() && !sawLibraryPath)
+        envStrings.push_back("LD_LIBRARY_PATH=" + libDir);
+    std::vector<char*> envp;
+    envp.reserve(envStrings.size() + 1);
+    for (std::string& s : envStrings)
+        envp.push_back(s.data());
+    envp.push_back(nullptr);
+
+    int pipeFds[2] = {-1, -1};
+    if (bUsePipe && ::pipe2(pipeFds, O_CLOEXEC) != 0) {
+        statusText_ = "Cannot start " + Path + ": no pipe for its console (" + errorText(errno) + ")";
+        return false;
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (!bConsole)
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (bUsePipe) {
+        // dup2 clears close-on-exec on the copies; both pipe ends close on exec.
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
+        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
+    } else if (!bConsole) {
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    }
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
+    // The host's own descriptors (sockets, files) are not the VM's business.
+    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+#endif
+
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    posix_spawnattr_setsigmask(&attr, &mask);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (int sig : {SIGPIPE, SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
+        sigaddset(&defaults, sig);
+    posix_spawnattr_setsigdefault(&attr, &defaults);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+    pid_t pid = 0;
+    int rc = Path.find('/') == std::string::npos
+                 ? ::posix_spawnp(&pid, Path.c_str(), &actions, &attr, argv.data(), envp.data())
+                 : ::posix_spawn(&pid, Path.c_str(), &actions, &attr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    if (pipeFds[1] >= 0)
+        ::close(pipeFds[1]);
+    if (rc != 0) {
+        if (pipeFds[0] >= 0)
+            ::close(pipeFds[0]);
+        statusText_ = "Cannot start " + Path + ": " + errorText(rc);
+        return false;
+    }
+
+    pid_ = pid;
+    if (pipeFds[0] >= 0) {
+        ::fcntl(pipeFds[0], F_SETFL, ::fcntl(pipeFds[0], F_GETFL) | O_NONBLOCK);
+        pipeFd_ = pipeFds[0];
+        pipeWatch_ = pump_.addWatch(pipeFd_, POLLIN, [this](short) { onPipeReady(); });
+    }
+    pidFd_ = openPidFd(pid);
+    if (pidFd_ >= 0) {
+        processWatch_ = pump_.addWatch(pidFd_, POLLIN, [this](short) { onProcessExited(); });
+        processWatchIsTimer_ = false;
+    } else {
+        processWatch_ = pump_.addTimer(kExitPollMs, [this] {
+            if (pid_ != 0 && hasExited(pid_))
+                onProcessExited();
+        });
+        processWatchIsTimer_ = true;
+    }
+    return true;
+}
+
+void LinuxTransport::KillProcess()
+{
+    if (pid_ == 0)
+        return;
+    // The pid stays ours until we reap it, so it cannot name another process.
+    ::kill(pid_, SIGKILL);
+    reapProcess(true);
+    forgetProcess();
+}
+
+bool LinuxTransport::ProcessRunning()
+{
+    return pid_ != 0 && !hasExited(pid_);
+}
+
+int32_t LinuxTransport::ProcessHandle()
+{
+    return pidFd_ >= 0 ? pidFd_ : 0;
+}
+
+int32_t LinuxTransport::ProcessID()
+{
+    return static_cast<int32_t>(pid_);
+}
+
+void LinuxTransport::drainPipe(std::string& text, bool& eof)
+{
+    eof = false;
+    if (pipeFd_ < 0)
+        return;
+    char chunk[4096];
+    while (text.size() < kMaxBatch) {
+        ssize_t n = ::read(pipeFd_, chunk, sizeof chunk);
+        if (n > 0) {
+            text.append(chunk, static_cast<size_t>(n));
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return;
+        eof = true; // end of file, or an error that ends the capture
+        return;
+    }
+}
+
+void LinuxTransport::onPipeReady()
+{
+    std::string text;
+    bool eof = false;
+    drainPipe(text, eof);
+    if (eof)
+        closePipe();
+    if (!text.empty() && events_)
+        events_->pipestream(text);
+}
+
+void LinuxTransport::closePipe()
+{
+    if (pipeWatch_ != 0) {
+        pump_.removeWatch(pipeWatch_);
+        pipeWatch_ = 0;
+    }
+    if (pipeFd_ >= 0) {
+        ::close(pipeFd_);
+        pipeFd_ = -1;
+    }
+}
+
+void LinuxTransport::onProcessExited()
+{
+    if (pid_ == 0)
+        return;
+    // All console text the child wrote is in the pipe now; it goes out before
+    // the terminated event. The pipe itself stays open until end of file,
+    // since a grandchild may still hold its write end.
+    std::string text;
+    bool eof = false;
+    drainPipe(text, eof);
+    if (eof)
+        closePipe();
+    reapProcess(true);
+    forgetProcess();
+    if (!text.empty() && events_)
+        events_->pipestream(text);
+    if (events_)
+        events_->terminated();
+}
+
+bool LinuxTransport::reapProcess(bool block)
+{
+    if (pid_ == 0)
+        return true;
+    int status = 0;
+    pid_t r;
+    do {
+        r = ::waitpid(pid_, &status, block ? 0 : WNOHANG);
+    } while (r < 0 && errno == EINTR);
+    if (r == pid_) {
+        lastExitStatus_ = status;
+        return true;
+    }
+    return r < 0; // ECHILD: reaped elsewhere (e.g. SIGCHLD ignored)
+}
+
+void LinuxTransport::stopProcessWatch()
+{
+    if (processWatch_ != 0) {
+        if (processWatchIsTimer_)
+            pump_.removeTimer(processWatch_);
+        else
+            pump_.removeWatch(processWatch_);
+        processWatch_ = 0;
+    }
+}
+
+void LinuxTransport::forgetProcess()
+{
+    stopProcessWatch();
+    if (pidFd_ >= 0) {
+        ::close(pidFd_);
+        pidFd_ = -1;
+    }
+    pid_ = 0;
+}
+
+// ---------------------------------------------------------------------------
+// Socket
+
+void LinuxTransport::ConnectSocket(const std::string& Host, int32_t Port)
+{
+    // A pending attempt is left to finish; only a failed or closed one is
+    // replaced by a fresh socket.
+    if (socketState_ == SocketState::Connecting || socketState_ == SocketState::Connected)
+        return;
+    closeSocket();
+    host_ = Host;
+    port_ = Port;
+    addresses_.clear();
+    addressIndex_ = 0;
+
+    if (Port < 1 || Port > 65535) {
+        socketState_ = SocketState::Failed;
+        statusText_ = "Invalid port " + std::to_string(Port) + " (" + hostForDisplay(Host, Port) + ")";
+        return;
+    }
+
+    std::string name = Host;
+    if (name.size() >= 2 && name.front() == '[' && name.back() == ']')
+        name = name.substr(1, name.size() - 2);
+    const std::string service = std::to_string(Port);
+    addrinfo hints;
+    std::memset(&hints, 0, sizeof hints);
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    addrinfo* result = nullptr;
+    const char* node = name.empty() ? nullptr : name.c_str();
+    int rc = ::getaddrinfo(node, service.c_str(), &hints, &result);
+    if (rc == EAI_NONAME && node) {
+        // Not a numeric address: a name lookup (may block on DNS briefly).
+        hints.ai_flags = AI_NUMERICSERV;
+        rc = ::getaddrinfo(node, service.c_str(), &hints, &result);
+    }
+    if (rc != 0) {
+        socketState_ = SocketState::Failed;
+        statusText_ = std::string(rc == EAI_SYSTEM ? errorText(errno) : ::gai_strerror(rc)) + " (" +
+                      hostForDisplay(Host, Port) + ")";
+        return;
+    }
+    for (addrinfo* ai = result; ai; ai = ai->ai_next) {
+        if (ai->ai_addrlen > sizeof(sockaddr_storage))
+            continue;
+        Address a;
+        std::memset(&a.storage, 0, sizeof a.storage);
+        std::memcpy(&a.storage, ai->ai_addr, ai->ai_addrlen);
+        a.length = ai->ai_addrlen;
+        addresses_.push_back(a);
+    }
+    ::freeaddrinfo(result);
+    startNextAddress(EHOSTUNREACH);
+}
+
+void LinuxTransport::startNextAddress(int previousError)
+{
+    int lastError = previousError;
+    while (addressIndex_ < addresses_.size()) {
+        const Address& a = addresses_[addressIndex_++];
+        int fd = ::socket(a.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
+        if (fd < 0) {
+            lastError = errno;
+            continue;
+        }
+        int one = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        int r = ::connect(fd, reinterpret_cast<const sockaddr*>(&a.storage), a.length);
+        // EINTR leaves the connect running in the background, like EINPROGRESS.
+        if (r == 0 || errno == EINPROGRESS || errno == EINTR) {
+            socketFd_ = fd;
+            socketState_ = SocketState::Connecting;
+            // Even an immediate success is reported from the pump, like the rest.
+            socketWatch_ = pump_.addWatch(fd, POLLOUT, [this](short revents) { onSocketReady(revents); });
+            return;
+        }
+        lastError = errno;
+        ::close(fd);
+    }
+    failConnect(lastError);
+}
+
+void LinuxTransport::failConnect(int error)
+{
+    socketState_ = SocketState::Failed;
+    statusText_ = errorText(error) + " (" + hostForDisplay(host_, port_) + ")";
+}
+
+void LinuxTransport::onSocketReady(short revents)
+{
+    if (socketState_ == SocketState::Connecting) {
+        finishConnect();
+        return;
+    }
+    if (socketState_ != SocketState::Connected)
+        return;
+    if (revents & POLLOUT)
+        flushSendQueue(); // a failure shows up as an error or end of file on read
+    if (revents & (POLLIN | POLLHUP | POLLERR))
+        readSocket();
+}
+
+void LinuxTransport::finishConnect()
+{
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (::getsockopt(socketFd_, SOL_SOCKET, SO_ERROR, &error, &length) < 0)
+        error = errno;
+    if (error == EINPROGRESS || error == EALREADY)
+        return; // a stale wake-up from an outer pass; still connecting
+    if (error == 0) {
+        socketState_ = SocketState::Connected;
+        updateSocketEvents();
+        if (events_)
+            events_->connected();
+        return;
+    }
+    pump_.removeWatch(socketWatch_);
+    socketWatch_ = 0;
+    ::close(socketFd_);
+    socketFd_ = -1;
+    startNextAddress(error);
+}
+
+void LinuxTransport::readSocket()
+{
+    if (readChunk_.size() != kReadChunk)
+        readChunk_.resize(kReadChunk);
+    std::string batch;
+    bool closed = false;
+    while (batch.size() < kMaxBatch) {
+        ssize_t n = ::recv(socketFd_, readChunk_.data(), readChunk_.size(), 0);
+        if (n > 0) {
+            batch.append(readChunk_.data(), static_cast<size_t>(n));
+            if (static_cast<size_t>(n) < readChunk_.size())
+                break; // drained for now; poll is level-triggered for the rest
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        closed = true; // end of file, or a reset
+        break;
+    }
+    const uint64_t generation = socketGeneration_;
+    if (!batch.empty() && events_)
+        events_->receive(batch);
+    // The handler may have closed the socket, or a nested pass may already
+    // have seen the end of file and reported it: report the drop only once.
+    if (closed && generation == socketGeneration_ && socketState_ == SocketState::Connected) {
+        closeSocket();
+        if (events_)
+            events_->disconnected();
+    }
+}
+
+bool LinuxTransport::flushSendQueue()
+{
+    while (sendOffset_ < sendQueue_.size()) {
+        ssize_t n = ::send(socketFd_, sendQueue_.data() + sendOffset_, sendQueue_.size() - sendOffset_,
+                           MSG_NOSIGNAL);
+        if (n > 0) {
+            sendOffset_ += static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        sendQueue_.clear();
+        sendOffset_ = 0;
+        updateSocketEvents();
+        return false;
+    }
+    if (sendOffset_ >= sendQueue_.size()) {
+        sendQueue_.clear();
+        sendOffset_ = 0;
+    } else if (sendOffset_ > kReadChunk && sendOffset_ * 2 > sendQueue_.size()) {
+        sendQueue_.erase(0, sendOffset_);
+        sendOffset_ = 0;
+    }
+    updateSocketEvents();
+    return true;
+}
+
+void LinuxTransport::updateSocketEvents()
+{
+    if (socketWatch_ == 0)
+        return;
+    short events = POLLIN;
+    if (sendOffset_ < sendQueue_.size())
+        events |= POLLOUT;
+    pump_.setWatchEvents(socketWatch_, events);
+}
+
+bool LinuxTransport::SendData(const std::string& Data)
+{
+    if (socketState_ != SocketState::Connected)
+        return false;
+    if (Data.empty())
+        return true;
+    if (sendOffset_ < sendQueue_.size()) {
+        sendQueue_ += Data; // behind what is already waiting, to keep the order
+        return true;
+    }
+    size_t done = 0;
+    while (done < Data.size()) {
+        ssize_t n = ::send(socketFd_, Data.data() + done, Data.size() - done, MSG_NOSIGNAL);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            break;
+        return false; // broken connection: the read side reports the drop
+    }
+    if (done < Data.size()) {
+        sendQueue_.assign(Data, done, std::string::npos);
+        sendOffset_ = 0;
+        updateSocketEvents();
+    }
+    return true;
+}
+
+bool LinuxTransport::TransportConnected()
+{
+    return socketState_ == SocketState::Connected;
+}
+
+void LinuxTransport::closeSocket()
+{
+    if (socketWatch_ != 0) {
+        pump_.removeWatch(socketWatch_);
+        socketWatch_ = 0;
+    }
+    if (socketFd_ >= 0) {
+        ::close(socketFd_);
+        socketFd_ = -1;
+    }
+    sendQueue_.clear();
+    sendOffset_ = 0;
+    socketState_ = SocketState::Idle;
+    ++socketGeneration_;
+}
+
+void LinuxTransport::CloseTransport()
+{
+    closeSocket();
+    // Shared-memory channel: close it here as well once it is wired in.
+}
+
+std::string LinuxTransport::StatusText()
+{
+    return statusText_;
+}
+
+// ---------------------------------------------------------------------------
+// Shared memory
+
+void LinuxTransport::ConnectShared(const std::string& SharedName)
+{
+    // Shared-memory channel: wire platform/ShmemChannel in here (validate the
+    // name, attach, watch notifyFd(), deliver readRecords() one receive per
+    // record, raise connected once attached, writeRecord from SendData).
+    statusText_ = "Shared-memory transport: not available (cannot attach to \"" + SharedName +
+                  "\": the channel is not part of this build)";
+}
+
+// ---------------------------------------------------------------------------
+// processevent
+
+void LinuxTransport::EnableProcessEvent(bool Enabled)
+{
+    if (Enabled && idleId_ == 0) {
+        idleId_ = pump_.addIdle([this] {
+            if (events_)
+                events_->processevent();
+        });
+    } else if (!Enabled && idleId_ != 0) {
+        pump_.removeIdle(idleId_);
+        idleId_ = 0;
+    }
+}
+
+} // namespace jdwpkrvdbg

@@ -1,0 +1,175 @@
+// Threads against the scripted VM: the list's positions and ids, the cached
+// name and group, the live state, the odd parent-group property, and the
+// arming of every non-system thread for suspend-at-next-step.
+#include <map>
+
+#include "model_test_support.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::model_test;
+
+namespace {
+
+class ModelThreads : public ModelTest {
+public:
+    // Threads 1 and 2 in "system" (group 0x100), 3 and 4 in "main" (0x200);
+    // thread 5's group cannot be read.
+    void installGroups()
+    {
+        vm->on(11, 5, [](const SentCommand& c, std::string& out, uint16_t& err) {
+            static const std::map<std::string, uint64_t> groups{
+                {be64(1), 0x100}, {be64(2), 0x100}, {be64(3), 0x200}, {be64(4), 0x200}};
+            auto it = groups.find(c.payload);
+            if (it == groups.end()) {
+                err = 10; // INVALID_THREAD
+                return true;
+            }
+            err = 0;
+            out = be64(it->second);
+            return true;
+        });
+        vm->on(12, 1, [](const SentCommand& c, std::string& out, uint16_t& err) {
+            err = 0;
+            out = jstr(c.payload == be64(0x100) ? "system" : "main");
+            return true;
+        });
+    }
+
+    // The thread ids inside the Step modifiers of every step request sent.
+    std::vector<std::string> steppedThreads() const
+    {
+        std::vector<std::string> out;
+        for (const auto& c : vm->commandsOf(15, 1))
+            if (c.payload.size() >= 15 && c.payload[0] == 1 && c.payload[6] == 10)
+                out.push_back(c.payload.substr(7, 8));
+        return out;
+    }
+};
+
+TEST_F(ModelThreads, ListPositionsAndIds)
+{
+    JXThreadList list;
+    EXPECT_EQ(list.Count(), 0);
+    for (double id : {7.0, 3.0, 9007199254740991.0})
+        list.addThread(id);
+    list.addThread(3); // refused by the collection: ids are keys
+    EXPECT_EQ(list.Count(), 3);
+    EXPECT_EQ(list.Item(1)->threadID, 7);
+    EXPECT_EQ(list.Item(3)->threadID, 9007199254740991.0);
+    EXPECT_EQ(list.Item(0), nullptr);
+    EXPECT_EQ(list.Item(4), nullptr);
+    EXPECT_EQ(list.find(3), list.Item(2));
+    EXPECT_EQ(list.find(8), nullptr);
+    EXPECT_TRUE(vm->commands().empty());
+}
+
+TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
+{
+    installGroups();
+    vm->onPayload(11, 1, jstr("main"));
+    vm->onPayload(11, 4, be32(THREAD_STATE_SLEEPING) + be32(1));
+    JXThread t;
+    t.threadID = 3;
+    EXPECT_EQ(t.ThreadName(), "main");
+    EXPECT_EQ(t.ThreadName(), "main");
+    EXPECT_EQ(t.threadGroupID(), 0x200);
+    EXPECT_EQ(t.ThreadGroupName(), "main");
+    EXPECT_EQ(t.ThreadGroupName(), "main");
+    EXPECT_TRUE(t.CanSuspend());
+    EXPECT_EQ(t.ThreadState(), THREAD_STATE_SLEEPING);
+    EXPECT_TRUE(t.ThreadSuspended());
+    EXPECT_EQ(countOf(11, 1), 1u);
+    EXPECT_EQ(countOf(11, 5), 1u);
+    EXPECT_EQ(countOf(12, 1), 1u);
+    EXPECT_EQ(countOf(11, 4), 2u) << "state and suspension are read on every access";
+    EXPECT_EQ(vm->commandsOf(11, 1)[0].payload, be64(3));
+    EXPECT_EQ(vm->commandsOf(12, 1)[0].payload, be64(0x200));
+
+    vm->onPayload(11, 4, be32(THREAD_STATE_RUNNING) + be32(0));
+    EXPECT_FALSE(t.ThreadSuspended());
+    EXPECT_EQ(t.ThreadState(), THREAD_STATE_RUNNING);
+}
+
+TEST_F(ModelThreads, AnUnknownGroupCountsAsSuspendable)
+{
+    installGroups();
+    JXThread t;
+    t.threadID = 5;
+    EXPECT_EQ(t.threadGroupID(), -1);
+    EXPECT_EQ(t.ThreadGroupName(), "");
+    EXPECT_TRUE(t.CanSuspend());
+    EXPECT_EQ(countOf(12, 1), 0u) << "no group id, no name request";
+    EXPECT_GE(countOf(11, 5), 2u) << "a failed group query is asked again";
+}
+
+TEST_F(ModelThreads, ParentGroupIsZeroWithoutTraffic)
+{
+    JXThread t;
+    t.threadID = 3;
+    EXPECT_EQ(t.parentThreadGroupID(), 0);
+    EXPECT_TRUE(vm->commands().empty());
+}
+
+TEST_F(ModelThreads, RegisterSuspendArmsEveryThreadOutsideTheSystemGroupOnce)
+{
+    installGroups();
+    JXThreadList list;
+    for (double id : {1, 2, 3, 4, 5})
+        list.addThread(id);
+    list.registerSuspend();
+    EXPECT_EQ(steppedThreads(), (std::vector<std::string>{be64(3), be64(4), be64(5)}));
+    for (const auto& c : vm->commandsOf(15, 1))
+        EXPECT_EQ(c.payload.substr(15, 8), be32(1) + be32(SD_INTO)) << "line steps into";
+
+    list.registerSuspend();
+    EXPECT_EQ(countOf(15, 1), 3u) << "an armed thread is not armed twice";
+
+    list.unRegisterSuspend();
+    EXPECT_EQ(countOf(15, 2), 3u);
+    for (const auto& c : vm->commandsOf(15, 2))
+        EXPECT_EQ(c.payload[0], 1) << "cleared as step requests";
+    list.unRegisterSuspend();
+    EXPECT_EQ(countOf(15, 2), 3u) << "nothing left to clear";
+
+    list.registerSuspend();
+    EXPECT_EQ(countOf(15, 1), 6u) << "disarmed threads can be armed again";
+}
+
+TEST_F(ModelThreads, AFailedStopRequestIsTriedAgain)
+{
+    installGroups();
+    vm->onPayload(15, 1, "", 10);
+    JXThread t;
+    t.threadID = 3;
+    t.RegisterStopMe();
+    EXPECT_EQ(countOf(15, 1), 1u);
+    t.UnregisterStopMe();
+    EXPECT_EQ(countOf(15, 2), 0u) << "nothing was registered";
+    vm->installDefaults();
+    t.RegisterStopMe();
+    t.RegisterStopMe();
+    EXPECT_EQ(countOf(15, 1), 2u);
+}
+
+TEST_F(ModelThreads, SuspendNextStepArmsAllThreadsQuietly)
+{
+    installGroups();
+    vm->onPayload(1, 4, be32(3) + be64(1) + be64(3) + be64(4));
+    EXPECT_TRUE(jvm()->SuspendNextStep());
+    std::vector<std::pair<int, int>> order;
+    for (const auto& c : vm->commands())
+        if (!(c.set == 11 || c.set == 12))
+            order.emplace_back(c.set, c.cmd);
+    // AllThreads, Suspend, one step request per user thread, Resume.
+    EXPECT_EQ(order, (std::vector<std::pair<int, int>>{{1, 4}, {1, 8}, {15, 1}, {15, 1}, {1, 9}}));
+    EXPECT_EQ(steppedThreads(), (std::vector<std::string>{be64(3), be64(4)}));
+    EXPECT_FALSE(jvm()->muteStateEvents()) << "restored";
+    EXPECT_TRUE(log->states.empty()) << "no state change reaches the host";
+
+    vm->clearCommands();
+    vm->on(1, 4, [](const SentCommand&, std::string&, uint16_t&) { return false; }); // never answered
+    EXPECT_FALSE(jvm()->SuspendNextStep()) << "no list, nothing suspended";
+    EXPECT_EQ(countOf(1, 8), 0u);
+}
+
+} // namespace

@@ -1,0 +1,668 @@
+// krvdbg's commands: each one checks its arguments and the VM's state, calls
+// the library, and describes the result both for a person and as JSON.
+#include "Commands.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include <jdwpkrvdbg/model/JXBreakpoint.h>
+#include <jdwpkrvdbg/model/JXClass.h>
+#include <jdwpkrvdbg/model/JXMethod.h>
+#include <jdwpkrvdbg/model/JXThread.h>
+#include <jdwpkrvdbg/model/JXThreadList.h>
+#include <jdwpkrvdbg/platform/MessagePump.h>
+
+#include "ClassNames.h"
+#include "CommandSyntax.h"
+#include "TextPrinter.h"
+#include "ValueText.h"
+
+namespace krvdbg {
+
+using namespace jdwpkrvdbg;
+using json = Json;
+
+namespace {
+
+constexpr uint32_t kDefaultWaitMs = 30000;
+// How long suspend/resume wait for the VM to confirm the new state.
+constexpr uint32_t kStateConfirmMs = 2000;
+
+const char* kUsageStopAt = "stop at CLASS:LINE (e.g. stop at demo.Cart:14)";
+const char* kUsageStopIn = "stop in CLASS.METHOD[+OFFSET] (e.g. stop in demo.Item.getPrice+1)";
+const char* kUsageClear = "clear CLASS:LINE, clear CLASS.METHOD[+OFFSET], or clear alone to list them";
+const char* kUsagePrint = "print NAME[.NAME...] [in CLASS] (e.g. print item.name)";
+const char* kUsageRedefine = "redefine CLASS FILE.class";
+const char* kUsageWait = "wait [MILLISECONDS] (default 30000)";
+
+std::string lineText(const std::string& javaClass, int line)
+{
+    return javaClass + ":" + std::to_string(line);
+}
+
+std::string codeText(const CodePlace& p)
+{
+    return p.className + "." + p.method + "+" + std::to_string(p.offset);
+}
+
+json numberOrText(const std::string& s)
+{
+    long long n = 0;
+    if (CommandSyntax::parseNumber(s, -0x7fffffffffffffffLL, 0x7fffffffffffffffLL, n))
+        return n;
+    return s;
+}
+
+std::string threadStateName(ThreadStatus s)
+{
+    switch (s) {
+    case THREAD_STATE_ZOMBIE: return "zombie";
+    case THREAD_STATE_RUNNING: return "running";
+    case THREAD_STATE_SLEEPING: return "sleeping";
+    case THREAD_STATE_MONITOR: return "waiting for a monitor";
+    case THREAD_STATE_WAIT: return "waiting";
+    }
+    return "state " + std::to_string(static_cast<int>(s));
+}
+
+// Values may carry CR LF of their own (a string with line breaks).
+std::string oneLine(const std::string& s)
+{
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\r')
+            continue;
+        if (s[i] == '\n')
+            out += "\\n";
+        else
+            out += s[i];
+    }
+    return out;
+}
+
+json stopJson(const StopInfo& stop)
+{
+    json j{{"threadID", jsonNumber(stop.threadID)}, {"ClassName", stop.className}, {"LineNr", stop.line},
+           {"Offset", stop.offset}};
+    if (!stop.exception.empty())
+        j["exception"] = stop.exception;
+    return j;
+}
+
+} // namespace
+
+std::vector<std::string> Commands::helpLines()
+{
+    return {
+        "Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):",
+        "  stop at CLASS:LINE             breakpoint on a source line (also before the class loads)",
+        "  stop in CLASS.METHOD[+OFFSET]  stop point at a code index of a method (default 0)",
+        "  stop                           list breakpoints and stop points",
+        "  clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]   remove one; clear alone lists them",
+        "  run                            start the program and wait for the first stop or its end",
+        "  cont                           continue and wait for the next stop or the end",
+        "  step | next | step up          one line into calls | over calls | out of the method",
+        "  print EXPR [in CLASS]          a variable, field or getter; dotted paths: print cart.total",
+        "  locals                         the local variables of the current method",
+        "  where                          the stack of the stopped thread",
+        "  threads                        the VM's threads",
+        "  suspend | resume               suspend or resume the whole VM (resume does not wait)",
+        "  pop                            drop the top frame of the stopped thread",
+        "  redefine CLASS FILE.class      replace a class with new bytecode",
+        "  hold | release                 hold back or release the VM's events",
+        "  wait [MS]                      wait until the VM stops or ends (default 30000 ms)",
+        "  help                           this list",
+        "  quit                           end the session (a launched program is ended too)",
+    };
+}
+
+CommandOutcome Commands::execute(const std::string& line)
+{
+    const std::string cmd = CommandSyntax::stripComment(line);
+    const std::vector<std::string> w = CommandSyntax::words(cmd);
+    if (w.empty()) {
+        CommandOutcome o;
+        o.command = cmd;
+        return o;
+    }
+    const std::string& verb = w[0];
+    const Args args(w.begin() + 1, w.end());
+    if (verb == "stop") {
+        if (args.empty())
+            return listBreakpoints(cmd);
+        if (args.size() == 2 && args[0] == "at")
+            return stopAt(cmd, args[1]);
+        if (args.size() == 2 && args[0] == "in")
+            return stopIn(cmd, args[1]);
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt + " or " + kUsageStopIn);
+    }
+    if (verb == "clear")
+        return clear(cmd, args);
+    if (verb == "step") {
+        if (args.empty())
+            return step(cmd, SD_INTO);
+        if (args.size() == 1 && args[0] == "up")
+            return step(cmd, SD_OUT);
+        return CommandOutcome::failure(cmd, "expected step (into calls) or step up (out of the method)");
+    }
+    if (verb == "print" || verb == "p") {
+        if (args.empty())
+            return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
+        return print(cmd, cmd.substr(verb.size()));
+    }
+    if (verb == "redefine")
+        return redefine(cmd, args);
+    if (verb == "wait")
+        return wait(cmd, args);
+
+    struct Simple {
+        const char* name;
+        CommandOutcome (Commands::*run)(const std::string&);
+    };
+    static const Simple simple[] = {
+        {"run", &Commands::run},           {"cont", &Commands::cont},       {"locals", &Commands::locals},
+        {"where", &Commands::where},       {"threads", &Commands::threads}, {"suspend", &Commands::suspend},
+        {"resume", &Commands::resume},     {"pop", &Commands::pop},
+    };
+    for (const auto& s : simple) {
+        if (verb != s.name)
+            continue;
+        if (!args.empty())
+            return CommandOutcome::failure(cmd, std::string(s.name) + " takes no arguments");
+        return (this->*s.run)(cmd);
+    }
+    if (verb == "next") {
+        if (!args.empty())
+            return CommandOutcome::failure(cmd, "next takes no arguments");
+        return step(cmd, SD_OVER);
+    }
+    if (verb == "hold" || verb == "release") {
+        if (!args.empty())
+            return CommandOutcome::failure(cmd, verb + " takes no arguments");
+        return holdOrRelease(cmd, verb == "hold");
+    }
+    if (verb == "help" || verb == "?") {
+        CommandOutcome o;
+        o.command = cmd;
+        o.text = helpLines();
+        o.result = o.text;
+        return o;
+    }
+    if (verb == "quit" || verb == "exit") {
+        quit_ = true;
+        CommandOutcome o;
+        o.command = cmd;
+        o.result = "quit";
+        return o;
+    }
+    return CommandOutcome::failure(cmd, "unknown command '" + verb + "' (help lists the commands)");
+}
+
+std::string Commands::needAlive() const
+{
+    if (!session_.started())
+        return "the program is not running yet: use run";
+    if (session_.ended())
+        return "the program has ended";
+    return {};
+}
+
+std::string Commands::needSuspended()
+{
+    std::string why = needAlive();
+    if (!why.empty())
+        return why;
+    if (!session_.suspended())
+        return "the VM is running: wait for a stop (wait) or suspend it (suspend)";
+    return {};
+}
+
+CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& spec)
+{
+    LinePlace place;
+    if (!CommandSyntax::parseLinePlace(spec, place))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt);
+    const std::string internal = ClassNames::toInternal(place.className);
+    const std::string java = ClassNames::toJava(internal);
+    session_.addTarget(internal);
+    auto& jvm = session_.jvm();
+    jvm.addBreakpoint(internal, place.line);
+    const auto bp = jvm.getBreakPoint(internal, place.line);
+    const bool registered = bp && bp->UsedByVM;
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"ClassName", internal}, {"LineNr", place.line}, {"registered", registered}};
+    if (registered)
+        o.text.push_back("Breakpoint set at " + lineText(java, place.line));
+    else if (session_.alive() && jvm.getClassByName(internal, false))
+        o.text.push_back("Breakpoint at " + lineText(java, place.line) + " is pending: the class has no code on line " +
+                         std::to_string(place.line));
+    else
+        o.text.push_back("Deferred breakpoint " + lineText(java, place.line) + ": it is set when the class is loaded");
+    return o;
+}
+
+CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& spec)
+{
+    CodePlace place;
+    if (!CommandSyntax::parseCodePlace(spec, place))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopIn);
+    const std::string internal = ClassNames::toInternal(place.className);
+    place.className = ClassNames::toJava(internal);
+    session_.addTarget(internal);
+    auto& jvm = session_.jvm();
+    jvm.addStopPoint(internal, place.method, place.offset);
+    const auto bp = jvm.getStopPoint(internal, place.method, place.offset);
+    const bool registered = bp && bp->UsedByVM;
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"ClassName", internal},
+                {"MethodName", place.method},
+                {"Offset", place.offset},
+                {"registered", registered}};
+    if (registered)
+        o.text.push_back("Stop point set in " + codeText(place));
+    else if (session_.alive() && jvm.getClassByName(internal, false))
+        o.text.push_back("Stop point in " + codeText(place) + " is pending: no such method or code index");
+    else
+        o.text.push_back("Deferred stop point in " + codeText(place) + ": it is set when the class is loaded");
+    return o;
+}
+
+CommandOutcome Commands::listBreakpoints(const std::string& cmd)
+{
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = json::array();
+    for (const auto& bp : session_.jvm().breakpoints()) {
+        if (!bp || bp->JustStepping)
+            continue;
+        const std::string java = ClassNames::toJava(bp->ClassName);
+        json item{{"ClassName", bp->ClassName}, {"registered", bp->UsedByVM}};
+        std::string text;
+        if (bp->StopPoint) {
+            item["MethodName"] = bp->MethodName;
+            item["Offset"] = jsonNumber(bp->Offset);
+            text = "stop in " + java + "." + bp->MethodName + "+" + std::to_string(std::llround(bp->Offset));
+        } else {
+            item["LineNr"] = jsonNumber(bp->LineNr);
+            text = "stop at " + java + ":" + std::to_string(std::llround(bp->LineNr));
+        }
+        o.text.push_back("  " + text + (bp->UsedByVM ? "" : "  (pending)"));
+        o.result.push_back(item);
+    }
+    if (o.text.empty())
+        o.text.push_back("No breakpoints set.");
+    return o;
+}
+
+CommandOutcome Commands::clear(const std::string& cmd, const Args& args)
+{
+    if (args.empty())
+        return listBreakpoints(cmd);
+    if (args.size() != 1)
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageClear);
+    auto& jvm = session_.jvm();
+    CommandOutcome o;
+    o.command = cmd;
+    LinePlace line;
+    CodePlace code;
+    if (CommandSyntax::parseLinePlace(args[0], line)) {
+        const std::string internal = ClassNames::toInternal(line.className);
+        const std::string java = ClassNames::toJava(internal);
+        if (!jvm.getBreakPoint(internal, line.line))
+            return CommandOutcome::failure(cmd, "no breakpoint at " + lineText(java, line.line));
+        if (!jvm.removeBreakpoint(internal, line.line))
+            return CommandOutcome::failure(cmd, "the VM did not clear the breakpoint at " + lineText(java, line.line));
+        o.result = {{"ClassName", internal}, {"LineNr", line.line}, {"removed", true}};
+        o.text.push_back("Removed breakpoint " + lineText(java, line.line));
+        return o;
+    }
+    if (CommandSyntax::parseCodePlace(args[0], code)) {
+        const std::string internal = ClassNames::toInternal(code.className);
+        code.className = ClassNames::toJava(internal);
+        if (!jvm.getStopPoint(internal, code.method, code.offset))
+            return CommandOutcome::failure(cmd, "no stop point in " + codeText(code));
+        if (!jvm.removeStopPoint(internal, code.method, code.offset))
+            return CommandOutcome::failure(cmd, "the VM did not clear the stop point in " + codeText(code));
+        o.result = {{"ClassName", internal}, {"MethodName", code.method}, {"Offset", code.offset}, {"removed", true}};
+        o.text.push_back("Removed stop point " + codeText(code));
+        return o;
+    }
+    return CommandOutcome::failure(cmd, std::string("expected ") + kUsageClear);
+}
+
+CommandOutcome Commands::waited(const std::string& cmd, WaitOutcome how, uint32_t timeoutMs)
+{
+    CommandOutcome o;
+    o.command = cmd;
+    switch (how) {
+    case WaitOutcome::Stopped: {
+        const StopInfo& stop = session_.events().lastStop();
+        o.result = {{"outcome", "stopped"}};
+        o.result.update(stopJson(stop));
+        break;
+    }
+    case WaitOutcome::Ended:
+        o.result = {{"outcome", "ended"}};
+        o.text.push_back("The application has ended.");
+        break;
+    case WaitOutcome::TimedOut:
+        o.result = {{"outcome", "timeout"}};
+        o.text.push_back("The VM did not stop within " + std::to_string(timeoutMs) + " ms; it keeps running.");
+        break;
+    case WaitOutcome::Interrupted:
+        o.result = {{"outcome", "interrupted"}};
+        o.text.push_back("Interrupted; the VM keeps running (suspend stops it).");
+        break;
+    }
+    return o;
+}
+
+CommandOutcome Commands::run(const std::string& cmd)
+{
+    if (session_.started())
+        return CommandOutcome::failure(cmd, session_.ended() ? "the program has ended"
+                                                             : "the program is already running: use cont");
+    if (!session_.start()) {
+        startFailed_ = true;
+        return CommandOutcome::failure(cmd, session_.failureText());
+    }
+    // The VM starts suspended; the library resumes it at the end of its
+    // opening sequence, so what is left is to wait for the first stop.
+    return waited(cmd, session_.waitForStop());
+}
+
+CommandOutcome Commands::cont(const std::string& cmd)
+{
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    session_.events().noteResume();
+    session_.jvm().ResumeVM(true);
+    return waited(cmd, session_.waitForStop());
+}
+
+CommandOutcome Commands::step(const std::string& cmd, int depth)
+{
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto& jvm = session_.jvm();
+    session_.events().expectStep();
+    session_.events().noteResume();
+    if (!jvm.ResumeVMStepByStep(false, 0, static_cast<JDWPStepDepth>(depth))) {
+        session_.events().resumeFailed();
+        return CommandOutcome::failure(cmd, jvm.myStepInProcess && jvm.currentThreadID() > 0
+                                                ? "a step is already under way: use wait"
+                                                : "no stopped thread to step (stop at a breakpoint first)");
+    }
+    return waited(cmd, session_.waitForStop());
+}
+
+CommandOutcome Commands::print(const std::string& cmd, const std::string& rest)
+{
+    Expression e;
+    if (!CommandSyntax::parseExpression(rest, e))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    const std::string raw = session_.jvm().getValue(e.path, ClassNames::toInternal(e.staticClass));
+    const ParsedValue v = ValueText::parse(raw);
+    CommandOutcome o;
+    o.command = cmd;
+    json steps = json::array();
+    for (const auto& s : v.steps)
+        steps.push_back({{"path", s.path}, {"value", s.value}});
+    o.result = {{"expression", e.path}, {"found", v.found}, {"raw", raw}, {"steps", steps}};
+    if (v.found) {
+        o.result["path"] = v.path;
+        o.result["value"] = v.value;
+        o.text.push_back((v.path.empty() ? e.path : v.path) + " = " + oneLine(v.value));
+    } else {
+        o.result["missing"] = v.missing.empty() ? e.path : v.missing;
+        o.text.push_back((v.missing.empty() ? e.path : v.missing) + ": not available here");
+    }
+    for (const auto& s : v.steps)
+        o.text.push_back("  (" + s.path + " = " + oneLine(s.value) + ")");
+    return o;
+}
+
+CommandOutcome Commands::locals(const std::string& cmd)
+{
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto& jvm = session_.jvm();
+    const auto cls = jvm.getClassByID(jvm.currentClassID(), true);
+    const auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
+    if (!method)
+        return CommandOutcome::failure(cmd, "the current method is not known (stop at a breakpoint first)");
+    // The current code index tells which variables are in scope.
+    double codeIndex = -1;
+    const auto stack = jvm.getStackTrace();
+    if (!stack.empty() && !stack[0].empty()) {
+        long long n = 0;
+        if (CommandSyntax::parseNumber(stack[0][0], 0, 0x7fffffffffffffffLL, n))
+            codeIndex = static_cast<double>(n);
+    }
+    std::vector<JDWPJVariableTableSlot> slots;
+    for (const auto& slot : method->variableTable().Slot) {
+        if (slot.vt_name.empty())
+            continue;
+        if (codeIndex >= 0 && !(slot.vt_codeIndex <= codeIndex && codeIndex < slot.vt_codeIndex + slot.vt_length))
+            continue;
+        const bool seen = std::any_of(slots.begin(), slots.end(),
+                                      [&](const auto& s) { return s.vt_name == slot.vt_name; });
+        if (!seen)
+            slots.push_back(slot);
+    }
+    std::stable_sort(slots.begin(), slots.end(), [](const auto& a, const auto& b) { return a.vt_slot < b.vt_slot; });
+
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"ClassName", cls->ClassName()}, {"MethodName", method->MethodName}, {"locals", json::array()}};
+    for (const auto& slot : slots) {
+        const ParsedValue v = ValueText::parse(jvm.getValue(slot.vt_name));
+        o.result["locals"].push_back({{"name", slot.vt_name},
+                                      {"signature", slot.vt_signature},
+                                      {"found", v.found},
+                                      {"value", v.found ? json(v.value) : json(nullptr)}});
+        o.text.push_back("  " + slot.vt_name + " = " + (v.found ? oneLine(v.value) : std::string("(not available)")));
+    }
+    if (slots.empty())
+        o.text.push_back(method->variableTable().Slot.empty()
+                             ? "No local variables (the class was compiled without -g?)"
+                             : "No local variables in scope.");
+    return o;
+}
+
+CommandOutcome Commands::where(const std::string& cmd)
+{
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    const auto stack = session_.jvm().getStackTrace();
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"frames", json::array()}};
+    for (size_t i = 0; i < stack.size(); ++i) {
+        const auto& row = stack[i];
+        auto col = [&](size_t c) { return c < row.size() ? row[c] : std::string(); };
+        o.result["frames"].push_back({{"frame", i},
+                                      {"codeIndex", numberOrText(col(0))},
+                                      {"ClassName", col(1)},
+                                      {"MethodName", col(2)},
+                                      {"MethodSignature", col(3)},
+                                      {"LineNr", numberOrText(col(4))}});
+        std::string text = "  [" + std::to_string(i) + "] " + ClassNames::toJava(col(1)) + "." + col(2);
+        if (!col(4).empty())
+            text += " line " + col(4);
+        text += " (code index " + col(0) + ")";
+        o.text.push_back(text);
+    }
+    if (stack.empty())
+        o.text.push_back("No stack frames (the thread is not suspended?)");
+    return o;
+}
+
+CommandOutcome Commands::threads(const std::string& cmd)
+{
+    const std::string why = needAlive();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto list = session_.handler().getAllThreads();
+    if (!list)
+        return CommandOutcome::failure(cmd, "the VM did not list its threads");
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"threads", json::array()}};
+    for (int32_t i = 1; i <= list->Count(); ++i) {
+        auto t = list->Item(i);
+        if (!t)
+            continue;
+        const std::string name = t->ThreadName();
+        const std::string group = t->ThreadGroupName();
+        const ThreadStatus state = t->ThreadState();
+        const bool suspended = t->ThreadSuspended();
+        o.result["threads"].push_back({{"threadID", jsonNumber(t->threadID)},
+                                       {"ThreadName", name},
+                                       {"ThreadGroupName", group},
+                                       {"ThreadState", static_cast<int>(state)},
+                                       {"ThreadSuspended", suspended}});
+        o.text.push_back("  " + std::to_string(std::llround(t->threadID)) + "  " + name + "  (group " + group + ")  " +
+                         threadStateName(state) + (suspended ? ", suspended" : ""));
+    }
+    return o;
+}
+
+CommandOutcome Commands::suspend(const std::string& cmd)
+{
+    const std::string why = needAlive();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto& jvm = session_.jvm();
+    jvm.SuspendVM();
+    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); },
+                                      kStateConfirmMs);
+    session_.printer().flush();
+    CommandOutcome o;
+    o.command = cmd;
+    const bool done = jvm.JVMState() == VMSuspend;
+    o.result = {{"state", static_cast<int>(jvm.JVMState())}};
+    o.text.push_back(done ? "VM suspended." : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
+    return o;
+}
+
+CommandOutcome Commands::resume(const std::string& cmd)
+{
+    const std::string why = needAlive();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto& jvm = session_.jvm();
+    session_.events().noteResume();
+    jvm.ResumeVM(true);
+    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() != VMSuspend || session_.ended(); },
+                                      kStateConfirmMs);
+    session_.printer().flush();
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"state", static_cast<int>(jvm.JVMState())}};
+    o.text.push_back("VM resumed.");
+    return o;
+}
+
+CommandOutcome Commands::pop(const std::string& cmd)
+{
+    const std::string why = needSuspended();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    auto& jvm = session_.jvm();
+    if (jvm.getStackCount() < 2)
+        return CommandOutcome::failure(cmd, "there is no frame below the top one to return to");
+    if (!jvm.PopFrame())
+        return CommandOutcome::failure(cmd, "the VM refused to pop the frame");
+    // The current place is now the caller's: tell the session, so that
+    // print and locals work on the new top frame.
+    const auto stack = jvm.getStackTrace();
+    CommandOutcome o;
+    o.command = cmd;
+    if (!stack.empty() && stack[0].size() >= 5) {
+        const auto& top = stack[0];
+        if (auto cls = jvm.getClassByName(top[1], true))
+            if (auto m = cls->JMethod(top[2] + top[3]))
+                jvm.GoSilentBreak(jvm.currentThreadID(), cls->ClassID, m->MethodID);
+        o.result = {{"ClassName", top[1]}, {"MethodName", top[2]}, {"LineNr", numberOrText(top[4])},
+                    {"codeIndex", numberOrText(top[0])}};
+        o.text.push_back("Frame popped; now in " + ClassNames::toJava(top[1]) + "." + top[2] + " line " + top[4] +
+                         " (code index " + top[0] + ")");
+    } else {
+        jvm.refreshFrameID();
+        o.result = {{"popped", true}};
+        o.text.push_back("Frame popped.");
+    }
+    return o;
+}
+
+CommandOutcome Commands::redefine(const std::string& cmd, const Args& args)
+{
+    if (args.size() != 2 || !ClassNames::isValid(args[0]))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageRedefine);
+    const std::string why = needAlive();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    std::ifstream in(args[1], std::ios::binary);
+    if (!in)
+        return CommandOutcome::failure(cmd, "cannot read " + args[1]);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.size() < 4 || bytes.compare(0, 4, "\xCA\xFE\xBA\xBE") != 0)
+        return CommandOutcome::failure(cmd, args[1] + " is not a class file");
+    const std::string internal = ClassNames::toInternal(args[0]);
+    if (!session_.jvm().redefineClass(internal, bytes))
+        return CommandOutcome::failure(cmd, "the VM did not redefine " + ClassNames::toJava(internal) +
+                                                " (is it loaded, and is the change allowed?)");
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"ClassName", internal}, {"bytes", bytes.size()}, {"redefined", true}};
+    o.text.push_back("Redefined " + ClassNames::toJava(internal) + " (" + std::to_string(bytes.size()) + " bytes)");
+    return o;
+}
+
+CommandOutcome Commands::holdOrRelease(const std::string& cmd, bool hold)
+{
+    const std::string why = needAlive();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    if (hold)
+        session_.jvm().HoldEvents();
+    else
+        session_.jvm().ReleaseEvents();
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = hold ? "events held" : "events released";
+    o.text.push_back(hold ? "The VM holds its events back." : "The VM sends its events again.");
+    return o;
+}
+
+CommandOutcome Commands::wait(const std::string& cmd, const Args& args)
+{
+    long long ms = kDefaultWaitMs;
+    if (args.size() > 1 || (args.size() == 1 && !CommandSyntax::parseNumber(args[0], 1, 86400000, ms)))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageWait);
+    if (!session_.started())
+        return CommandOutcome::failure(cmd, "the program is not running yet: use run");
+    if (session_.ended())
+        return waited(cmd, WaitOutcome::Ended);
+    if (session_.suspended()) {
+        CommandOutcome o = waited(cmd, WaitOutcome::Stopped);
+        o.text.push_back("The VM is already suspended.");
+        return o;
+    }
+    return waited(cmd, session_.waitForStop(static_cast<uint32_t>(ms)), static_cast<uint32_t>(ms));
+}
+
+} // namespace krvdbg

@@ -1,0 +1,110 @@
+// Forwarding of the host events to the printer, and the bookkeeping of stops
+// and of the VM's end for the command loop.
+#include "HostEvents.h"
+
+namespace krvdbg {
+
+namespace {
+constexpr size_t kConsoleKept = 16 * 1024;
+}
+
+void HostEvents::Message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+{
+    lastMessage_ = Prompt;
+    printer_.message(Prompt, Buttons, Title);
+}
+
+void HostEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
+{
+    StopInfo stop;
+    stop.threadID = threadID;
+    stop.className = ClassName;
+    stop.line = LineNr;
+    stop.offset = Offset;
+    const bool atBreakpoint = breakpointAt_ && breakpointAt_(ClassName, LineNr);
+    stop.cause = Offset != 0                      ? StopCause::StopPoint
+                 : stepExpected_ && !atBreakpoint ? StopCause::Step
+                                                  : StopCause::Breakpoint;
+    stepExpected_ = false;
+    suspended_ = true;
+    lastStop_ = stop;
+    ++stopCount_;
+    printer_.breakpoint(threadID, ClassName, LineNr, Offset, stop.cause);
+}
+
+void HostEvents::noteResume()
+{
+    suspended_ = false;
+    resumeUnconfirmed_ = true;
+}
+
+void HostEvents::resumeFailed()
+{
+    suspended_ = true;
+    resumeUnconfirmed_ = false;
+    stepExpected_ = false;
+}
+
+void HostEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
+{
+    bool late = false;
+    switch (NewState) {
+    case jdwpkrvdbg::VMDead:
+        if (connected_)
+            ended_ = true;
+        suspended_ = false;
+        break;
+    case jdwpkrvdbg::VMSuspend:
+        connected_ = true;
+        suspended_ = true;
+        break;
+    case jdwpkrvdbg::VMRunning:
+    case jdwpkrvdbg::VMLoading:
+        connected_ = true;
+        if (resumeUnconfirmed_) {
+            // The reply to krvdbg's resume: it says nothing new when the
+            // stop it led to is already here.
+            resumeUnconfirmed_ = false;
+            late = suspended_;
+        } else {
+            suspended_ = false;
+        }
+        break;
+    }
+    printer_.stateChanged(NewState, late);
+}
+
+void HostEvents::OpenConnection()
+{
+    printer_.openConnection();
+}
+
+void HostEvents::CloseConnection()
+{
+    printer_.closeConnection();
+}
+
+void HostEvents::DebugMessage(const std::string& s)
+{
+    // Progress lines begin with " *** "; anything else is the debuggee's own
+    // debug print, which is always shown.
+    if (quiet_ && s.rfind(" *** ", 0) == 0)
+        return;
+    printer_.debugMessage(s);
+}
+
+void HostEvents::ConsoleMessage(const std::string& s)
+{
+    console_ += s;
+    if (console_.size() > kConsoleKept)
+        console_.erase(0, console_.size() - kConsoleKept);
+    printer_.consoleMessage(s);
+}
+
+void HostEvents::Exception(const std::string& s)
+{
+    lastStop_.exception = s;
+    printer_.exception(s);
+}
+
+} // namespace krvdbg

@@ -1,0 +1,78 @@
+// krvdbg's observer of the session's host events: hands each event to the
+// printer (progress lines only without --quiet) and remembers what the
+// command loop needs: the last stop, how many stops there were, the VM's
+// last reported state, whether it ended, and the last message box.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include <jdwpkrvdbg/model/JXMachineEvents.h>
+
+#include "Printer.h"
+
+namespace krvdbg {
+
+struct StopInfo {
+    double threadID = 0;
+    std::string className; // internal form, as the library reports it
+    int32_t line = 0;
+    int32_t offset = 0;
+    StopCause cause = StopCause::Breakpoint;
+    std::string exception; // the exception's text for an exception stop
+};
+
+class HostEvents : public jdwpkrvdbg::JXMachineEvents {
+public:
+    HostEvents(Printer& printer, bool quiet) : printer_(printer), quiet_(quiet) {}
+
+    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
+    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
+    void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
+    void OpenConnection() override;
+    void CloseConnection() override;
+    void DebugMessage(const std::string& s) override;
+    void ConsoleMessage(const std::string& s) override;
+    void Exception(const std::string& s) override;
+
+    // A step was asked for: the next stop is reported as its completion,
+    // unless a breakpoint sits where it stopped (`breakpointAt` tells).
+    void expectStep() { stepExpected_ = true; }
+    void setBreakpointQuery(std::function<bool(const std::string& className, int32_t line)> breakpointAt)
+    {
+        breakpointAt_ = std::move(breakpointAt);
+    }
+    // krvdbg resumed the VM (cont, step, resume).
+    void noteResume();
+    // ... which did not happen after all (nothing was sent).
+    void resumeFailed();
+    // Whether the VM is stopped, as krvdbg sees it. The library's own state
+    // can lag: when a stop event is read before the reply to the Resume that
+    // led to it, the reply reports "running" after the stop. The reply to
+    // krvdbg's own resume therefore does not count once a stop has come.
+    bool suspended() const { return suspended_; }
+
+    uint64_t stopCount() const { return stopCount_; }
+    const StopInfo& lastStop() const { return lastStop_; }
+    bool ended() const { return ended_; }
+    bool connected() const { return connected_; }
+    const std::string& lastMessage() const { return lastMessage_; }
+    const std::string& console() const { return console_; }
+
+private:
+    Printer& printer_;
+    bool quiet_;
+    std::function<bool(const std::string&, int32_t)> breakpointAt_;
+    bool stepExpected_ = false;
+    bool suspended_ = false;
+    bool resumeUnconfirmed_ = false;
+    uint64_t stopCount_ = 0;
+    StopInfo lastStop_;
+    bool ended_ = false;
+    bool connected_ = false;
+    std::string lastMessage_;
+    std::string console_; // the last few KiB of console text
+};
+
+} // namespace krvdbg

@@ -1,0 +1,262 @@
+// Starting, waiting on and ending the session that krvdbg drives.
+#include "Session.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
+#include <jdwpkrvdbg/model/JXBreakpoint.h>
+#include <jdwpkrvdbg/platform/Clock.h>
+#include <jdwpkrvdbg/platform/MessagePump.h>
+#include <jdwpkrvdbg/session/modMain.h>
+
+#include "ClassNames.h"
+#include "Interrupt.h"
+
+namespace krvdbg {
+
+using namespace jdwpkrvdbg;
+
+namespace {
+
+constexpr uint32_t kPumpSliceMs = 50;
+// After the VM reported its end, how long the process may take to exit and
+// hand over the rest of its console output.
+constexpr uint32_t kDrainMs = 5000;
+
+std::string crLfToLf(const std::string& s)
+{
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i)
+        if (!(s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n'))
+            out += s[i];
+    return out;
+}
+
+} // namespace
+
+Session::Session(const Options& options, Printer& printer) : options_(options), printer_(printer)
+{
+    handler_ = JDWPHandler::create();
+    events_ = std::make_shared<HostEvents>(printer_, options_.quiet);
+    handler_->myJVM()->setEvents(events_);
+    events_->setBreakpointQuery([this](const std::string& className, int32_t line) {
+        const auto bp = jvm().getBreakPoint(className, line);
+        return bp && bp->UsedByVM;
+    });
+    if (options_.trace)
+        handler_->history().setListener([this](const std::string& line) { printer_.trace(line); });
+
+    // The program's classes: the main class, every class named in a
+    // breakpoint (added as they come) and --target.
+    if (!options_.mainClass.empty())
+        addTarget(ClassNames::toInternal(options_.mainClass));
+    for (const auto& t : options_.targets)
+        addTarget(ClassNames::toInternal(t));
+    if (targets_.empty())
+        jvm().setTargetClassName({});
+    // The JDK's own internals are not the program either; the library's
+    // defaults name the public packages only.
+    auto excludes = jvm().getExcludeClassNames();
+    excludes.push_back("jdk.*");
+    for (const auto& e : options_.excludes)
+        excludes.push_back(e);
+    jvm().setExcludeClassName(excludes);
+}
+
+Session::~Session()
+{
+    shutdown();
+    handler_->history().setListener(nullptr);
+    handler_->myJVM()->setEvents(nullptr);
+    handler_.reset();
+    setCurrentHandler(nullptr);
+}
+
+void Session::addTarget(const std::string& internalName)
+{
+    for (const auto& t : targets_)
+        if (t == internalName)
+            return;
+    targets_.push_back(internalName);
+    jvm().setTargetClassName(targets_);
+}
+
+int Session::freeLocalPort()
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return 0;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = 0;
+    socklen_t len = sizeof addr;
+    int port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0)
+        port = ntohs(addr.sin_port);
+    ::close(fd);
+    return port;
+}
+
+std::string Session::quoteWord(const std::string& word)
+{
+    if (word.empty())
+        return "''";
+    bool plain = true;
+    for (unsigned char c : word)
+        if (!(std::isalnum(c) || std::string_view("-_./:=,+@%").find(static_cast<char>(c)) != std::string_view::npos))
+            plain = false;
+    if (plain)
+        return word;
+    std::string out = "'";
+    for (char c : word) {
+        if (c == '\'')
+            out += "'\\''";
+        else
+            out += c;
+    }
+    return out + "'";
+}
+
+std::string Session::launchParameters(const std::string& agent) const
+{
+    std::string params = agent;
+    for (const auto& o : options_.vmOptions)
+        params += " " + quoteWord(o);
+    if (!options_.classPath.empty())
+        params += " -cp " + quoteWord(options_.classPath);
+    params += " " + quoteWord(options_.mainClass);
+    for (const auto& a : options_.programArgs)
+        params += " " + quoteWord(a);
+    return params;
+}
+
+bool Session::start()
+{
+    if (started_)
+        return true;
+    bool ok = false;
+    switch (options_.mode) {
+    case LaunchMode::Socket: {
+        const int port = freeLocalPort();
+        if (port == 0) {
+            failureText_ = "no free local TCP port for the debug agent";
+            return false;
+        }
+        const std::string agent = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" +
+                                  std::to_string(port);
+        handler_->bRemoteConnection = true;
+        ok = handler_->startVM(options_.javaPath, launchParameters(agent), "", false, true, 0, "127.0.0.1",
+                               std::to_string(port), true);
+        break;
+    }
+    case LaunchMode::SharedMemory: {
+        const std::string name = "krvdbg-" + std::to_string(::getpid());
+        const std::string agent = "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=y";
+        // Outgoing packets use the shared-memory framing.
+        handler_->bRemoteConnection = false;
+        ok = handler_->startVM(options_.javaPath, launchParameters(agent), name, false, true, 0, "", "", false);
+        break;
+    }
+    case LaunchMode::Attach:
+        handler_->bRemoteConnection = true;
+        ok = handler_->startVM("", "", "", false, false, 0, options_.attachHost,
+                               std::to_string(options_.attachPort), true);
+        break;
+    }
+    if (!ok) {
+        failureText_ = events_->lastMessage().empty() ? "the VM could not be started or reached"
+                                                      : crLfToLf(events_->lastMessage());
+        if (options_.mode == LaunchMode::SharedMemory)
+            failureText_ += "\n(--shmem needs the library's shared-memory transport and, for the VM, "
+                            "libdt_shmem.so next to the library or in JDWPKRVDBG_SHMEM_DIR; "
+                            "leave out --shmem to debug over a socket)";
+        return false;
+    }
+    started_ = true;
+    return true;
+}
+
+bool Session::suspended()
+{
+    return alive() && events_->suspended();
+}
+
+WaitOutcome Session::waitForStop(uint32_t timeoutMs)
+{
+    auto& pump = MessagePump::instance();
+    const uint64_t stops = events_->stopCount();
+    const uint32_t start = GetTickCount();
+    for (;;) {
+        if (events_->stopCount() != stops) {
+            // The library records the stop's thread and frame only when the
+            // stop changes its VM state, which it does not when the stop
+            // was read before the reply to the Resume that led to it; so the
+            // stop's place is handed over once more.
+            const StopInfo& stop = events_->lastStop();
+            if (!ended())
+                jvm().GoSilentBreak(stop.threadID, jvm().currentClassID(), jvm().currentMethodID());
+            return WaitOutcome::Stopped;
+        }
+        if (ended())
+            return WaitOutcome::Ended;
+        if (Interrupt::take())
+            return WaitOutcome::Interrupted;
+        const uint32_t elapsed = GetTickCount() - start;
+        if (timeoutMs != 0 && elapsed >= timeoutMs)
+            return WaitOutcome::TimedOut;
+        uint32_t slice = kPumpSliceMs;
+        if (timeoutMs != 0 && timeoutMs - elapsed < slice)
+            slice = timeoutMs - elapsed;
+        pump.pumpOnce(static_cast<int>(slice));
+        printer_.flush();
+    }
+}
+
+void Session::pumpFor(uint32_t ms)
+{
+    auto& pump = MessagePump::instance();
+    const uint32_t start = GetTickCount();
+    do {
+        pump.pumpOnce(static_cast<int>(std::min<uint32_t>(ms, kPumpSliceMs)));
+    } while (GetTickCount() - start < ms);
+    printer_.flush();
+}
+
+void Session::drainAfterEnd()
+{
+    auto& pump = MessagePump::instance();
+    auto transport = handler_->transport();
+    if (transport && options_.mode != LaunchMode::Attach)
+        pump.pumpUntil([&] { return !transport->ProcessRunning(); }, kDrainMs);
+    // Whatever is already queued (the last console text, the close).
+    for (int pass = 0; pass < 100 && pump.pumpOnce(0) > 0; ++pass) {
+    }
+    printer_.flush();
+}
+
+bool Session::mainClassLoaded()
+{
+    if (options_.mainClass.empty())
+        return true;
+    return jvm().getClassByName(ClassNames::toInternal(options_.mainClass), false) != nullptr;
+}
+
+void Session::shutdown()
+{
+    if (shutDown_)
+        return;
+    shutDown_ = true;
+    if (started_ && !ended())
+        handler_->Disconnect();
+    printer_.flush();
+}
+
+} // namespace krvdbg

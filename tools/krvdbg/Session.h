@@ -1,0 +1,82 @@
+// One debugging session as krvdbg runs it: creates the library's session,
+// attaches the event observer, hands over the class filters, starts or
+// attaches to the VM, and waits for stops. Everything else (the commands)
+// works on the library objects it hands out.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <jdwpkrvdbg/model/JXMachine.h>
+#include <jdwpkrvdbg/session/JDWPHandler.h>
+
+#include "CommandLine.h"
+#include "HostEvents.h"
+#include "Printer.h"
+
+namespace krvdbg {
+
+enum class WaitOutcome { Stopped, Ended, TimedOut, Interrupted };
+
+class Session {
+public:
+    Session(const Options& options, Printer& printer);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Launches the VM (or attaches) and returns once the transport is up;
+    // false with failureText() set when the VM could not be started or
+    // reached.
+    bool start();
+    bool started() const { return started_; }
+    // The VM ran to its end (or the connection to it was lost).
+    bool ended() const { return events_->ended(); }
+    bool alive() const { return started_ && !ended(); }
+    bool suspended();
+    const std::string& failureText() const { return failureText_; }
+
+    // Pumps the library's events until the next stop, the VM's end, Ctrl-C,
+    // or `timeoutMs` (0: no limit). After a stop the session's current
+    // thread and frame are those of the stop.
+    WaitOutcome waitForStop(uint32_t timeoutMs = 0);
+    // Pumps for at most `ms` (events that are already on their way).
+    void pumpFor(uint32_t ms);
+    // After the end: lets the last console output of the process arrive.
+    void drainAfterEnd();
+    // Whether the main class was ever loaded in the VM (launch modes).
+    bool mainClassLoaded();
+    // Ends the session: a VM that still runs is disconnected (a launched one
+    // is killed, an attached one is let go).
+    void shutdown();
+
+    // The class of the program, internal form; its stops are reported.
+    void addTarget(const std::string& internalName);
+
+    jdwpkrvdbg::JDWPHandler& handler() { return *handler_; }
+    jdwpkrvdbg::JXMachine& jvm() { return *handler_->myJVM(); }
+    HostEvents& events() { return *events_; }
+    Printer& printer() { return printer_; }
+    const Options& options() const { return options_; }
+
+    // The words of the VM's command line for the launch modes, quoted for
+    // the transport's shell-like splitting. Public for the tests.
+    static std::string quoteWord(const std::string& word);
+    std::string launchParameters(const std::string& agent) const;
+
+private:
+    static int freeLocalPort();
+
+    const Options& options_;
+    Printer& printer_;
+    std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler_;
+    std::shared_ptr<HostEvents> events_;
+    std::vector<std::string> targets_;
+    bool started_ = false;
+    bool shutDown_ = false;
+    std::string failureText_;
+};
+
+} // namespace krvdbg
