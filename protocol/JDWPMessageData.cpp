@@ -750,7 +750,9 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
         if (singleStepSeen)
             jvm->ResumeVMStepByStep(true, myEventThreadID_, SD_INTO);
         else
-            jvm->ResumeVM(true);
+            // A class prepared (or a thread started) in the middle of a step
+            // must not withdraw the step request, or the step would run on.
+            jvm->ResumeVM(!jvm->myStepInProcess);
     }
     // Intended: with policy 0 or 1 an auto-resumed event is not resumed.
     return false;

@@ -25,7 +25,8 @@ void PacketHistory::recordReceived(double id, double flags, int32_t commandSet, 
     else
         line += " " + std::to_string(commandSet) + "/" + std::to_string(command);
     line += " len=" + std::to_string(length);
-    const std::string name = describeCommand(commandSet, command);
+    const std::string name = flags == 128 || commandSet != CMDSET_Event ? describeCommand(commandSet, command)
+                                                                        : std::string("Composite Event");
     if (!name.empty())
         line += " " + name;
     push(std::move(line));

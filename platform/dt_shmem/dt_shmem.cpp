@@ -181,16 +181,25 @@ bool renewListening(std::shared_ptr<Channel>& channel, std::string& error)
 {
     std::string name = channel->name;
     channel->shutDown();
+    {
+        std::lock_guard<std::mutex> lock(gStateMutex);
+        if (gListening != channel) // StopListening came in between
+            return false;
+    }
     Mapping mapping;
     if (!createChannel(name, mapping, error))
         return false;
     auto fresh = std::make_shared<Channel>(std::move(mapping), name);
-    std::lock_guard<std::mutex> lock(gStateMutex);
-    if (gListening != channel) // StopListening came in between
-        return false;
-    gListening = fresh;
-    channel = std::move(fresh);
-    return true;
+    {
+        std::lock_guard<std::mutex> lock(gStateMutex);
+        if (gListening == channel) {
+            gListening = fresh;
+            channel = std::move(fresh);
+            return true;
+        }
+    }
+    fresh->shutDown();
+    return false;
 }
 
 jdwpTransportError JNICALL accept(jdwpTransportEnv*, jlong acceptTimeout, jlong handshakeTimeout)

@@ -17,6 +17,11 @@ public class Stepper {
         } catch (IllegalStateException e) {
             System.out.println("caught " + e.getMessage());
         }
+        try {
+            Thrower.failOnLastLine("quiet");    // @main-catch-last
+        } catch (IllegalArgumentException e) {
+            System.out.println("caught " + e.getMessage());
+        }
         Thrower.selfCaught();                   // @main-self
         VB.Debug.Print("\"Hello debug\"");      // @main-debug
         for (int i = 0; i < 3; i++) {
@@ -48,7 +53,15 @@ class Late {
 
 class Thrower {
     static void fail(String why) {
-        throw new IllegalStateException(why);   // @fail-throw
+        if (why != null)
+            throw new IllegalStateException(why); // @fail-throw
+        total2 = -1;
+    }
+
+    // The throw is on the method's last line: its code index lies after the
+    // last line-table entry, which maps to no source line.
+    static void failOnLastLine(String why) {
+        throw new IllegalArgumentException(why); // @fail-last
     }
 
     static void selfCaught() {

@@ -56,7 +56,12 @@ class Point {
     }
 
     String getName() {
-        String result = "name:" + name;                      // @getter
+        return "name:" + name;
+    }
+
+    // A property getter as the runtime names it.
+    String $title() {
+        String result = "title:" + name;                     // @getter
         return result;
     }
 

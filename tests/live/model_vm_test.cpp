@@ -48,6 +48,14 @@ protected:
         return log->stops.back().line;
     }
 
+    std::string stopsSeen() const
+    {
+        std::string out = "stops:";
+        for (const auto& stop : log->stops)
+            out += " " + stop.className + ":" + std::to_string(stop.line) + "+" + std::to_string(stop.offset);
+        return out + "\n";
+    }
+
     std::shared_ptr<JDWPHandler> handler;
     std::shared_ptr<EventLog> log;
 };
@@ -174,7 +182,7 @@ TEST_F(LiveModel, RegistryLineTablesThreadsBreakpointsAndSteps)
     // --- the stop point on Late.deep at offset 0 ---
     stops = log->stops.size();
     jvm()->ResumeVM(true);
-    EXPECT_EQ(nextStop(stops), lineDeep) << handler->history().dump();
+    EXPECT_EQ(nextStop(stops), lineDeep) << stopsSeen() << handler->history().dump();
 
     // Clear everything and let the program end.
     EXPECT_TRUE(jvm()->removeBreakpoint("Stepper", lineA));

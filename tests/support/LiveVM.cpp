@@ -229,6 +229,20 @@ bool EventLog::sawDebug(const std::string& text) const
     return false;
 }
 
+TickShift::TickShift()
+{
+    setTickSource([this] {
+        using namespace std::chrono;
+        return static_cast<uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count()) +
+               offset_;
+    });
+}
+
+TickShift::~TickShift()
+{
+    setTickSource(nullptr);
+}
+
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs)
 {
     const int64_t deadline = nowMs() + timeoutMs;

@@ -97,6 +97,20 @@ struct EventLog : JXMachineEvents {
     VMState lastState() const { return states.empty() ? VMDead : states.back(); }
 };
 
+// Moves the library's tick clock ahead of the real one (for as long as the
+// object lives), so that a time window such as the 2 s in which events
+// caused by an evaluation's method call are not reported can be passed
+// without waiting for it.
+class TickShift {
+public:
+    TickShift();
+    ~TickShift();
+    void advance(uint32_t ms) { offset_ += ms; }
+
+private:
+    uint32_t offset_ = 0;
+};
+
 // Pumps the library's events until `done()` or `timeoutMs` passed.
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs = 10000);
 

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 
 #include <jdwpkrvdbg/model/JXBreakpoint.h>
 #include <jdwpkrvdbg/model/JXClass.h>
@@ -105,7 +104,8 @@ std::vector<std::string> Commands::helpLines()
         "  run                            start the program and wait for the first stop or its end",
         "  cont                           continue and wait for the next stop or the end",
         "  step | next | step up          one line into calls | over calls | out of the method",
-        "  print EXPR [in CLASS]          a variable, field or getter; dotted paths: print cart.total",
+        "  print EXPR [in CLASS]          a variable, a field or a method without arguments, also as a",
+        "                                 dotted path (print cart.total); in CLASS: its static members",
         "  locals                         the local variables of the current method",
         "  where                          the stack of the stopped thread",
         "  threads                        the VM's threads",
@@ -395,7 +395,7 @@ CommandOutcome Commands::step(const std::string& cmd, int depth)
     session_.events().expectStep();
     session_.events().noteResume();
     if (!jvm.ResumeVMStepByStep(false, 0, static_cast<JDWPStepDepth>(depth))) {
-        session_.events().resumeFailed();
+        session_.events().noteSuspended();
         return CommandOutcome::failure(cmd, jvm.myStepInProcess && jvm.currentThreadID() > 0
                                                 ? "a step is already under way: use wait"
                                                 : "no stopped thread to step (stop at a breakpoint first)");
@@ -545,6 +545,9 @@ CommandOutcome Commands::suspend(const std::string& cmd)
     const std::string why = needAlive();
     if (!why.empty())
         return CommandOutcome::failure(cmd, why);
+    // A second suspend would have to be resumed twice (the VM counts them).
+    if (session_.suspended())
+        return CommandOutcome::failure(cmd, "the VM is already suspended");
     auto& jvm = session_.jvm();
     jvm.SuspendVM();
     MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); },
@@ -553,6 +556,8 @@ CommandOutcome Commands::suspend(const std::string& cmd)
     CommandOutcome o;
     o.command = cmd;
     const bool done = jvm.JVMState() == VMSuspend;
+    if (done)
+        session_.events().noteSuspended();
     o.result = {{"state", static_cast<int>(jvm.JVMState())}};
     o.text.push_back(done ? "VM suspended." : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
     return o;

@@ -32,45 +32,18 @@ void HostEvents::Breakpoint(double threadID, const std::string& ClassName, int32
     printer_.breakpoint(threadID, ClassName, LineNr, Offset, stop.cause);
 }
 
-void HostEvents::noteResume()
-{
-    suspended_ = false;
-    resumeUnconfirmed_ = true;
-}
-
-void HostEvents::resumeFailed()
-{
-    suspended_ = true;
-    resumeUnconfirmed_ = false;
-    stepExpected_ = false;
-}
-
 void HostEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 {
-    bool late = false;
-    switch (NewState) {
-    case jdwpkrvdbg::VMDead:
+    if (NewState == jdwpkrvdbg::VMDead) {
         if (connected_)
             ended_ = true;
         suspended_ = false;
-        break;
-    case jdwpkrvdbg::VMSuspend:
+    } else {
         connected_ = true;
-        suspended_ = true;
-        break;
-    case jdwpkrvdbg::VMRunning:
-    case jdwpkrvdbg::VMLoading:
-        connected_ = true;
-        if (resumeUnconfirmed_) {
-            // The reply to krvdbg's resume: it says nothing new when the
-            // stop it led to is already here.
-            resumeUnconfirmed_ = false;
-            late = suspended_;
-        } else {
-            suspended_ = false;
-        }
-        break;
     }
+    // "Running" while krvdbg knows the VM is stopped is a Resume reply that
+    // was read after the stop.
+    const bool late = NewState == jdwpkrvdbg::VMRunning && suspended_;
     printer_.stateChanged(NewState, late);
 }
 

@@ -43,15 +43,14 @@ public:
     {
         breakpointAt_ = std::move(breakpointAt);
     }
-    // krvdbg resumed the VM (cont, step, resume).
-    void noteResume();
-    // ... which did not happen after all (nothing was sent).
-    void resumeFailed();
-    // Whether the VM is stopped, as krvdbg sees it. The library's own state
-    // can lag: when a stop event is read before the reply to the Resume that
-    // led to it, the reply reports "running" after the stop. The reply to
-    // krvdbg's own resume therefore does not count once a stop has come.
+    // Whether the VM is stopped, as krvdbg sees it: since the last stop or
+    // confirmed suspend, and before krvdbg resumed it. The library's own
+    // state is not used for this: a Resume reply read after the stop it led
+    // to (or after a stop that came while an automatic resume was on its
+    // way) reports "running" when the VM is stopped.
     bool suspended() const { return suspended_; }
+    void noteResume() { suspended_ = false; }
+    void noteSuspended() { suspended_ = true; }
 
     uint64_t stopCount() const { return stopCount_; }
     const StopInfo& lastStop() const { return lastStop_; }
@@ -66,7 +65,6 @@ private:
     std::function<bool(const std::string&, int32_t)> breakpointAt_;
     bool stepExpected_ = false;
     bool suspended_ = false;
-    bool resumeUnconfirmed_ = false;
     uint64_t stopCount_ = 0;
     StopInfo lastStop_;
     bool ended_ = false;

@@ -54,8 +54,8 @@ public:
     virtual void message(const std::string& Prompt, int32_t Buttons, const std::string& Title) = 0;
     virtual void breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
                             StopCause cause) = 0;
-    // `late`: the confirmation of a resume that arrived after the stop it
-    // led to (the VM is stopped again already).
+    // `late`: "running" from a Resume reply that was read after a stop (the
+    // VM is stopped).
     virtual void stateChanged(jdwpkrvdbg::VMState NewState, bool late) = 0;
     virtual void openConnection() = 0;
     virtual void closeConnection() = 0;

@@ -6,7 +6,10 @@
 #include "ClassNames.h"
 #include "CommandLine.h"
 #include "CommandSyntax.h"
+#include "JsonPrinter.h"
 #include "Session.h"
+#include "SourceLines.h"
+#include "TextPrinter.h"
 #include "ValueText.h"
 
 using namespace krvdbg;
@@ -216,6 +219,70 @@ TEST(KrvdbgNames, ClassFormsAndLaunchQuoting)
     };
     for (const auto& [in, out] : quoted)
         EXPECT_EQ(Session::quoteWord(in), out) << in;
+}
+
+TEST(KrvdbgTextPrinter, StopsAreReportedWithTheEventsThatFollowThemAndConsoleLinesStayWhole)
+{
+    using jdwpkrvdbg::VMRunning;
+    using jdwpkrvdbg::VMSuspend;
+    SourceLines noSources;
+    TextPrinter p(noSources);
+    struct Case {
+        const char* name;
+        std::function<void()> events;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"an exception stop with its state change between",
+         [&] {
+             p.breakpoint(1, "demo/Cart", 15, 0, StopCause::Breakpoint);
+             p.stateChanged(VMSuspend, false);
+             p.exception("demo/CartFullException\r\ndemo.CartFullException: full");
+             p.flush();
+         },
+         "Exception stop: thread=1 demo.Cart:15\n  Exception: demo.CartFullException: full\nVM state: suspended\n"},
+        {"a step, a stop point and a late resume confirmation",
+         [&] {
+             p.breakpoint(3, "demo/Shop", 29, 0, StopCause::Step);
+             p.stateChanged(VMRunning, true);
+             p.breakpoint(3, "demo/Shop", 29, 32, StopCause::StopPoint);
+             p.flush();
+         },
+         "Step completed: thread=3 demo.Shop:29\nStop point hit: thread=3 demo.Shop:29 (code index 32)\n"},
+        {"console text without its line end, then an event",
+         [&] {
+             p.consoleMessage("Added apple\r\nTotal: ");
+             p.stateChanged(jdwpkrvdbg::VMDead, false);
+             p.consoleMessage("850\r\n");
+         },
+         "Added apple\nTotal: \nVM state: dead\n850\n"},
+        {"a message box over two lines",
+         [&] { p.message("Debugger failed!\r\nConnection refused (h:1)", 16, "Korvane Debugger"); },
+         "Message [Korvane Debugger]: Debugger failed!\n  Connection refused (h:1)\n"},
+    };
+    for (const auto& c : cases) {
+        ::testing::internal::CaptureStdout();
+        c.events();
+        EXPECT_EQ(::testing::internal::GetCapturedStdout(), c.expected) << c.name;
+    }
+}
+
+TEST(KrvdbgJsonPrinter, EventsCarryTheArgumentNamesOfTheHostInterface)
+{
+    JsonPrinter p;
+    ::testing::internal::CaptureStdout();
+    p.breakpoint(1, "demo/Cart", 17, 0, StopCause::Step);
+    p.stateChanged(jdwpkrvdbg::VMSuspend, true);
+    p.message("Box", 64, "Debugger");
+    p.consoleMessage("a\r\n");
+    CommandOutcome bad = CommandOutcome::failure("stop at x", "expected stop at CLASS:LINE");
+    p.outcome(bad);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "{\"event\":\"Breakpoint\",\"threadID\":1,\"ClassName\":\"demo/Cart\",\"LineNr\":17,\"Offset\":0}\n"
+              "{\"event\":\"VMStateChanged\",\"NewState\":1}\n"
+              "{\"event\":\"Message\",\"Prompt\":\"Box\",\"Buttons\":64,\"Title\":\"Debugger\"}\n"
+              "{\"event\":\"ConsoleMessage\",\"s\":\"a\\r\\n\"}\n"
+              "{\"command\":\"stop at x\",\"result\":null,\"error\":\"expected stop at CLASS:LINE\"}\n");
 }
 
 } // namespace
