@@ -1,4 +1,3 @@
-#include <cstdio>
 // A debuggee class in the model: its name forms, its superclass (fetched
 // once) and its methods and fields, fetched the first time one is asked for.
 // The reply decoders fill the tables through addField / addMethod on the
@@ -158,9 +157,7 @@ std::shared_ptr<JXMethod> JXClass::JMethodID(double MethodID)
 {
     if (!methodsLoaded())
         return nullptr;
-    auto dbg = myMethodsByID_->Item(NumberText(MethodID) + "id");
-    fprintf(stderr, "DBG JMethodID %s in %s (%p) -> %s\n", NumberText(MethodID).c_str(), ClassSignature.c_str(), (void*)this, dbg ? dbg->MethodName.c_str() : "none");
-    return dbg;
+    return myMethodsByID_->Item(NumberText(MethodID) + "id");
 }
 
 std::shared_ptr<JXMethod> JXClass::JMethodWithoutParams(const std::string& MethodName)

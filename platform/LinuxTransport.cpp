@@ -9,6 +9,8 @@
 // the socket generation before it touches the connection again.
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
+#include "ShmemChannel.h"
+
 #include <dlfcn.h>
 
 #include <fcntl.h>
@@ -185,6 +187,7 @@ LinuxTransport::~LinuxTransport()
 {
     EnableProcessEvent(false);
     closeSocket();
+    closeShmem();
     closePipe();
     // Killing a still running VM is the session's decision; only a child that
     // already ended is reaped here, so that it does not stay a zombie.
@@ -345,6 +348,9 @@ void LinuxTransport::KillProcess()
     ::kill(pid_, SIGKILL);
     reapProcess(true);
     forgetProcess();
+    // A VM killed while its channel waited for a debugger cannot remove it.
+    if (!shmemName_.empty())
+        ShmemChannel::removeStale(shmemName_);
 }
 
 bool LinuxTransport::ProcessRunning()
@@ -420,6 +426,8 @@ void LinuxTransport::onProcessExited()
         closePipe();
     reapProcess(true);
     forgetProcess();
+    if (!shmemName_.empty())
+        ShmemChannel::removeStale(shmemName_);
     if (!text.empty() && events_)
         events_->pipestream(text);
     if (events_)
@@ -664,6 +672,9 @@ void LinuxTransport::updateSocketEvents()
 
 bool LinuxTransport::SendData(const std::string& Data)
 {
+    // One record per call on the shared-memory channel.
+    if (shmemConnected_)
+        return shmem_->writeRecord(Data);
     if (socketState_ != SocketState::Connected)
         return false;
     if (Data.empty())
@@ -695,7 +706,7 @@ bool LinuxTransport::SendData(const std::string& Data)
 
 bool LinuxTransport::TransportConnected()
 {
-    return socketState_ == SocketState::Connected;
+    return socketState_ == SocketState::Connected || shmemConnected_;
 }
 
 void LinuxTransport::closeSocket()
@@ -717,7 +728,7 @@ void LinuxTransport::closeSocket()
 void LinuxTransport::CloseTransport()
 {
     closeSocket();
-    // Shared-memory channel: close it here as well once it is wired in.
+    closeShmem();
 }
 
 std::string LinuxTransport::StatusText()
@@ -730,11 +741,89 @@ std::string LinuxTransport::StatusText()
 
 void LinuxTransport::ConnectShared(const std::string& SharedName)
 {
-    // Shared-memory channel: wire platform/ShmemChannel in here (validate the
-    // name, attach, watch notifyFd(), deliver readRecords() one receive per
-    // record, raise connected once attached, writeRecord from SendData).
-    statusText_ = "Shared-memory transport: not available (cannot attach to \"" + SharedName +
-                  "\": the channel is not part of this build)";
+    if (shmemConnected_)
+        return;
+    std::string why;
+    if (!ShmemChannel::validName(SharedName, why)) {
+        statusText_ = "Shared-memory name \"" + SharedName + "\" refused: " + why;
+        return;
+    }
+    shmemName_ = SharedName;
+    if (!shmem_)
+        shmem_ = std::make_unique<ShmemChannel>();
+    std::string error;
+    if (!shmem_->attach(SharedName, error)) {
+        statusText_ = error;
+        return;
+    }
+    shmemConnected_ = true;
+    shmemInbox_.clear();
+    if (shmem_->notifyFd() >= 0)
+        shmemWatch_ = pump_.addWatch(shmem_->notifyFd(), POLLIN, [this](short) { onShmemReady(); });
+    // Events come from the pump, never from inside the call that caused them.
+    shmemConnectIdle_ = pump_.addIdle([this] {
+        pump_.removeIdle(shmemConnectIdle_);
+        shmemConnectIdle_ = 0;
+        if (shmemConnected_ && events_)
+            events_->connected();
+    });
+}
+
+bool LinuxTransport::deliverShmemRecords()
+{
+    bool delivered = false;
+    while (!shmemInbox_.empty() && shmemConnected_) {
+        std::string record = std::move(shmemInbox_.front());
+        shmemInbox_.pop_front();
+        delivered = true;
+        if (events_)
+            events_->receive(record);
+    }
+    return delivered;
+}
+
+void LinuxTransport::onShmemReady()
+{
+    if (!shmemConnected_ || !shmem_)
+        return;
+    std::vector<std::string> records;
+    const bool open = shmem_->readRecords(records);
+    for (auto& r : records)
+        shmemInbox_.push_back(std::move(r));
+    deliverShmemRecords();
+    if (!open && shmemConnected_) {
+        closeShmem();
+        if (events_)
+            events_->disconnected();
+    }
+}
+
+bool LinuxTransport::waitForData(int maxWaitMs)
+{
+    if (!shmemConnected_ || !shmem_)
+        return false;
+    if (!shmemInbox_.empty())
+        return deliverShmemRecords();
+    if (!shmem_->waitReadable(maxWaitMs))
+        return false;
+    onShmemReady();
+    return true;
+}
+
+void LinuxTransport::closeShmem()
+{
+    if (shmemWatch_ != 0) {
+        pump_.removeWatch(shmemWatch_);
+        shmemWatch_ = 0;
+    }
+    if (shmemConnectIdle_ != 0) {
+        pump_.removeIdle(shmemConnectIdle_);
+        shmemConnectIdle_ = 0;
+    }
+    if (shmem_)
+        shmem_->close();
+    shmemConnected_ = false;
+    shmemInbox_.clear();
 }
 
 // ---------------------------------------------------------------------------

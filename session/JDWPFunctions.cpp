@@ -20,10 +20,15 @@ std::shared_ptr<JDWPMessage> JDWPFunctions::send(const std::shared_ptr<JDWPMessa
     if (handler->sendAsync(RefMsg)) {
         auto& pump = MessagePump::instance();
         bool timedOut = false;
+        auto transport = handler->transport();
         while (!LastFunctionReturnConfirmed && !timedOut) {
             // Waits on the transport for at most 1 ms, so the reply is
-            // decoded as soon as its bytes arrive.
-            pump.pumpOnce(1);
+            // decoded as soon as its bytes arrive; a transport that can be
+            // waited on directly delivers its data itself.
+            if (transport && transport->waitForData(1))
+                pump.pumpOnce(0);
+            else
+                pump.pumpOnce(1);
             timedOut = static_cast<int64_t>(static_cast<uint32_t>(GetTickCount() - start)) > WaitMSec;
             // Nothing can answer once the connection is gone.
             if (!LastFunctionReturnConfirmed && !handler->isConnected())

@@ -40,10 +40,12 @@ protected:
         return handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " Stepper", "", false,
                                 true, 0, "127.0.0.1", std::to_string(port), true);
     }
-    // Waits for the next stop and answers its line (0 on time-out).
+    // Waits for the next stop and answers its line (0 on time-out). The
+    // state is not waited for: the reply to the resume that let the program
+    // run may arrive after the stop event and report VMRunning again.
     int nextStop(size_t stopsBefore)
     {
-        if (!pumpUntil([&] { return log->stops.size() > stopsBefore && jvm()->JVMState() == VMSuspend; }, 20000))
+        if (!pumpUntil([&] { return log->stops.size() > stopsBefore; }, 20000))
             return 0;
         return log->stops.back().line;
     }
@@ -188,8 +190,20 @@ TEST_F(LiveModel, RegistryLineTablesThreadsBreakpointsAndSteps)
     EXPECT_TRUE(jvm()->removeBreakpoint("Stepper", lineA));
     EXPECT_TRUE(jvm()->removeStopPoint("Late", "deep", 0));
     EXPECT_TRUE(jvm()->breakpoints().empty());
+    // Exceptions caught in another class still stop the program: go on
+    // past each stop until the VM ends.
+    stops = log->stops.size();
     jvm()->ResumeVM(true);
-    EXPECT_TRUE(pumpUntil([&] { return jvm()->JVMState() == VMDead; }, 20000)) << handler->history().dump();
+    EXPECT_TRUE(pumpUntil(
+        [&] {
+            if (log->stops.size() > stops) {
+                stops = log->stops.size();
+                jvm()->ResumeVM(true);
+            }
+            return jvm()->JVMState() == VMDead;
+        },
+        20000))
+        << handler->history().dump();
     EXPECT_NE(log->console.find("stepper end"), std::string::npos) << log->console << handler->history().dump();
 }
 

@@ -10,12 +10,16 @@
 
 #include <cstdint>
 #include <string>
+#include <deque>
+#include <memory>
 #include <vector>
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
 #include "jdwpkrvdbg/session/JDWPCon.h"
 
 namespace jdwpkrvdbg {
+
+class ShmemChannel;
 
 // The folder that holds the VM side of the shared-memory transport
 // (libdt_shmem.so), prepended to the VM's LD_LIBRARY_PATH; "" when unknown.
@@ -51,6 +55,7 @@ public:
     int32_t ProcessID() override;
     void ConnectSocket(const std::string& Host, int32_t Port) override;
     void EnableProcessEvent(bool Enabled) override;
+    bool waitForData(int maxWaitMs) override;
 
     // Folder prepended to the launched process's LD_LIBRARY_PATH. Precedence:
     // this setter, then the environment variable JDWPKRVDBG_SHMEM_DIR, then
@@ -118,8 +123,18 @@ private:
     int idleId_ = 0;
     std::vector<char> readChunk_; // reused by readSocket (never across an event)
 
-    // Shared-memory channel: the ShmemChannel member and its notify-fd watch
-    // go here once platform/ShmemChannel is wired in (see ConnectShared).
+    // Shared-memory channel.
+    void onShmemReady();
+    bool deliverShmemRecords();
+    void closeShmem();
+    std::unique_ptr<ShmemChannel> shmem_;
+    int shmemWatch_ = 0;
+    int shmemConnectIdle_ = 0;
+    bool shmemConnected_ = false;
+    std::string shmemName_;
+    // Records read and not yet delivered: a receive handler may pump again,
+    // and nested reads must not overtake records read before them.
+    std::deque<std::string> shmemInbox_;
 };
 
 } // namespace jdwpkrvdbg

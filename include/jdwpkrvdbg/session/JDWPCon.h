@@ -55,6 +55,12 @@ public:
     virtual void ConnectSocket(const std::string& Host, int32_t Port) = 0;
     virtual void EnableProcessEvent(bool Enabled) = 0;
 
+    // For a caller that waits for a reply: waits at most maxWaitMs for
+    // incoming data on a channel that can be waited on more directly than
+    // through the pump, and delivers it (raising receive). False when the
+    // transport has no such path or nothing came; the caller then pumps.
+    virtual bool waitForData(int maxWaitMs) { return false; }
+
 protected:
     JDWPConEvents* events_ = nullptr;
 };
