@@ -350,7 +350,7 @@ bool JDWPHandler::sendAsync(const Msg& C)
         return false;
     // A command object is sent at most once: a second one under the same
     // key is refused.
-    if (!mySentMessages_.emplace(C->myKey(), C).second)
+    if (!mySentMessages_.emplace(C->myID, C).second)
         return false;
     history_.recordSent(C->myID, C->myCommandSet, static_cast<int32_t>(C->myCommand), C->myData.size() + 11);
     sendString(C->toString());
@@ -361,7 +361,7 @@ JDWPHandler::Msg JDWPHandler::sendSync(const Msg& RefMsg, int32_t WaitMSec)
 {
     if (!RefMsg)
         return nullptr;
-    const std::string key = "ID:" + NumberText(RefMsg->myID);
+    const double key = RefMsg->myID;
     auto record = std::make_shared<JDWPFunctions>();
     mySyncFunctions_[key] = record;
     Msg result = record->send(RefMsg, WaitMSec);
@@ -371,20 +371,20 @@ JDWPHandler::Msg JDWPHandler::sendSync(const Msg& RefMsg, int32_t WaitMSec)
 
 JDWPHandler::Msg JDWPHandler::getMessage(double id)
 {
-    auto it = mySentMessages_.find("key" + NumberText(id));
+    auto it = mySentMessages_.find(id);
     return it == mySentMessages_.end() ? nullptr : it->second;
 }
 
 void JDWPHandler::removeMessage(double id)
 {
-    mySentMessages_.erase("key" + NumberText(id));
+    mySentMessages_.erase(id);
 }
 
 std::shared_ptr<JDWPFunctions> JDWPHandler::getSyncFunctionByMsg(const Msg& RefMsg)
 {
     if (!RefMsg)
         return nullptr;
-    auto it = mySyncFunctions_.find("ID:" + NumberText(RefMsg->myID));
+    auto it = mySyncFunctions_.find(RefMsg->myID);
     return it == mySyncFunctions_.end() ? nullptr : it->second;
 }
 

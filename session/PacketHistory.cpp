@@ -8,52 +8,89 @@ namespace jdwpkrvdbg {
 
 void PacketHistory::recordSent(double id, int32_t commandSet, int32_t command, size_t length)
 {
-    std::string line = "-> id=" + NumberText(id) + " " + std::to_string(commandSet) + "/" +
-                       std::to_string(command) + " len=" + std::to_string(length);
-    const std::string name = describeCommand(commandSet, command);
-    if (!name.empty())
-        line += " " + name;
-    push(std::move(line));
+    Entry e;
+    e.kind = Entry::Sent;
+    e.id = id;
+    e.commandSet = commandSet;
+    e.command = command;
+    e.length = length;
+    push(std::move(e));
 }
 
 void PacketHistory::recordReceived(double id, double flags, int32_t commandSet, int32_t command, int32_t errorCode,
                                    size_t length)
 {
-    std::string line = "<- id=" + NumberText(id);
-    if (flags == 128)
-        line += " reply err=" + std::to_string(errorCode);
-    else
-        line += " " + std::to_string(commandSet) + "/" + std::to_string(command);
-    line += " len=" + std::to_string(length);
-    const std::string name = flags == 128 || commandSet != CMDSET_Event ? describeCommand(commandSet, command)
-                                                                        : std::string("Composite Event");
-    if (!name.empty())
-        line += " " + name;
-    push(std::move(line));
+    Entry e;
+    e.kind = Entry::Received;
+    e.id = id;
+    e.flags = flags;
+    e.commandSet = commandSet;
+    e.command = command;
+    e.errorCode = errorCode;
+    e.length = length;
+    push(std::move(e));
 }
 
 void PacketHistory::recordNote(const std::string& text)
 {
-    push("-- " + text);
+    Entry e;
+    e.note = text;
+    push(std::move(e));
+}
+
+std::string PacketHistory::format(const Entry& e)
+{
+    if (e.kind == Entry::Note)
+        return "-- " + e.note;
+    std::string line = (e.kind == Entry::Sent ? "-> id=" : "<- id=") + NumberText(e.id);
+    const bool reply = e.kind == Entry::Received && e.flags == 128;
+    if (reply)
+        line += " reply err=" + std::to_string(e.errorCode);
+    else
+        line += " " + std::to_string(e.commandSet) + "/" + std::to_string(e.command);
+    line += " len=" + std::to_string(e.length);
+    const std::string name = reply || e.commandSet != CMDSET_Event ? describeCommand(e.commandSet, e.command)
+                                                                   : std::string("Composite Event");
+    if (!name.empty())
+        line += " " + name;
+    return line;
+}
+
+void PacketHistory::push(Entry&& e)
+{
+    if (listener_)
+        listener_(format(e));
+    if (capacity_ == 0)
+        return;
+    if (ring_.size() < capacity_) {
+        ring_.push_back(std::move(e));
+        return;
+    }
+    ring_[next_] = std::move(e);
+    next_ = (next_ + 1) % capacity_;
+}
+
+std::vector<std::string> PacketHistory::lines() const
+{
+    std::vector<std::string> out;
+    out.reserve(ring_.size());
+    for (size_t i = 0; i < ring_.size(); ++i)
+        out.push_back(format(ring_[(next_ + i) % ring_.size()]));
+    return out;
 }
 
 std::string PacketHistory::dump() const
 {
     std::string out;
-    for (const auto& line : lines_)
+    for (const auto& line : lines())
         out += line + "\n";
     return out;
 }
 
-void PacketHistory::push(std::string line)
+void PacketHistory::clear()
 {
-    if (listener_)
-        listener_(line);
-    if (capacity_ == 0)
-        return;
-    if (lines_.size() >= capacity_)
-        lines_.pop_front();
-    lines_.push_back(std::move(line));
+    ring_.clear();
+    next_ = 0;
 }
 
 } // namespace jdwpkrvdbg

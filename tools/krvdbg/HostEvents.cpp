@@ -34,6 +34,8 @@ void HostEvents::Breakpoint(double threadID, const std::string& ClassName, int32
 
 void HostEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 {
+    if (stateHook_)
+        stateHook_(NewState);
     if (NewState == jdwpkrvdbg::VMDead) {
         if (connected_)
             ended_ = true;

@@ -39,6 +39,8 @@ public:
     // A step was asked for: the next stop is reported as its completion,
     // unless a breakpoint sits where it stopped (`breakpointAt` tells).
     void expectStep() { stepExpected_ = true; }
+    // Told of every state change before the printer.
+    void setStateHook(std::function<void(jdwpkrvdbg::VMState)> hook) { stateHook_ = std::move(hook); }
     void setBreakpointQuery(std::function<bool(const std::string& className, int32_t line)> breakpointAt)
     {
         breakpointAt_ = std::move(breakpointAt);
@@ -63,6 +65,7 @@ private:
     Printer& printer_;
     bool quiet_;
     std::function<bool(const std::string&, int32_t)> breakpointAt_;
+    std::function<void(jdwpkrvdbg::VMState)> stateHook_;
     bool stepExpected_ = false;
     bool suspended_ = false;
     uint64_t stopCount_ = 0;

@@ -49,8 +49,8 @@ Session::Session(const Options& options, Printer& printer) : options_(options), 
         const auto bp = jvm().getBreakPoint(className, line);
         return bp && bp->UsedByVM;
     });
-    if (options_.trace)
-        handler_->history().setListener([this](const std::string& line) { printer_.trace(line); });
+    events_->setStateHook([this](VMState state) { onStateChanged(state); });
+    handler_->history().setListener([this](const std::string& line) { onPacketLine(line); });
 
     // The program's classes: the main class, every class named in a
     // breakpoint (added as they come) and --target.
@@ -76,6 +76,28 @@ Session::~Session()
     handler_->myJVM()->setEvents(nullptr);
     handler_.reset();
     setCurrentHandler(nullptr);
+}
+
+void Session::onPacketLine(const std::string& line)
+{
+    static const std::string kResumeReply = " Resume VM";
+    if (line.rfind("<- ", 0) == 0 && line.find(" reply err=0 ") != std::string::npos && line.size() > kResumeReply.size() &&
+        line.compare(line.size() - kResumeReply.size(), kResumeReply.size(), kResumeReply) == 0)
+        lastResumeReply_ = ++sequence_;
+    if (options_.trace)
+        printer_.trace(line);
+}
+
+void Session::onStateChanged(VMState state)
+{
+    if (state == VMSuspend)
+        lastSuspend_ = ++sequence_;
+}
+
+bool Session::stuckAtStart()
+{
+    return !startResumed_ && events_->stopCount() == 0 && !ended() && lastResumeReply_ > 0 &&
+           lastSuspend_ > lastResumeReply_ && jvm().JVMState() == VMSuspend;
 }
 
 void Session::addTarget(const std::string& internalName)
@@ -209,6 +231,11 @@ WaitOutcome Session::waitForStop(uint32_t timeoutMs)
             return WaitOutcome::Ended;
         if (Interrupt::take())
             return WaitOutcome::Interrupted;
+        if (stuckAtStart()) {
+            startResumed_ = true;
+            events_->DebugMessage(" *** The VM stopped at its start after the opening Resume: resuming it");
+            jvm().ResumeVM(true);
+        }
         const uint32_t elapsed = GetTickCount() - start;
         if (timeoutMs != 0 && elapsed >= timeoutMs)
             return WaitOutcome::TimedOut;

@@ -68,12 +68,23 @@ public:
 
 private:
     static int freeLocalPort();
+    // The VM's start event can reach the VM after the Resume that ends the
+    // library's opening sequence (the library does not wait for it); the VM
+    // then stays suspended at its start with nobody to resume it. Seen as a
+    // suspension without a stop, reported after the reply to that Resume.
+    bool stuckAtStart();
+    void onPacketLine(const std::string& line);
+    void onStateChanged(jdwpkrvdbg::VMState state);
 
     const Options& options_;
     Printer& printer_;
     std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler_;
     std::shared_ptr<HostEvents> events_;
     std::vector<std::string> targets_;
+    uint64_t sequence_ = 0;
+    uint64_t lastResumeReply_ = 0;
+    uint64_t lastSuspend_ = 0;
+    bool startResumed_ = false;
     bool started_ = false;
     bool shutDown_ = false;
     std::string failureText_;

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
+#include <unordered_map>
 #include <memory>
 #include <string>
 
@@ -124,8 +124,11 @@ private:
     bool bHandshakeDone = false;
     std::string mySharedName;
 
-    std::map<std::string, Msg> mySentMessages_;
-    std::map<std::string, std::shared_ptr<JDWPFunctions>> mySyncFunctions_;
+    // Sent commands under their key ("key" + id) and pending synchronous
+    // calls under theirs ("ID:" + id); both keys are made of the id alone, so
+    // the tables are indexed by the id itself.
+    std::unordered_map<double, Msg> mySentMessages_;
+    std::unordered_map<double, std::shared_ptr<JDWPFunctions>> mySyncFunctions_;
     std::string myReceiveBuffer;
     std::deque<Msg> myReceivedQueue;
     bool bParsing = false;

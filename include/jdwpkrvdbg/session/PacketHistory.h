@@ -1,14 +1,15 @@
 // A bounded history of the most recent JDWP packets sent and received, kept
 // by the session for tracing: one line per packet (direction, id, set and
-// command or error code, length, command name). A listener, when set, sees
-// every line as it is recorded.
+// command or error code, length, command name). Recording stores a few
+// numbers only; the text is made when the history is read, or at once for a
+// listener when one is set.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace jdwpkrvdbg {
 
@@ -22,16 +23,30 @@ public:
                         size_t length);
     void recordNote(const std::string& text);
 
-    const std::deque<std::string>& lines() const { return lines_; }
+    // The recorded lines, oldest first.
+    std::vector<std::string> lines() const;
     std::string dump() const;
-    void clear() { lines_.clear(); }
+    void clear();
 
     void setListener(std::function<void(const std::string&)> listener) { listener_ = std::move(listener); }
 
 private:
-    void push(std::string line);
+    struct Entry {
+        enum Kind : uint8_t { Sent, Received, Note } kind = Note;
+        double id = 0;
+        double flags = 0;
+        int32_t commandSet = 0;
+        int32_t command = 0;
+        int32_t errorCode = 0;
+        size_t length = 0;
+        std::string note;
+    };
+    static std::string format(const Entry& e);
+    void push(Entry&& e);
+
     size_t capacity_;
-    std::deque<std::string> lines_;
+    std::vector<Entry> ring_; // a ring once full; next_ is the oldest then
+    size_t next_ = 0;
     std::function<void(const std::string&)> listener_;
 };
 
