@@ -126,6 +126,8 @@ void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
 {
     if (myMuteStateEvents)
         return;
+    if (NewState == VMSuspend && newThreadID != -1 && newThreadID != 0)
+        ++myStopSerial_;
     if (NewState == myState)
         return;
     myState = NewState;
@@ -188,7 +190,9 @@ void JXMachine::ResumeVM(bool unregisterLastStep)
         unregisterLastStepEvent();
     auto handler = getCurrentHandler();
     // The packet layer reports VMRunning when the Resume reply passes.
-    handler->sendAsync(handler->myFactory()->createResumeMessage());
+    auto resume = handler->myFactory()->createResumeMessage();
+    resume->mySendStamp = myStopSerial_;
+    handler->sendAsync(resume);
 }
 
 bool JXMachine::SuspendVM()

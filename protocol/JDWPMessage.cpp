@@ -138,7 +138,11 @@ bool JDWPMessage::processMyData()
     bool result = false;
 
     if (set == CMDSET_VirtualMachine && command == VM_RESUME && myErrorCode == ERR_NONE) {
-        handler->myJVM()->GoVMStateChange(VMRunning, -1);
+        // The VM may report the next stop before its reply to the Resume
+        // that led there; such a late reply must not undo that stop.
+        auto jvm = handler->myJVM();
+        if (!myRequestMessage || myRequestMessage->mySendStamp == jvm->stopSerial())
+            jvm->GoVMStateChange(VMRunning, -1);
     } else if (set == CMDSET_VirtualMachine && command == VM_SUSPEND) {
         // With or without an error, a suspend reply means the VM is suspended.
         handler->myJVM()->GoVMStateChange(VMSuspend, -1);

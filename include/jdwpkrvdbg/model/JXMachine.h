@@ -156,6 +156,8 @@ public:
     int32_t maxValueSize() const { return myMaxValueSize; }
     bool saveMode() const { return mySaveMode; }
     int32_t classCount() const;
+    // Counts the stops reported by events (suspensions with a thread).
+    uint32_t stopSerial() const { return myStopSerial_; }
 
 private:
     void registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refClass);
@@ -191,6 +193,7 @@ private:
     std::vector<std::string> myIncludeClassNames;
     bool mySaveMode = false;
     bool bSuspendNextStepRunning_ = false;
+    uint32_t myStopSerial_ = 0;
 };
 
 } // namespace jdwpkrvdbg

@@ -34,6 +34,9 @@ public:
     JDWPErrorCodes myErrorCode = ERR_NONE;
     std::string myData;
     EVENT_KIND myEventKind = static_cast<EVENT_KIND>(0);
+    // The session's stop count when a Resume command was sent (see
+    // JXMachine::stopSerial); tells a late Resume reply from a current one.
+    uint32_t mySendStamp = 0;
 
     // Routes a parsed incoming packet to its decoder and completes a waiting
     // synchronous call. Returns the decoder's result.
