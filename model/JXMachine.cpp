@@ -195,6 +195,18 @@ void JXMachine::ResumeVM(bool unregisterLastStep)
     handler->sendAsync(resume);
 }
 
+void JXMachine::resumeForInvocation()
+{
+    if (!myEvaluating) {
+        ResumeVM(true);
+        return;
+    }
+    auto handler = getCurrentHandler();
+    auto resume = handler->myFactory()->createResumeMessage();
+    resume->mySendStamp = myStopSerial_;
+    handler->sendAsync(resume);
+}
+
 bool JXMachine::SuspendVM()
 {
     auto handler = getCurrentHandler();

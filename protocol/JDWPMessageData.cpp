@@ -664,7 +664,7 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
     auto jvm = session();
     if (jvm->isInvokeInProcess()) {
         // Events caused by an evaluation's method call never reach the IDE.
-        jvm->ResumeVM(true);
+        jvm->resumeForInvocation();
         return false;
     }
 

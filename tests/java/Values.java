@@ -29,11 +29,13 @@ public class Values {
     }
 
     static int level1(int x) {
-        return level2(x + 1) + 1;                            // @level1
+        int r = level2(x + 1) + 1;                           // @level1
+        return r;
     }
 
     static int level2(int x) {
-        return level3(x + 1) + 1;                            // @level2
+        int r = level3(x + 1) + 1;                           // @level2
+        return r;
     }
 
     static int level3(int x) {

@@ -99,7 +99,7 @@ KrvdbgRun runKrvdbg(const std::vector<std::string>& options, const std::string& 
     ScriptFile file(script);
     std::vector<std::string> argv{krvdbgPath(), "--json", "--script", file.path()};
     argv.insert(argv.end(), options.begin(), options.end());
-    ChildProcess child(argv);
+    ChildProcess child(argv, {"JDWPKRVDBG_SHMEM_DIR=" + shmemLibraryDir()});
     KrvdbgRun run;
     run.status = child.wait(kRunTimeoutMs);
     // The rest of the output, up to the end of the pipe.
@@ -342,6 +342,21 @@ TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
     }
     EXPECT_TRUE(sawIdSizes) << run.output;
     EXPECT_TRUE(sawReply) << run.output;
+}
+
+TEST(Krvdbg, DebugsOverSharedMemory)
+{
+    const int store = lineOf(kCart, "@cart-store");
+    const std::string script = "stop at demo.Cart:" + std::to_string(store) + "\nrun\nprint item.name\nclear demo.Cart:" +
+                               std::to_string(store) + "\ncont\ncont\n";
+    auto options = demoOptions();
+    options.insert(options.begin(), "--shmem");
+    const KrvdbgRun run = runKrvdbg(options, script);
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.output;
+    EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
+    EXPECT_EQ(run.lastCommand("cont")["result"]["outcome"], "ended") << run.output;
+    EXPECT_NE(run.console().find("Total: 850 cents for 3 items\r\n"), std::string::npos) << run.output;
 }
 
 TEST(Krvdbg, MalformedCommandsSayWhatIsExpectedAndTheSessionGoesOn)

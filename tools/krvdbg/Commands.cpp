@@ -220,10 +220,10 @@ std::string Commands::needSuspended()
     return {};
 }
 
-CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& spec)
+CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& placeText)
 {
     LinePlace place;
-    if (!CommandSyntax::parseLinePlace(spec, place))
+    if (!CommandSyntax::parseLinePlace(placeText, place))
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt);
     const std::string internal = ClassNames::toInternal(place.className);
     const std::string java = ClassNames::toJava(internal);
@@ -245,10 +245,10 @@ CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& spec)
     return o;
 }
 
-CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& spec)
+CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& placeText)
 {
     CodePlace place;
-    if (!CommandSyntax::parseCodePlace(spec, place))
+    if (!CommandSyntax::parseCodePlace(placeText, place))
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopIn);
     const std::string internal = ClassNames::toInternal(place.className);
     place.className = ClassNames::toJava(internal);

@@ -24,8 +24,8 @@ public:
 
 private:
     using Args = std::vector<std::string>;
-    CommandOutcome stopAt(const std::string& cmd, const std::string& spec);
-    CommandOutcome stopIn(const std::string& cmd, const std::string& spec);
+    CommandOutcome stopAt(const std::string& cmd, const std::string& placeText);
+    CommandOutcome stopIn(const std::string& cmd, const std::string& placeText);
     CommandOutcome clear(const std::string& cmd, const Args& args);
     CommandOutcome listBreakpoints(const std::string& cmd);
     CommandOutcome run(const std::string& cmd);

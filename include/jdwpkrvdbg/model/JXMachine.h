@@ -83,6 +83,10 @@ public:
 
     // --- whole-VM commands ---
     void ResumeVM(bool unregisterLastStep = false);
+    // Resumes the VM after an event caused by a method call that the
+    // debugger is running; unlike ResumeVM it also acts during an
+    // evaluation, whose own call would otherwise wait out its time-out.
+    void resumeForInvocation();
     bool SuspendVM();
     void HoldEvents(int16_t ErrCount = 0);
     void ReleaseEvents(int16_t ErrCount = 0);
