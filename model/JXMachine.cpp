@@ -56,6 +56,8 @@ void JXMachine::cleanup()
     myObjectClasses = std::make_unique<cHive<double>>();
     myLastStepEvent.reset();
     mySessionArray.clear();
+    myOpeningResumed_ = false;
+    myResumeInFlight_ = false;
     myLastCleanupStamp = static_cast<int32_t>(GetTickCount());
 }
 
@@ -126,10 +128,22 @@ void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
 {
     if (myMuteStateEvents)
         return;
-    if (NewState == VMSuspend && newThreadID != -1 && newThreadID != 0)
+    const bool withThread = newThreadID != -1 && newThreadID != 0;
+    if (NewState == VMSuspend && withThread)
         ++myStopSerial_;
-    if (NewState == myState)
+    if (NewState == myState) {
+        // A stop that overtook the reply to the Resume before it is a new
+        // suspension although the state never left VMSuspend: its thread and
+        // frame are taken, without a second state event.
+        if (NewState == VMSuspend && withThread && myResumeInFlight_) {
+            myResumeInFlight_ = false;
+            myCurrentThreadID = newThreadID;
+            myStateStamp = static_cast<int32_t>(GetTickCount());
+            myFrameValid = false;
+        }
         return;
+    }
+    myResumeInFlight_ = false;
     myState = NewState;
     if (newThreadID != -1 && newThreadID != 0) {
         myCurrentThreadID = newThreadID;
@@ -192,7 +206,8 @@ void JXMachine::ResumeVM(bool unregisterLastStep)
     // The packet layer reports VMRunning when the Resume reply passes.
     auto resume = handler->myFactory()->createResumeMessage();
     resume->mySendStamp = myStopSerial_;
-    handler->sendAsync(resume);
+    if (handler->sendAsync(resume))
+        myResumeInFlight_ = true;
 }
 
 void JXMachine::resumeForInvocation()

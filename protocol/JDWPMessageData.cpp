@@ -725,6 +725,11 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
             break;
         case EK_VM_START:
             pos = processEventCommandVMStart(s, pos) ? -1 : 0;
+            // A start event decoded after the opening Resume went out may have
+            // suspended the VM after that Resume took effect; resuming once
+            // more is harmless when it did not (a count of 0 stays 0).
+            if (jvm->openingResumed())
+                bAutoResume = true;
             break;
         case EK_VM_DEATH:
         case EK_VM_DISCONNECTED:

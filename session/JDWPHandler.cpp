@@ -235,6 +235,7 @@ void JDWPHandler::sendInitMessages()
     sendAsync(myFactory()->createGetVersionMessage());
     jvm->registerException();
     jvm->registerPrepareClass();
+    jvm->noteOpeningResume();
     jvm->ResumeVM(true);
 }
 

@@ -162,6 +162,9 @@ public:
     int32_t classCount() const;
     // Counts the stops reported by events (suspensions with a thread).
     uint32_t stopSerial() const { return myStopSerial_; }
+    // The opening sequence has sent its Resume (reset by cleanup).
+    void noteOpeningResume() { myOpeningResumed_ = true; }
+    bool openingResumed() const { return myOpeningResumed_; }
 
 private:
     void registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refClass);
@@ -198,6 +201,8 @@ private:
     bool mySaveMode = false;
     bool bSuspendNextStepRunning_ = false;
     uint32_t myStopSerial_ = 0;
+    bool myOpeningResumed_ = false;
+    bool myResumeInFlight_ = false;
 };
 
 } // namespace jdwpkrvdbg
