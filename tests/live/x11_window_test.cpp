@@ -5,6 +5,8 @@
 // iconified and brought back; a process without windows has none.
 #include "../../platform/X11Windows.h"
 
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -18,7 +20,10 @@
 #include <thread>
 #include <vector>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -320,6 +325,53 @@ TEST_F(X11WindowLive, UnderOpenboxRestoresAnIconifiedFrame) {
     EXPECT_TRUE(state.active);
     // The manager names the window active once it has handed it the focus.
     EXPECT_TRUE(state.focused);
+}
+
+
+// The debugger launches the program itself (startVM) and raises its window
+// by the process it started.
+TEST_F(X11WindowLive, BringToTopRaisesTheLaunchedVMsIconifiedWindow) {
+    if (!startWindowManager()) {
+        GTEST_SKIP() << "openbox (Debian package openbox) is not installed or did not start";
+    }
+    int port = 0;
+    {
+        int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof(addr);
+        if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
+            getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
+            port = ntohs(addr.sin_port);
+        }
+        close(fd);
+    }
+    auto handler = JDWPHandler::create();
+    const std::string agent = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" +
+                              std::to_string(port);
+    ASSERT_TRUE(handler->startVM(JDWPKRVDBG_JAVA, agent + " -cp " + JDWPKRVDBG_TESTS_CP + " WindowApp", "", false,
+                                 true, 0, "127.0.0.1", std::to_string(port), true));
+    int32_t frame = 0;
+    pollUntil(
+        [&] {
+            DoEvents();
+            frame = handler->ProcessIDTohWnd(handler->getProcessID());
+            return frame != 0;
+        },
+        kWindowDeadline);
+    ASSERT_NE(frame, 0) << "no window of the launched VM appeared";
+    ASSERT_TRUE(iconifyWindow(frame));
+    EXPECT_TRUE(queryWindowState(frame).iconic);
+    handler->BringToTop();
+    X11WindowState state = queryWindowState(frame);
+    EXPECT_FALSE(state.iconic);
+    EXPECT_TRUE(state.viewable);
+    EXPECT_TRUE(state.focused);
+    EXPECT_EQ(handler->ProcessIDTohWnd(getpid()), 0);
+    handler->Disconnect();
+    handler.reset();
+    setCurrentHandler(nullptr);
 }
 
 } // namespace
