@@ -40,16 +40,6 @@ JDWPJVarValue firstValue(const std::shared_ptr<JDWPMessage>& reply)
     return value;
 }
 
-std::string replaceAll(std::string text, const std::string& what, const std::string& with)
-{
-    size_t at = 0;
-    while ((at = text.find(what, at)) != std::string::npos) {
-        text.replace(at, what.size(), with);
-        at += with.size();
-    }
-    return text;
-}
-
 // Numeric as the host's language sees it: optional blanks and sign, digits
 // with at most one decimal point, an optional exponent.
 bool isNumeric(const std::string& text)
@@ -330,7 +320,7 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
         if (element.empty())
             continue;
         JDWPJVarValue r = evaluateElement(element, objectID, currentMethod, currentClass, PossibleStaticClass);
-        std::string text = replaceAll(r.VarValue, "|VAR|", path);
+        std::string text = ReplaceAll(r.VarValue, "|VAR|", path);
         while (text.size() >= 2 && text.compare(text.size() - 2, 2, "\r\n") == 0)
             text.erase(text.size() - 2);
         if (!r.Found) {
@@ -343,7 +333,7 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
         if (i == last) {
             if (myMaxValueSize >= 0 && text.size() > static_cast<size_t>(myMaxValueSize))
                 text.resize(static_cast<size_t>(myMaxValueSize));
-            text = replaceAll(text, "#", "{~}");
+            text = ReplaceAll(text, "#", "{~}");
             line = i > 0 ? "#" + path + ": " + text + "#" : path + ": #" + text + "#";
         } else {
             line = path + ": " + text;

@@ -317,4 +317,16 @@ std::string NumberText(double value)
     return std::string(text, r.ptr);
 }
 
+std::string ReplaceAll(std::string text, const std::string& what, const std::string& with)
+{
+    if (what.empty())
+        return text;
+    size_t at = 0;
+    while ((at = text.find(what, at)) != std::string::npos) {
+        text.replace(at, what.size(), with);
+        at += with.size();
+    }
+    return text;
+}
+
 } // namespace jdwpkrvdbg

@@ -139,16 +139,6 @@ std::string realText(Real v)
     return std::string(buf, result.ptr);
 }
 
-std::string replaceAll(std::string text, const std::string& what, const std::string& with)
-{
-    size_t at = 0;
-    while ((at = text.find(what, at)) != std::string::npos) {
-        text.replace(at, what.size(), with);
-        at += with.size();
-    }
-    return text;
-}
-
 bool contains(const std::string& text, const char* part)
 {
     return text.find(part) != std::string::npos;
@@ -626,7 +616,7 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
             // The runtime's own rendering of its variant, enum and array
             // wrappers; "#" separates its lines.
             std::string text = handler->ObjectToStringWithMethod(value.RefID, false, kDebugStringMethod);
-            text = replaceAll(text, "#", "\r\n");
+            text = ReplaceAll(text, "#", "\r\n");
             if (text.size() > 1 && text.front() == '"' && text.back() == '"')
                 text = text.substr(1, text.size() - 2);
             value.VarValue = text;

@@ -32,18 +32,6 @@ constexpr size_t kHandshakeLength = 14;
 // given up after this long, so the session ends instead of hanging.
 constexpr uint32_t kHandshakeTimeoutMs = 4000;
 
-std::string replaceAll(std::string text, const std::string& what, const std::string& with)
-{
-    if (what.empty())
-        return text;
-    size_t at = 0;
-    while ((at = text.find(what, at)) != std::string::npos) {
-        text.replace(at, what.size(), with);
-        at += with.size();
-    }
-    return text;
-}
-
 int32_t portNumber(const std::string& port)
 {
     char* end = nullptr;
@@ -124,7 +112,7 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
     try {
         bDisconnecting = false;
         jvm->cleanup();
-        const std::string commandLine = replaceAll(JVMParam, "%SharedName%", SharedName);
+        const std::string commandLine = ReplaceAll(JVMParam, "%SharedName%", SharedName);
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();
         myReceiveBuffer.clear();
@@ -267,7 +255,7 @@ void JDWPHandler::terminated()
 
 void JDWPHandler::pipestream(const std::string& text)
 {
-    myJVM()->printConsole(replaceAll(replaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
+    myJVM()->printConsole(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
 }
 
 void JDWPHandler::Disconnect()

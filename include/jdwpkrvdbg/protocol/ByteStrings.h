@@ -55,4 +55,7 @@ std::string Utf8ToText(const std::string& bytes);
 // Shortest decimal text of an identifier or count ("17", "-1", "4.5").
 std::string NumberText(double value);
 
+// `text` with every occurrence of `what` replaced by `with`, left to right.
+std::string ReplaceAll(std::string text, const std::string& what, const std::string& with);
+
 } // namespace jdwpkrvdbg
