@@ -4,7 +4,7 @@
 // same class, removing breakpoints, suspend/resume, hold/release, the end.
 #include <gtest/gtest.h>
 
-#include "LiveVM.h"
+#include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
 using namespace jdwpkrvdbg::testing;
@@ -18,95 +18,20 @@ int line(const std::string& marker)
     return lineOf(kSource, "// " + marker);
 }
 
-class LiveBreakpoints : public ::testing::Test {
+class LiveBreakpoints : public LiveSessionTest {
 protected:
     void SetUp() override
     {
-        handler = JDWPHandler::create();
-        log = std::make_shared<EventLog>();
-        jvm = handler->myJVM();
-        jvm->setEvents(log);
+        LiveSessionTest::SetUp();
         jvm->setTargetClassName({"Stepper", "Late", "Thrower"});
     }
-    void TearDown() override
-    {
-        handler->Disconnect();
-        jvm.reset();
-        handler.reset();
-        setCurrentHandler(nullptr);
-    }
-    void launch(const std::string& mainClass = "Stepper")
-    {
-        const int port = freeTcpPort();
-        ASSERT_TRUE(handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " " + mainClass, "",
-                                     false, true, 0, "127.0.0.1", std::to_string(port), true));
-    }
-    // Waits for the next stop after `count` stops were seen.
-    bool waitStop(size_t count, int timeoutMs = 15000)
-    {
-        return pumpUntil([&] { return log->stops.size() > count || jvm->JVMState() == VMDead; }, timeoutMs) &&
-               log->stops.size() > count;
-    }
-    bool waitDead() { return pumpUntil([&] { return jvm->JVMState() == VMDead; }, 20000); }
-    // Resumes past other stops until one at `lineNr`.
-    bool waitStopAt(int lineNr)
-    {
-        size_t seen = log->stops.size();
-        for (int guard = 0; guard < 10; ++guard) {
-            if (!waitStop(seen))
-                return false;
-            seen = log->stops.size();
-            if (lastStop().line == lineNr)
-                return true;
-            resumePastInvocationWindow();
-        }
-        return false;
-    }
-    // Resumes from every further stop until the program ends; returns the
-    // number of stops on the way.
-    int runToEnd()
-    {
-        int stops = 0;
-        resumePastInvocationWindow();
-        for (;;) {
-            const size_t seen = log->stops.size();
-            if (!pumpUntil([&] { return jvm->JVMState() == VMDead || log->stops.size() > seen; }, 20000))
-                return -1;
-            if (jvm->JVMState() == VMDead)
-                return stops;
-            ++stops;
-            resumePastInvocationWindow();
-        }
-    }
-    const EventLog::Stop& lastStop() const { return log->stops.back(); }
+    void launch(const std::string& mainClass = "Stepper") { ASSERT_TRUE(LiveSessionTest::launch(mainClass)); }
     void step(JDWPStepDepth depth)
     {
         const size_t before = log->stops.size();
-        ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, depth))
-            << "stepInProcess=" << jvm->myStepInProcess << " evaluating=" << jvm->evaluating()
-            << " thread=" << jvm->currentThreadID() << "\n"
-            << handler->history().dump();
-        ASSERT_TRUE(waitStop(before)) << [&] {
-            std::string all;
-            for (const auto& l : log->lines)
-                all += l + "\n";
-            return all;
-        }();
+        ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, depth)) << handler->history().dump();
+        ASSERT_TRUE(waitStop(before)) << handler->history().dump();
     }
-
-    // An exception stop renders its text by invoking toString in the VM;
-    // events within 2 s of an invocation are resumed unreported (by design),
-    // so the tests move the clock past that window before resuming.
-    void resumePastInvocationWindow()
-    {
-        clock.advance(2000);
-        jvm->ResumeVM(true);
-    }
-
-    std::shared_ptr<JDWPHandler> handler;
-    std::shared_ptr<EventLog> log;
-    std::shared_ptr<JXMachine> jvm;
-    TickShift clock;
 };
 
 TEST_F(LiveBreakpoints, ABreakpointSetBeforeItsClassLoadsStopsThere)
@@ -187,12 +112,7 @@ TEST_F(LiveBreakpoints, DebugPrintIsShownWithoutAVisibleStop)
     launch();
     ASSERT_TRUE(pumpUntil([&] { return !log->stops.empty(); }));
     EXPECT_EQ(runToEnd(), 0) << handler->history().dump();
-    EXPECT_TRUE(log->sawDebug("Hello debug")) << [&] {
-        std::string all;
-        for (const auto& l : log->lines)
-            all += l + "\n";
-        return all + handler->history().dump();
-    }();
+    EXPECT_TRUE(log->sawDebug("Hello debug")) << handler->history().dump();
     for (const auto& stop : log->stops)
         EXPECT_NE(stop.className, "VB/Debug");
     EXPECT_NE(log->console.find("print: \"Hello debug\""), std::string::npos);

@@ -4,7 +4,7 @@
 // calls deep, popping a frame, and evaluation calls kept from the host.
 #include <gtest/gtest.h>
 
-#include "LiveVM.h"
+#include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
 using namespace jdwpkrvdbg::testing;
@@ -18,29 +18,17 @@ int line(const std::string& marker)
     return lineOf(kSource, "// " + marker);
 }
 
-class LiveValues : public ::testing::Test {
+class LiveValues : public LiveSessionTest {
 protected:
     void SetUp() override
     {
-        handler = JDWPHandler::create();
-        log = std::make_shared<EventLog>();
-        jvm = handler->myJVM();
-        jvm->setEvents(log);
+        LiveSessionTest::SetUp();
         jvm->setTargetClassName({"Values", "Point"});
-    }
-    void TearDown() override
-    {
-        handler->Disconnect();
-        jvm.reset();
-        handler.reset();
-        setCurrentHandler(nullptr);
     }
     void stopAt(const std::string& marker)
     {
         jvm->addBreakpoint("Values", line(marker));
-        const int port = freeTcpPort();
-        ASSERT_TRUE(handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " Values", "", false,
-                                     true, 0, "127.0.0.1", std::to_string(port), true));
+        ASSERT_TRUE(launch("Values"));
         ASSERT_TRUE(pumpUntil([&] { return !log->stops.empty(); })) << handler->history().dump();
         ASSERT_EQ(log->stops.back().line, line(marker));
     }
@@ -53,9 +41,6 @@ protected:
         return n;
     }
 
-    std::shared_ptr<JDWPHandler> handler;
-    std::shared_ptr<EventLog> log;
-    std::shared_ptr<JXMachine> jvm;
 };
 
 TEST_F(LiveValues, LocalsOfEveryTypeRenderAsTheHostExpects)
