@@ -1,5 +1,5 @@
-// Shared pieces of the decoder tests: byte literals with embedded zeros, and
-// a session opened against the scripted VM (socket framing, standard 8-byte
+// Shared pieces of the decoder tests: byte literals with embedded zeros, a
+// handler without a VM, and a session opened against the scripted VM (socket framing, standard 8-byte
 // ids) whose clock moves on with every read, so a request that nobody
 // answers gives up after a few polls instead of four real seconds.
 #pragma once
@@ -28,6 +28,26 @@ inline void setAllWidths(JXMachine& jvm, int16_t width)
                        &jvm.SIZE_FrameID})
         *size = width;
 }
+
+// A fresh handler with 8-byte ids and no VM: whatever a decoder asks is
+// refused at once.
+class FreshHandler : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        handler_ = JDWPHandler::create();
+        jvm_ = handler_->myJVM();
+        setAllWidths(*jvm_, 8);
+    }
+    void TearDown() override
+    {
+        jvm_.reset();
+        handler_.reset();
+        setCurrentHandler(nullptr);
+    }
+    std::shared_ptr<JDWPHandler> handler_;
+    std::shared_ptr<JXMachine> jvm_;
+};
 
 class ScriptedSession : public ::testing::Test {
 protected:

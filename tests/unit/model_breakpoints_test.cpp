@@ -202,14 +202,6 @@ TEST_F(ModelBreakpoints, RemoveByClassReturnsTheEntriesItRemoved)
     EXPECT_EQ(jvm()->breakpoints()[0]->ClassName, "Lpkg/Name;");
 }
 
-TEST_F(ModelBreakpoints, StepWithoutAThreadSendsNothingAndBlocksFurtherSteps)
-{
-    EXPECT_FALSE(jvm()->ResumeVMStepByStep());
-    EXPECT_TRUE(jvm()->myStepInProcess);
-    EXPECT_FALSE(jvm()->ResumeVMStepByStep(false, 5));
-    EXPECT_TRUE(vm->commands().empty());
-}
-
 TEST_F(ModelBreakpoints, StepRegistersThenResumesAndTheNextStepClearsTheLastOne)
 {
     EXPECT_TRUE(jvm()->ResumeVMStepByStep(false, 0x99, SD_OVER));
@@ -241,13 +233,21 @@ TEST_F(ModelBreakpoints, StepRegistersThenResumesAndTheNextStepClearsTheLastOne)
     EXPECT_EQ(countOf(15, 2), 1u);
 }
 
-TEST_F(ModelBreakpoints, ARefusedStepReleasesTheGuard)
+TEST_F(ModelBreakpoints, StepGuards)
 {
+    // A refused step releases the guard and does not resume.
     vm->onPayload(15, 1, "", 10 /* INVALID_THREAD */);
     EXPECT_FALSE(jvm()->ResumeVMStepByStep(false, 0x99));
     EXPECT_FALSE(jvm()->myStepInProcess);
     EXPECT_EQ(countOf(1, 9), 0u) << "no resume without a step request";
     EXPECT_EQ(jvm()->myLastStepEvent, nullptr);
+
+    // Without a thread nothing is sent, and further steps stay blocked.
+    vm->clearCommands();
+    EXPECT_FALSE(jvm()->ResumeVMStepByStep());
+    EXPECT_TRUE(jvm()->myStepInProcess);
+    EXPECT_FALSE(jvm()->ResumeVMStepByStep(false, 5));
+    EXPECT_TRUE(vm->commands().empty());
 }
 
 } // namespace

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <thread>
+#include <utility>
 
 #include "../../platform/ShmemChannel.h"
 #include "../../platform/ShmemRing.h"
@@ -167,25 +169,33 @@ TEST(ShmemRing, StreamsAreCutIntoRecords)
     EXPECT_TRUE(writer.broken());
 }
 
-TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
-{
-    const std::string name = uniqueName("frames");
-    FakeVm vm(name);
-    ASSERT_TRUE(vm.created);
-    ASSERT_TRUE(objectExists(name));
+// A fake VM and the debugger's channel attached to it.
+class AttachedChannel : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        vm = std::make_unique<FakeVm>(name);
+        ASSERT_TRUE(vm->created);
+        std::string error;
+        ASSERT_TRUE(channel.attach(name, error)) << error;
+    }
+    const std::string name = uniqueName(::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::unique_ptr<FakeVm> vm;
     ShmemChannel channel;
+};
+
+TEST_F(AttachedChannel, RecordsKeepTheirBoundariesBothWays)
+{
     std::string error;
-    ASSERT_TRUE(channel.attach(name, error)) << error;
     EXPECT_TRUE(channel.isOpen());
     EXPECT_TRUE(channel.attach(name, error)) << "attaching again to the same name is harmless";
     EXPECT_FALSE(objectExists(name)) << "the debugger drops the name once both ends hold the mapping";
-    EXPECT_EQ(vm.end->header().debuggerPid.load(), getpid());
-    EXPECT_NE(vm.end->header().state.load() & kDebuggerAttached, 0u);
+    EXPECT_EQ(vm->end->header().debuggerPid.load(), getpid());
+    EXPECT_NE(vm->end->header().state.load() & kDebuggerAttached, 0u);
 
     // Debugger to VM: handshake, then commands in the shared-memory framing.
     const std::vector<std::string> toVm = {
         "JDWP-Handshake",
-        std::string("\x01\x00\x00\x00" "\x00" "\x01\x07" "\x00\x00\x00\x00", 11),
         std::string("\x02\x00\x00\x00" "\x00" "\x01\x09" "\x03\x00\x00\x00" "abc", 14),
         std::string(),
     };
@@ -193,7 +203,7 @@ TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
         ASSERT_TRUE(channel.writeRecord(r));
     for (const std::string& expected : toVm) {
         std::string got;
-        ASSERT_TRUE(vm.read(got));
+        ASSERT_TRUE(vm->read(got));
         EXPECT_EQ(got, expected);
     }
 
@@ -201,10 +211,9 @@ TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
     const std::vector<std::string> toDebugger = {
         "JDWP-Handshake",
         std::string("\x01\x00\x00\x00" "\x80" "\x00\x00" "\x14\x00\x00\x00", 11) + std::string(20, '\x08'),
-        std::string("\x05\x00\x00\x00" "\x00" "\x40\x64" "\x02\x00\x00\x00" "\x02\x63", 13),
     };
     for (const std::string& r : toDebugger)
-        ASSERT_TRUE(vm.end->write(r));
+        ASSERT_TRUE(vm->end->write(r));
     EXPECT_TRUE(channel.waitReadable(5000));
     EXPECT_EQ(receive(channel, toDebugger.size()), toDebugger);
 
@@ -212,49 +221,29 @@ TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWays)
     std::string odd(kRingBytes / 3 + 7, 'x');
     for (int round = 0; round < 8; ++round) {
         odd[0] = char('a' + round);
-        ASSERT_TRUE(vm.end->write(odd));
-        auto got = receive(channel, 1);
-        ASSERT_EQ(got.size(), 1u);
-        EXPECT_EQ(got[0], odd);
+        ASSERT_TRUE(vm->end->write(odd));
+        EXPECT_EQ(receive(channel, 1), std::vector<std::string>{odd});
     }
     EXPECT_FALSE(channel.waitReadable(1)) << "nothing is waiting";
-}
 
-TEST(ShmemChannel, RecordsLargerThanARingArriveWhole)
-{
-    const std::string name = uniqueName("large");
-    FakeVm vm(name);
-    ASSERT_TRUE(vm.created);
-    ShmemChannel channel;
-    std::string error;
-    ASSERT_TRUE(channel.attach(name, error)) << error;
-
+    // Records larger than a ring arrive whole, both ways.
     std::string big(3 * kRingBytes, '\0');
     for (size_t i = 0; i < big.size(); ++i)
         big[i] = char(i * 131 + (i >> 16));
-
-    std::thread vmWriter([&] { EXPECT_TRUE(vm.end->write(big)); });
+    std::thread vmWriter([&] { EXPECT_TRUE(vm->end->write(big)); });
     auto got = receive(channel, 1);
     vmWriter.join();
     ASSERT_EQ(got.size(), 1u);
     EXPECT_TRUE(got[0] == big);
-
     std::thread debuggerWriter([&] { EXPECT_TRUE(channel.writeRecord(big)); });
     std::string atVm;
-    EXPECT_TRUE(vm.read(atVm));
+    EXPECT_TRUE(vm->read(atVm));
     debuggerWriter.join();
     EXPECT_TRUE(atVm == big);
 }
 
-TEST(ShmemChannel, VmClosingDeliversWhatWasSentThenReportsGone)
+TEST_F(AttachedChannel, VmClosingDeliversWhatWasSentThenReportsGone)
 {
-    const std::string name = uniqueName("close");
-    auto vm = std::make_unique<FakeVm>(name);
-    ASSERT_TRUE(vm->created);
-    ShmemChannel channel;
-    std::string error;
-    ASSERT_TRUE(channel.attach(name, error)) << error;
-
     const std::string death("\x07\x00\x00\x00" "\x00" "\x40\x64" "\x00\x00\x00\x00", 11);
     ASSERT_TRUE(vm->end->write(death));
     vm.reset(); // says goodbye and unmaps
@@ -269,20 +258,14 @@ TEST(ShmemChannel, VmClosingDeliversWhatWasSentThenReportsGone)
     EXPECT_TRUE(channel.waitReadable(1000));
 }
 
-TEST(ShmemChannel, DebuggerClosingWakesTheVmReader)
+TEST_F(AttachedChannel, DebuggerClosingWakesTheVmReader)
 {
-    const std::string name = uniqueName("dclose");
-    FakeVm vm(name);
-    ASSERT_TRUE(vm.created);
-    ShmemChannel channel;
-    std::string error;
-    ASSERT_TRUE(channel.attach(name, error)) << error;
     ASSERT_TRUE(channel.writeRecord("last"));
     std::string first, second;
     bool secondRead = true;
     std::thread reader([&] {
-        EXPECT_TRUE(vm.read(first));
-        secondRead = vm.read(second); // blocks until the debugger closes
+        EXPECT_TRUE(vm->read(first));
+        secondRead = vm->read(second); // blocks until the debugger closes
     });
     auto start = std::chrono::steady_clock::now();
     channel.close();
@@ -373,26 +356,22 @@ struct CrashingVm {
         char ok = 0;
         created = pid > 0 && read(ready[0], &ok, 1) == 1 && ok == '1';
     }
-    void crash()
+    void crash() // the child's read returns: it exits
     {
-        if (go[1] >= 0) {
-            ::close(go[1]); // the child's read returns: it exits
-            go[1] = -1;
-        }
+        if (go[1] >= 0)
+            ::close(std::exchange(go[1], -1));
     }
     void reap()
     {
         crash();
         if (pid > 0)
-            waitpid(pid, nullptr, 0);
-        pid = -1;
+            waitpid(std::exchange(pid, -1), nullptr, 0);
     }
     ~CrashingVm()
     {
         reap();
-        for (int fd : {ready[0], ready[1], go[0]})
-            if (fd >= 0)
-                ::close(fd);
+        ::close(ready[0]);
+        ::close(ready[1]);
     }
     int ready[2] = {-1, -1};
     int go[2] = {-1, -1};
@@ -424,14 +403,15 @@ TEST(ShmemChannel, VmDeathMidSessionIsNoticedWithoutReaping)
 
 TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
 {
-    // Found by a debugger: refused clearly, and the object is removed.
     const std::string name = uniqueName("stale");
-    {
+    auto leaveStale = [&] {
         CrashingVm vm(name);
         ASSERT_TRUE(vm.created);
         vm.reap();
-    }
-    ASSERT_TRUE(objectExists(name));
+        ASSERT_TRUE(objectExists(name));
+    };
+    // Found by a debugger: refused clearly, and the object is removed.
+    leaveStale();
     ShmemChannel channel;
     std::string error;
     EXPECT_FALSE(channel.attach(name, error));
@@ -439,12 +419,7 @@ TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
     EXPECT_FALSE(objectExists(name));
 
     // Removed on request by whoever killed the VM; a live VM's channel is left alone.
-    {
-        CrashingVm vm(name);
-        ASSERT_TRUE(vm.created);
-        vm.reap();
-    }
-    ASSERT_TRUE(objectExists(name));
+    leaveStale();
     EXPECT_TRUE(ShmemChannel::removeStale(name));
     EXPECT_FALSE(objectExists(name));
     EXPECT_FALSE(ShmemChannel::removeStale(name));
@@ -455,12 +430,7 @@ TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
     }
 
     // Found by the next VM: it takes the name over.
-    {
-        CrashingVm vm(name);
-        ASSERT_TRUE(vm.created);
-        vm.reap();
-    }
-    ASSERT_TRUE(objectExists(name));
+    leaveStale();
     {
         FakeVm next(name);
         EXPECT_TRUE(next.created);
