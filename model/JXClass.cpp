@@ -101,8 +101,19 @@ std::shared_ptr<JXClass> JXClass::SuperClass()
     if (SuperClassID == -1 && ClassName() != "java/lang/Object")
         fetchSuperClass();
     // 0 (an interface's or Object's answer) names no class.
-    if (ClassID != 0 && SuperClassID > 0 && !mySuperClass_)
-        mySuperClass_ = getCurrentHandler()->myJVM()->getClassByID(SuperClassID, true);
+    if (ClassID != 0 && SuperClassID > 0 && !mySuperClass_) {
+        auto super = getCurrentHandler()->myJVM()->getClassByID(SuperClassID, true);
+        // Only a broken reply makes a class its own ancestor; linking it
+        // would make the classes own each other and never be freed.
+        int depth = 0;
+        for (auto c = super; c && depth < kMaxHierarchyDepth; c = c->mySuperClass_, ++depth) {
+            if (c.get() == this) {
+                super.reset();
+                break;
+            }
+        }
+        mySuperClass_ = super;
+    }
     return mySuperClass_;
 }
 

@@ -58,6 +58,11 @@ void JXMachine::cleanup()
     mySessionArray.clear();
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;
+    // A call or a step of the previous session (one its VM died in, say)
+    // must not reach into this one: within 2 s of an invocation the first
+    // events of the new VM would be resumed as the call's own.
+    myInvokeInProcessMsg = 0;
+    myStepInProcess = false;
     myLastCleanupStamp = static_cast<int32_t>(GetTickCount());
 }
 
@@ -126,7 +131,10 @@ void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::st
 
 void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
 {
-    if (myMuteStateEvents)
+    // Muting hides the suspensions and resumes that an evaluation's own
+    // calls cause; a VM that dies meanwhile is dead for the host all the
+    // same, or the session would never end.
+    if (myMuteStateEvents && NewState != VMDead)
         return;
     const bool withThread = newThreadID != -1 && newThreadID != 0;
     if (NewState == VMSuspend && withThread)

@@ -176,7 +176,10 @@ std::shared_ptr<JXClass> JXMachine::getEventClassFromClass(const std::shared_ptr
 {
     if (!refClass)
         return nullptr;
-    refClass->refreshSignature();
+    // A class keeps its signature for as long as its id is valid, so a
+    // signature already known is not asked for again (one round trip less
+    // per object in a dotted path).
+    refClass->refreshSignature(true);
     // A generated inner class ("$") stands for the class it extends.
     if (refClass->ClassName().find('$') != std::string::npos)
         return getClassByName(refClass->RealClassName(), true);

@@ -22,10 +22,11 @@ std::shared_ptr<JDWPMessage> JDWPFunctions::send(const std::shared_ptr<JDWPMessa
         bool timedOut = false;
         auto transport = handler->transport();
         while (!LastFunctionReturnConfirmed && !timedOut) {
-            // Waits on the transport for at most 1 ms, so the reply is
-            // decoded as soon as its bytes arrive; a transport that can be
-            // waited on directly delivers its data itself.
-            if (transport && transport->waitForData(1))
+            // A transport that can be waited on directly delivers its data
+            // itself, in slices of 10 ms (a shorter time-out makes the wake-up
+            // on data slower); otherwise the pump waits at most 1 ms. Either
+            // way the reply is decoded as soon as its bytes arrive.
+            if (transport && transport->waitForData(10))
                 pump.pumpOnce(0);
             else
                 pump.pumpOnce(1);

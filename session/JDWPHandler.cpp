@@ -127,12 +127,18 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         }
         const uint32_t start = GetTickCount();
         auto& pump = MessagePump::instance();
+        uint64_t consoleAtTry = consoleTexts_;
         for (int n = 1; n <= 100; ++n) {
             // The try's pause waits on the transport instead of sleeping, so
-            // a connection is taken up the moment it is made.
+            // a connection is taken up the moment it is made. It also ends
+            // when the started VM writes to its console: the agent prints
+            // "Listening for transport ..." the moment it listens, so the
+            // try comes then and not at the next 50 ms mark.
             const uint32_t pauseStart = GetTickCount();
-            while (ticksSince(pauseStart) < 50 && !JDWPCon_->TransportConnected())
+            while (ticksSince(pauseStart) < 50 && !JDWPCon_->TransportConnected() &&
+                   consoleTexts_ == consoleAtTry)
                 pump.pumpOnce(static_cast<int>(50 - ticksSince(pauseStart)));
+            consoleAtTry = consoleTexts_;
             mySharedName = SharedName;
             const uint32_t tryStart = GetTickCount();
             if (!bUseRemote) {
@@ -255,6 +261,7 @@ void JDWPHandler::terminated()
 
 void JDWPHandler::pipestream(const std::string& text)
 {
+    ++consoleTexts_;
     myJVM()->printConsole(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
 }
 
@@ -380,6 +387,17 @@ std::shared_ptr<JDWPFunctions> JDWPHandler::getSyncFunctionByMsg(const Msg& RefM
 void JDWPHandler::receive(const std::string& data)
 {
     std::string text = data;
+    if (!bHandshakeDone && bSocketMode && !myReceiveBuffer.empty()) {
+        // The rest of a handshake that came in pieces (a socket may cut
+        // anywhere; the handshake time-out still ends a peer that stalls).
+        text = myReceiveBuffer + text;
+        myReceiveBuffer.clear();
+    }
+    if (!bHandshakeDone && bSocketMode && text.size() < kHandshakeLength &&
+        std::string(kHandshake).compare(0, text.size(), text) == 0) {
+        myReceiveBuffer = text;
+        return;
+    }
     if (!bHandshakeDone && text.compare(0, kHandshakeLength, kHandshake) == 0) {
         history_.recordNote("handshake");
         sendAsync(myFactory()->createGetIDSizesMessage());

@@ -112,6 +112,9 @@ private:
     void armHandshakeTimeout();
 
     int handshakeTimer_ = 0;
+    // Counts the console texts of the started VM, so that the connect loop
+    // can try at once when the VM announces that it listens.
+    uint64_t consoleTexts_ = 0;
 
     std::shared_ptr<JDWPMessageFactory> myFactory_;
     std::shared_ptr<JXMachine> myJVM_;

@@ -1,0 +1,83 @@
+// Launch benchmark: from the start of the process to the Breakpoint event on
+// the first line of main, the breakpoint set before the class loads; ours
+// (startVM, the VM listening, the library connecting) against JDI's
+// launching connector (the debugger listening, the VM connecting).
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "BenchKit.h"
+
+using namespace jdwpkrvdbg;
+
+namespace {
+
+constexpr int kRounds = 3;
+constexpr int kRuns = 5; // per round
+std::vector<double> connectedAt;
+
+// One launch to the stop; the time in microseconds, or -1.
+double launchOnce(int line)
+{
+    auto handler = JDWPHandler::create();
+    handler->bRemoteConnection = true;
+    auto log = std::make_shared<bench::StopLog>();
+    auto jvm = handler->myJVM();
+    jvm->setEvents(log);
+    jvm->setTargetClassName({"BenchHello"});
+    jvm->addBreakpoint("BenchHello", line);
+    const int port = bench::freePort();
+    const double t0 = bench::nowUs();
+    double took = -1;
+    if (handler->startVM(bench::javaPath(),
+                         bench::socketAgent(port, true) + " -cp " + bench::benchClassPath() + " BenchHello", "", false,
+                         true, 0, "127.0.0.1", std::to_string(port), true) &&
+        (connectedAt.push_back(bench::nowUs() - t0), true) &&
+        bench::pumpUntil([&] { return log->stops > 0 || log->dead; }, 20000) && log->stops > 0 &&
+        log->line == line)
+        took = log->stopUs - t0;
+    if (std::getenv("BENCH_TRACE"))
+        std::fprintf(stderr, "%s\n", handler->history().dump().c_str());
+    if (took < 0)
+        std::fprintf(stderr, "no stop at line %d: %s\n", line, handler->history().dump().c_str());
+    handler->Disconnect();
+    // The next run starts on a quiet machine.
+    if (auto transport = handler->transport())
+        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
+    setCurrentHandler(nullptr);
+    return took;
+}
+
+} // namespace
+
+int main()
+{
+    const int line = bench::lineOf(bench::benchSourceDir() + "/BenchHello.java", "// @hello-first");
+    std::vector<double> samples, jdi;
+    // Ours and JDI take turns in rounds. The first launch warms the file
+    // cache and is not counted (nor is each JDI process's first, which loads
+    // and compiles JDI itself).
+    if (launchOnce(line) < 0)
+        return 1;
+    for (int round = 0; round < kRounds; ++round) {
+        for (int i = 0; i < kRuns; ++i) {
+            const double took = launchOnce(line);
+            if (took < 0)
+                return 1;
+            samples.push_back(took);
+        }
+        const bench::AnchorRun anchor = bench::runJdi(
+            {"launch", "cp=" + bench::benchClassPath(), "line=" + std::to_string(line), "n=" + std::to_string(kRuns)},
+            120000);
+        if (!bench::anchorOk(anchor, "launch"))
+            return 1;
+        const auto& list = anchor.samples.at("launch_to_bp");
+        jdi.insert(jdi.end(), list.begin(), list.end());
+    }
+    std::printf("process start to the Breakpoint event on main's first line, %d launches in %d rounds\n",
+                kRounds * kRuns, kRounds);
+    std::printf("  ours: startVM returned (connected) after a median %.1f us\n", bench::summarize(connectedAt).median);
+    bench::report("launch_to_bp", bench::summarize(samples), bench::summarize(jdi));
+    return 0;
+}

@@ -1,0 +1,205 @@
+// Step benchmark: 3000 consecutive line steps over, inside a loop, each from
+// one stop to the next (ResumeVMStepByStep, then the Breakpoint event),
+// against JDI making a new step request per step. Also measured against the
+// same VM: a raw blocking-socket client doing the least a step needs (Set,
+// Resume, the event, Clear), which shows what the VM's own stepping costs and
+// what the round trips cost. The three take turns in rounds, so that a
+// change in the machine's load falls on all of them alike.
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
+#include <sys/resource.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "BenchKit.h"
+
+using namespace jdwpkrvdbg;
+
+namespace {
+
+constexpr int kRounds = 3;
+constexpr int kSteps = 1000; // per round: 3000 in all
+constexpr int kWarmUp = 100;
+// JDI is Java code: it is given time to be compiled before it is timed.
+constexpr int kJdiWarmUp = 1500;
+const char* const kExcludes[] = {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"};
+
+std::string int32be(uint32_t v)
+{
+    return bench::be64(v).substr(4);
+}
+
+double cpuUs()
+{
+    rusage u{};
+    ::getrusage(RUSAGE_SELF, &u);
+    return (u.ru_utime.tv_sec + u.ru_stime.tv_sec) * 1e6 + u.ru_utime.tv_usec + u.ru_stime.tv_usec;
+}
+
+struct RawSamples {
+    std::vector<double> total, set, resumeToEvent, clear;
+};
+
+// The floor: one thread stepped by a client with no framing layer and no
+// model; suspend first, then Set / Resume / event / Clear per step.
+bool rawSteps(int port, int loopLine, RawSamples& out)
+{
+    bench::RawClient client;
+    if (!client.connect(port))
+        return false;
+    client.roundTrip(1, 7, "");
+    // main is brought to the loop's line first: stepping starts there, as
+    // ours and JDI's do.
+    const std::string thread = client.stopAt("LBenchTarget;", "main", loopLine);
+    if (thread.empty()) {
+        std::fprintf(stderr, "raw client: no stop in the loop\n");
+        return false;
+    }
+    std::string set;
+    set += '\x01'; // single step
+    set += '\x02'; // suspend all
+    set += int32be(1 + std::size(kExcludes));
+    set += '\x0a';
+    set += thread + int32be(1) + int32be(1); // line, over
+    for (const char* pattern : kExcludes) {
+        set += '\x06';
+        set += int32be(static_cast<uint32_t>(std::strlen(pattern))) + pattern;
+    }
+    for (int i = 0; i < kWarmUp + kSteps; ++i) {
+        const double t0 = bench::nowUs();
+        uint16_t error = 0;
+        const std::string reply = client.roundTrip(15, 1, set, &error);
+        if (error != 0 || reply.size() < 4) {
+            std::fprintf(stderr, "raw client: step request refused (error %u)\n", error);
+            return false;
+        }
+        const uint32_t request = static_cast<uint32_t>(bench::readBe(reply, 0, 4));
+        const double resumeAt = bench::nowUs();
+        client.roundTrip(1, 9, "");
+        const std::string event = client.waitEvent();
+        const double eventAt = bench::nowUs();
+        client.roundTrip(15, 2, std::string("\x01", 1) + int32be(request));
+        const double t1 = bench::nowUs();
+        if (event.empty()) {
+            std::fprintf(stderr, "raw client: no step event at step %d\n", i);
+            return false;
+        }
+        if (i >= kWarmUp) {
+            out.total.push_back(t1 - t0);
+            out.set.push_back(resumeAt - t0);
+            out.resumeToEvent.push_back(eventAt - resumeAt);
+            out.clear.push_back(t1 - eventAt);
+        }
+    }
+    client.roundTrip(1, 6, ""); // Dispose: the VM runs on, the agent listens again
+    client.close();
+    return true;
+}
+
+struct OurSamples {
+    double cpuUs = 0;
+    std::vector<double> total, call, returnToStop;
+};
+
+bool librarySteps(int port, int loopLine, OurSamples& out)
+{
+    auto handler = JDWPHandler::create();
+    handler->bRemoteConnection = true;
+    auto log = std::make_shared<bench::StopLog>();
+    auto jvm = handler->myJVM();
+    jvm->setEvents(log);
+    jvm->setTargetClassName({"BenchTarget"});
+    if (!handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(port), true)) {
+        std::fprintf(stderr, "could not attach: %s\n", handler->history().dump().c_str());
+        return false;
+    }
+    bench::pumpUntil([&] { return !jvm->VMName.empty(); }, 5000);
+    // The class is loaded already: it is looked up by its signature.
+    jvm->addBreakpoint("LBenchTarget;", loopLine);
+    if (!bench::pumpUntil([&] { return log->stops > 0; }, 10000)) {
+        std::fprintf(stderr, "no stop at the loop: %s\n", handler->history().dump().c_str());
+        return false;
+    }
+    // A breakpoint on a line the steps pass would add its own event to the
+    // step's stop.
+    jvm->removeBreakpoint("LBenchTarget;", loopLine);
+    bool ok = true;
+    double cpuStart = 0;
+    for (int i = 0; i < kWarmUp + kSteps && ok; ++i) {
+        if (i == kWarmUp)
+            cpuStart = cpuUs();
+        const size_t seen = log->stops;
+        const double t0 = bench::nowUs();
+        if (!jvm->ResumeVMStepByStep(false, 0, SD_OVER)) {
+            std::fprintf(stderr, "step %d refused\n", i);
+            ok = false;
+            break;
+        }
+        const double returned = bench::nowUs();
+        if (!bench::pumpUntil([&] { return log->stops > seen; }, 5000)) {
+            std::fprintf(stderr, "step %d did not stop: %s\n", i, handler->history().dump().c_str());
+            ok = false;
+            break;
+        }
+        if (i >= kWarmUp) {
+            out.total.push_back(log->stopUs - t0);
+            out.call.push_back(returned - t0);
+            out.returnToStop.push_back(log->stopUs - returned);
+        }
+    }
+    out.cpuUs += cpuUs() - cpuStart;
+    if (std::getenv("BENCH_TRACE"))
+        std::fprintf(stderr, "%s\n", handler->history().dump().c_str());
+    handler->Disconnect();
+    setCurrentHandler(nullptr);
+    return ok;
+}
+
+} // namespace
+
+int main()
+{
+    const int loopLine = bench::lineOf(bench::benchSourceDir() + "/BenchTarget.java", "// @loop-a");
+    RawSamples raw;
+    OurSamples ours;
+    std::vector<double> jdi;
+    for (int round = 0; round < kRounds; ++round) {
+        {
+            // A fixed port: the agent listens on it again after each detach.
+            const int port = bench::freePort();
+            bench::Java vm({bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
+            // The class must be loaded for the raw client to find it.
+            if (vm.waitForLine("Listening for transport", 20000).empty() ||
+                vm.waitForLine("bench target ready", 20000).empty()) {
+                std::fprintf(stderr, "the VM did not listen\n");
+                return 1;
+            }
+            if (!rawSteps(port, loopLine, raw) || !librarySteps(port, loopLine, ours))
+                return 1;
+        }
+        const bench::AnchorRun anchor =
+            bench::runJdi({"step", "cp=" + bench::benchClassPath(), "line=" + std::to_string(loopLine),
+                           "n=" + std::to_string(kSteps), "warm=" + std::to_string(kJdiWarmUp)},
+                          120000);
+        if (!bench::anchorOk(anchor, "step"))
+            return 1;
+        const auto& samples = anchor.samples.at("step_over");
+        jdi.insert(jdi.end(), samples.begin(), samples.end());
+    }
+    const size_t n = ours.total.size();
+    std::printf("line step over inside a loop, %zu steps in %d rounds (raw client, ours, JDI in turn), from the "
+                "call to the reported stop\n",
+                n, kRounds);
+    std::printf("  ours: in ResumeVMStepByStep (Set round trip, after the previous step's Clear; Resume sent) "
+                "median %.1f us; return to stop %.1f us; host CPU per step %.1f us\n",
+                bench::summarize(ours.call).median, bench::summarize(ours.returnToStop).median,
+                n ? ours.cpuUs / static_cast<double>(n) : 0.0);
+    std::printf("  raw client floor (Set, Resume, event, Clear, each blocking): median %.1f us; Set %.1f us, "
+                "Resume sent to event read %.1f us (the VM's own stepping), Clear %.1f us\n",
+                bench::summarize(raw.total).median, bench::summarize(raw.set).median,
+                bench::summarize(raw.resumeToEvent).median, bench::summarize(raw.clear).median);
+    bench::report("step_over", bench::summarize(ours.total), bench::summarize(jdi));
+    return n == static_cast<size_t>(kRounds * kSteps) && jdi.size() == n ? 0 : 1;
+}

@@ -1,0 +1,413 @@
+// The session against a fault-injecting peer (tests/support/FaultPeer): one
+// row per way the wire can break. Each row names its outcome: the host keeps
+// working (an ordinary call is answered afterwards) or the session ends
+// cleanly (VMDead, the transport closed, CloseConnection raised, no call
+// left waiting). No row may block the host or let a call wait longer than
+// its time-out; time-outs are passed on a shifted clock, not waited for.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+
+#include "FaultPeer.h"
+#include "ScriptedTransport.h"
+#include "LiveVM.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
+
+namespace {
+
+enum class Outcome { KeepsWorking, EndsWithVMDead };
+
+const char* outcomeText(Outcome o)
+{
+    return o == Outcome::KeepsWorking ? "keeps working" : "ends cleanly with VMDead";
+}
+
+int64_t realMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+// A composite event: suspend policy, one event of `kind` with `body`.
+std::string composite(int policy, int kind, const std::string& body)
+{
+    return std::string(1, static_cast<char>(policy)) + peerBe32(1) + std::string(1, static_cast<char>(kind)) + body;
+}
+
+std::string classPrepare(uint64_t typeID, const std::string& signature)
+{
+    return composite(2, 8,
+                     peerBe32(7) + peerBe64(1) + std::string(1, '\x01') + peerBe64(typeID) + peerString(signature) +
+                         peerBe32(7));
+}
+
+struct Host {
+    std::shared_ptr<JDWPHandler> handler;
+    std::shared_ptr<EventLog> log;
+    std::shared_ptr<JXMachine> jvm;
+
+    JDWPHandler::Msg version(int32_t waitMs = 4000)
+    {
+        return handler->sendSync(handler->myFactory()->createGetVersionMessage(), waitMs);
+    }
+    // A synchronous call whose time-out is passed on a clock that moves 20 ms
+    // per pump pass; returns the reply and the waited time of that clock.
+    JDWPHandler::Msg unansweredCall(int32_t waitMs, uint32_t& waitedTicks, int64_t& realTaken)
+    {
+        TickShift clock;
+        const int idle = MessagePump::instance().addIdle([&clock] { clock.advance(20); });
+        const uint32_t start = GetTickCount();
+        const int64_t realStart = realMs();
+        auto reply = version(waitMs);
+        waitedTicks = GetTickCount() - start;
+        realTaken = realMs() - realStart;
+        MessagePump::instance().removeIdle(idle);
+        return reply;
+    }
+};
+
+struct Row {
+    const char* name;
+    bool opens; // the opening sequence completes before the fault
+    FaultPeer::Script peer;
+    std::function<void(Host&, FaultPeer&)> host;
+    Outcome outcome;
+    const char* debugText; // a progress line the row must show ("" for none)
+};
+
+// Answers the opening, then serves with `special` taking over commands.
+FaultPeer::Script serving(std::function<bool(PeerLink&, const HostCommand&)> special,
+                          std::function<void(PeerLink&)> afterOpen = nullptr)
+{
+    return [special, afterOpen](PeerLink& link, FaultPeer&) {
+        if (!link.open())
+            return;
+        if (afterOpen)
+            afterOpen(link);
+        link.serve([&](const HostCommand& c) { return special && special(link, c); });
+    };
+}
+
+bool isVersion(const HostCommand& c)
+{
+    return c.set == 1 && c.cmd == 1;
+}
+
+std::vector<Row> faultRows()
+{
+    std::vector<Row> rows;
+
+    rows.push_back({"garbage instead of the handshake", false,
+                    [](PeerLink& link, FaultPeer&) {
+                        link.readHandshake();
+                        link.send("HTTP/1.1 400 Bad Request\r\n\r\n");
+                        link.serve();
+                    },
+                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length"});
+
+    rows.push_back({"no handshake at all (4000 ms passed on the clock)", false,
+                    [](PeerLink& link, FaultPeer& peer) {
+                        link.readHandshake();
+                        peer.waitReleased(20000);
+                    },
+                    [](Host& host, FaultPeer&) {
+                        TickShift clock;
+                        clock.advance(4100);
+                        pumpUntil([&] { return host.jvm->JVMState() == VMDead; }, 3000);
+                    },
+                    Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... no handshake from the VM"});
+
+    rows.push_back({"EOF after the 11-byte header of a reply", true,
+                    serving([](PeerLink& link, const HostCommand& c) {
+                        if (!isVersion(c))
+                            return false;
+                        link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3));
+                        link.shutdownWrite();
+                        return true;
+                    }),
+                    [](Host& host, FaultPeer&) {
+                        const int64_t start = realMs();
+                        EXPECT_EQ(host.version(4000), nullptr);
+                        EXPECT_LT(realMs() - start, 3000) << "the call ends with the connection";
+                    },
+                    Outcome::EndsWithVMDead, ""});
+
+    rows.push_back({"EOF in the middle of a reply body", true,
+                    serving([](PeerLink& link, const HostCommand& c) {
+                        if (!isVersion(c))
+                            return false;
+                        link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3) +
+                                  peerString("Java"));
+                        link.shutdownWrite();
+                        return true;
+                    }),
+                    [](Host& host, FaultPeer&) {
+                        const int64_t start = realMs();
+                        EXPECT_EQ(host.version(4000), nullptr);
+                        EXPECT_LT(realMs() - start, 3000);
+                    },
+                    Outcome::EndsWithVMDead, ""});
+
+    rows.push_back({"a length field below 11", true,
+                    serving(nullptr,
+                            [](PeerLink& link) {
+                                link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11));
+                            }),
+                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 5"});
+
+    rows.push_back({"a length field of 2 GB", true,
+                    serving(nullptr,
+                            [](PeerLink& link) {
+                                link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) +
+                                          std::string(4096, 'x'));
+                            }),
+                    nullptr, Outcome::EndsWithVMDead,
+                    " *** JDWP-Connection failed ... malformed packet length 2147483648"});
+
+    rows.push_back({"a reply with an unknown id", true,
+                    serving(nullptr,
+                            [](PeerLink& link) { link.reply(0x7777, peerBe32(1) + peerBe64(5)); }),
+                    [](Host& host, FaultPeer&) {
+                        // Taken on its own (a reply nobody asked for drops the
+                        // buffer it arrives in, by design).
+                        ASSERT_TRUE(pumpUntil([&] {
+                            for (const auto& l : host.handler->history().lines())
+                                if (l.rfind("<- id=30583", 0) == 0)
+                                    return true;
+                            return false;
+                        }, 5000)) << host.handler->history().dump();
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"a duplicate reply", true,
+                    serving([](PeerLink& link, const HostCommand& c) {
+                        if (!isVersion(c))
+                            return false;
+                        link.answer(c);
+                        link.answer(c);
+                        return true;
+                    }),
+                    [](Host& host, FaultPeer&) {
+                        host.jvm->VMName.clear();
+                        ASSERT_NE(host.version(), nullptr);
+                        EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"replies out of order", true,
+                    [](PeerLink& link, FaultPeer&) {
+                        if (!link.open())
+                            return;
+                        HostCommand held;
+                        bool swapped = false;
+                        link.serve([&](const HostCommand& c) {
+                            if (isVersion(c) && !held.valid && !swapped) {
+                                held = c;
+                                return true;
+                            }
+                            if (c.set == 1 && c.cmd == 4 && held.valid && !swapped) {
+                                link.answer(c);
+                                link.answer(held);
+                                swapped = true;
+                                return true;
+                            }
+                            return false;
+                        });
+                    },
+                    [](Host& host, FaultPeer&) {
+                        host.jvm->VMName.clear();
+                        auto& factory = *host.handler->myFactory();
+                        ASSERT_TRUE(host.handler->sendAsync(factory.createGetVersionMessage()));
+                        auto threads = host.handler->sendSync(factory.createGetThreadsMessage(), 4000);
+                        ASSERT_NE(threads, nullptr);
+                        EXPECT_EQ(threads->myCommandSet, CMDSET_VirtualMachine);
+                        EXPECT_EQ(threads->myCommand, VM_ALL_THREADS);
+                        EXPECT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty(); }, 5000));
+                        EXPECT_EQ(host.handler->pendingSentCount(), 0u);
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"an error code in a reply", true,
+                    serving([](PeerLink& link, const HostCommand& c) {
+                        if (!(c.set == 1 && c.cmd == 4))
+                            return false;
+                        link.reply(c.id, "", 20);
+                        return true;
+                    }),
+                    [](Host& host, FaultPeer&) {
+                        auto reply =
+                            host.handler->sendSync(host.handler->myFactory()->createGetThreadsMessage(), 4000);
+                        ASSERT_NE(reply, nullptr);
+                        EXPECT_NE(reply->myErrorCode, ERR_NONE);
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"no reply at all (the call runs out of time)", true,
+                    [](PeerLink& link, FaultPeer&) {
+                        if (!link.open())
+                            return;
+                        bool ignored = false;
+                        link.serve([&](const HostCommand& c) {
+                            if (!isVersion(c) || ignored)
+                                return false;
+                            ignored = true;
+                            return true;
+                        });
+                    },
+                    [](Host& host, FaultPeer&) {
+                        uint32_t waited = 0;
+                        int64_t realTaken = 0;
+                        EXPECT_EQ(host.unansweredCall(4000, waited, realTaken), nullptr);
+                        EXPECT_GE(waited, 4000u) << "gave up before its time-out";
+                        EXPECT_LE(waited, 4200u) << "waited past its time-out";
+                        EXPECT_LT(realTaken, 2000);
+                        EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"a composite event while a synchronous call waits", true,
+                    serving([](PeerLink& link, const HostCommand& c) {
+                        if (!isVersion(c))
+                            return false;
+                        link.event(classPrepare(0x4242, "LOther;"));
+                        link.answer(c);
+                        return true;
+                    }),
+                    [](Host& host, FaultPeer&) {
+                        host.jvm->VMName.clear();
+                        ASSERT_NE(host.version(), nullptr);
+                        EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
+                        auto cls = host.jvm->getClassByID(0x4242, false);
+                        ASSERT_NE(cls, nullptr) << "the event was decoded during the wait";
+                        EXPECT_EQ(cls->ClassName(), "Other");
+                    },
+                    Outcome::KeepsWorking, ""});
+
+    rows.push_back({"VM_DEATH followed by EOF", false,
+                    serving(nullptr,
+                            [](PeerLink& link) {
+                                link.event(composite(0, 99, peerBe32(0)));
+                                link.shutdownWrite();
+                            }),
+                    nullptr, Outcome::EndsWithVMDead, ""});
+
+    rows.push_back({"a peer that stops reading", true,
+                    [](PeerLink& link, FaultPeer& peer) {
+                        if (link.open())
+                            peer.waitReleased(30000);
+                    },
+                    [](Host& host, FaultPeer& peer) {
+                        // 16 MiB for a peer that reads nothing: every send
+                        // returns at once, the rest waits in the transport.
+                        const int64_t start = realMs();
+                        const std::string classBytes(1 << 20, '\xca');
+                        for (int i = 0; i < 16; ++i)
+                            host.handler->sendAsync(host.handler->myFactory()->createClassRedefineMessage(1, classBytes));
+                        EXPECT_LT(realMs() - start, 2000) << "a send blocked the host";
+                        uint32_t waited = 0;
+                        int64_t realTaken = 0;
+                        EXPECT_EQ(host.unansweredCall(1000, waited, realTaken), nullptr);
+                        EXPECT_LE(waited, 1200u);
+                        EXPECT_LT(realTaken, 2000);
+                        EXPECT_TRUE(host.handler->isConnected());
+                        // The peer gives up: the session ends.
+                        peer.release();
+                    },
+                    Outcome::EndsWithVMDead, ""});
+
+    return rows;
+}
+
+class FaultPeerMatrix : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
+{
+    const Row row = faultRows()[GetParam()];
+    Host host;
+    host.handler = JDWPHandler::create();
+    host.log = std::make_shared<EventLog>();
+    host.jvm = host.handler->myJVM();
+    host.jvm->setEvents(host.log);
+    {
+        FaultPeer peer(row.peer);
+        ASSERT_TRUE(
+            host.handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
+        if (row.opens) {
+            ASSERT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty() && host.jvm->JVMState() == VMRunning; }))
+                << host.handler->history().dump();
+        }
+        if (row.host)
+            row.host(host, peer);
+
+        if (row.outcome == Outcome::KeepsWorking) {
+            host.jvm->VMName.clear();
+            EXPECT_NE(host.version(), nullptr) << host.handler->history().dump();
+            EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
+            EXPECT_TRUE(host.handler->isConnected());
+            EXPECT_NE(host.jvm->JVMState(), VMDead);
+        } else {
+            EXPECT_TRUE(pumpUntil([&] { return host.jvm->JVMState() == VMDead && !host.handler->isConnected(); },
+                                  6000))
+                << host.handler->history().dump();
+            EXPECT_NE(std::find(host.log->lines.begin(), host.log->lines.end(), "CloseConnection"),
+                      host.log->lines.end());
+        }
+        if (*row.debugText) {
+            EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();
+        }
+        EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
+        std::printf("fault matrix | %-52s | %s\n", row.name, HasFailure() ? "FAILED" : outcomeText(row.outcome));
+        host.handler->Disconnect();
+    }
+    host.jvm->setEvents(nullptr);
+    host.jvm.reset();
+    host.handler.reset();
+    setCurrentHandler(nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, FaultPeerMatrix, ::testing::Range<size_t>(0, faultRows().size()),
+                         [](const ::testing::TestParamInfo<size_t>& info) {
+                             std::string name;
+                             for (char c : std::string(faultRows()[info.param].name))
+                                 if (std::isalnum(static_cast<unsigned char>(c)))
+                                     name += c;
+                             return name;
+                         });
+
+} // namespace
+
+// The handshake cut into pieces by the socket: held until it is whole, so
+// the session goes on to ask for the identifier sizes (it used to take the
+// first piece for a packet with an impossible length and end the session).
+TEST(FaultPeerPieces, AHandshakeInPiecesIsTakenWhenWhole)
+{
+    const std::vector<std::vector<std::string>> cuts{
+        {"JDWP-Hand", "shake"},
+        {"J", "D", "W", "P", "-", "H", "a", "n", "d", "s", "h", "a", "k", "e"},
+        {"JDWP-Handshak", std::string("e\x00\x00\x00\x0b\x00\x00\x00\x01\x80\x00\x00", 12)},
+    };
+    for (const auto& pieces : cuts) {
+        SCOPED_TRACE(pieces.front());
+        auto handler = JDWPHandler::create();
+        auto transport = std::make_shared<ScriptedTransport>();
+        handler->setTransportFactory([transport] { return std::static_pointer_cast<JDWPCon>(transport); });
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true))
+            << transport->socketConnects.size() << " " << transport->connectedFlag << " " << transport->closeCount << " "
+            << handler->history().dump();
+        ASSERT_EQ(transport->sent.size(), 1u);
+        for (const auto& piece : pieces)
+            transport->raiseReceive(piece);
+        transport->pumpProcessEvents();
+        ASSERT_GE(transport->sent.size(), 2u) << handler->history().dump();
+        EXPECT_EQ(transport->sent[1], std::string("\x00\x00\x00\x0b\x00\x00\x00\x01\x00\x01\x07", 11));
+        EXPECT_TRUE(handler->isConnected());
+        handler->attachTransport(nullptr);
+        handler.reset();
+        setCurrentHandler(nullptr);
+    }
+}

@@ -1,0 +1,239 @@
+// The fault-injecting VM peer: a loopback server that runs one script on
+// one accepted connection.
+#include "FaultPeer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+namespace jdwpkrvdbg::testing {
+
+namespace {
+
+int64_t nowMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+uint32_t be32At(const std::string& s, size_t at)
+{
+    uint32_t v = 0;
+    for (size_t i = 0; i < 4; ++i)
+        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
+    return v;
+}
+
+} // namespace
+
+std::string peerBe32(uint32_t v)
+{
+    std::string s(4, '\0');
+    for (int i = 0; i < 4; ++i)
+        s[static_cast<size_t>(i)] = static_cast<char>((v >> (24 - 8 * i)) & 0xff);
+    return s;
+}
+
+std::string peerBe64(uint64_t v)
+{
+    return peerBe32(static_cast<uint32_t>(v >> 32)) + peerBe32(static_cast<uint32_t>(v));
+}
+
+std::string peerString(const std::string& s)
+{
+    return peerBe32(static_cast<uint32_t>(s.size())) + s;
+}
+
+// ---------------------------------------------------------------------------
+
+std::string PeerLink::read(size_t n, int timeoutMs)
+{
+    const int64_t deadline = nowMs() + timeoutMs;
+    while (pending_.size() < n) {
+        const int64_t left = deadline - nowMs();
+        if (left <= 0)
+            break;
+        pollfd p{fd_, POLLIN, 0};
+        const int ready = ::poll(&p, 1, static_cast<int>(left));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0)
+            break;
+        char buf[65536];
+        const ssize_t got = ::recv(fd_, buf, sizeof buf, 0);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        pending_.append(buf, static_cast<size_t>(got));
+    }
+    const size_t take = std::min(n, pending_.size());
+    std::string out = pending_.substr(0, take);
+    pending_.erase(0, take);
+    return out;
+}
+
+bool PeerLink::readHandshake(int timeoutMs)
+{
+    return read(14, timeoutMs) == "JDWP-Handshake";
+}
+
+bool PeerLink::send(const std::string& bytes)
+{
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
+HostCommand PeerLink::next(int timeoutMs)
+{
+    HostCommand c;
+    const std::string header = read(11, timeoutMs);
+    if (header.size() < 11)
+        return c;
+    const uint32_t length = be32At(header, 0);
+    if (length < 11 || length > (1u << 26))
+        return c;
+    c.payload = read(length - 11, timeoutMs);
+    if (c.payload.size() != length - 11)
+        return c;
+    c.valid = true;
+    c.id = be32At(header, 4);
+    c.set = static_cast<unsigned char>(header[9]);
+    c.cmd = static_cast<unsigned char>(header[10]);
+    return c;
+}
+
+bool PeerLink::reply(uint32_t id, const std::string& payload, uint16_t error)
+{
+    return send(peerBe32(static_cast<uint32_t>(11 + payload.size())) + peerBe32(id) + std::string(1, '\x80') +
+                std::string{static_cast<char>(error >> 8), static_cast<char>(error & 0xff)} + payload);
+}
+
+bool PeerLink::event(const std::string& compositePayload, uint32_t id)
+{
+    return send(peerBe32(static_cast<uint32_t>(11 + compositePayload.size())) + peerBe32(id) +
+                std::string{'\0', '\x40', '\x64'} + compositePayload);
+}
+
+bool PeerLink::answer(const HostCommand& command)
+{
+    std::string payload;
+    if (command.set == 1 && command.cmd == 7) {
+        for (int i = 0; i < 5; ++i)
+            payload += peerBe32(8);
+    } else if (command.set == 1 && command.cmd == 1) {
+        payload = peerString("Java Debug Wire Protocol (Reference Implementation) version 17.0") + peerBe32(17) +
+                  peerBe32(0) + peerString("17.0.15") + peerString("OpenJDK 64-Bit Server VM");
+    } else if (command.set == 1 && command.cmd == 4) {
+        payload = peerBe32(1) + peerBe64(1);
+    } else if (command.set == 15 && command.cmd == 1) {
+        payload = peerBe32(nextRequestId_++);
+    }
+    return reply(command.id, payload);
+}
+
+bool PeerLink::open()
+{
+    if (!readHandshake() || !send("JDWP-Handshake"))
+        return false;
+    for (;;) {
+        const HostCommand c = next();
+        if (!c.valid || !answer(c))
+            return false;
+        if (c.set == 1 && c.cmd == 9)
+            return true;
+    }
+}
+
+void PeerLink::serve(const std::function<bool(const HostCommand&)>& special, int quietMs)
+{
+    for (;;) {
+        const HostCommand c = next(quietMs);
+        if (!c.valid)
+            return;
+        if (special && special(c))
+            continue;
+        if (!answer(c))
+            return;
+    }
+}
+
+void PeerLink::shutdownWrite()
+{
+    ::shutdown(fd_, SHUT_WR);
+}
+
+// ---------------------------------------------------------------------------
+
+FaultPeer::FaultPeer(Script script)
+{
+    listen_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = 0;
+    socklen_t len = sizeof addr;
+    if (::bind(listen_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(listen_, 1) == 0 &&
+        ::getsockname(listen_, reinterpret_cast<sockaddr*>(&addr), &len) == 0)
+        port_ = ntohs(addr.sin_port);
+    thread_ = std::thread([this, script = std::move(script)] {
+        // Accept with a bound, so a test whose host never connects ends.
+        pollfd p{listen_, POLLIN, 0};
+        if (::poll(&p, 1, 10000) == 1) {
+            const int fd = ::accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0) {
+                conn_ = fd;
+                PeerLink link(fd);
+                script(link, *this);
+                std::lock_guard<std::mutex> lock(mutex_);
+                conn_ = -1;
+                ::close(fd);
+            }
+        }
+        done_ = true;
+    });
+}
+
+FaultPeer::~FaultPeer()
+{
+    release();
+    {
+        // Wakes a script blocked in a read: it sees EOF and returns.
+        std::lock_guard<std::mutex> lock(mutex_);
+        const int fd = conn_.load();
+        if (fd >= 0)
+            ::shutdown(fd, SHUT_RDWR);
+    }
+    ::shutdown(listen_, SHUT_RDWR);
+    thread_.join();
+    ::close(listen_);
+}
+
+void FaultPeer::release()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    released_ = true;
+    cv_.notify_all();
+}
+
+bool FaultPeer::waitReleased(int timeoutMs)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return released_; });
+}
+
+} // namespace jdwpkrvdbg::testing

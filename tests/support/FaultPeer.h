@@ -1,0 +1,98 @@
+// A fault-injecting VM peer for tests: a loopback TCP server of ours that
+// accepts one connection and speaks JDWP from a script, so a test can make
+// the wire do what a real VM only does by accident: garbage instead of the
+// handshake, EOF in the middle of a packet, impossible length fields,
+// replies with unknown ids, twice, out of order or never, error codes,
+// events in the middle of a synchronous call, VM_DEATH and EOF, or a peer
+// that stops reading.
+//
+// The script runs on the peer's own thread and touches only its socket
+// (never the library, which is single-threaded). Every read waits at most
+// a bounded time, and the destructor shuts the connection down, so a test
+// cannot hang on its peer.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace jdwpkrvdbg::testing {
+
+// One command as the host sent it (socket framing).
+struct HostCommand {
+    bool valid = false; // false: EOF, time-out or a broken frame
+    uint32_t id = 0;
+    int set = 0;
+    int cmd = 0;
+    std::string payload;
+};
+
+// The accepted connection, as the script sees it.
+class PeerLink {
+public:
+    explicit PeerLink(int fd) : fd_(fd) {}
+
+    // Up to `n` bytes: fewer on EOF or when `timeoutMs` passes.
+    std::string read(size_t n, int timeoutMs = 5000);
+    bool readHandshake(int timeoutMs = 5000);
+    bool send(const std::string& bytes);
+    HostCommand next(int timeoutMs = 5000);
+
+    bool reply(uint32_t id, const std::string& payload, uint16_t error = 0);
+    bool event(const std::string& compositePayload, uint32_t id = 0x7000);
+    // The answer an OpenJDK 17 VM gives to the commands of the opening
+    // sequence (8-byte ids, version 17, event request ids counting from 1);
+    // an empty reply to anything else.
+    bool answer(const HostCommand& command);
+    // Handshake, then answers until the opening sequence's Resume.
+    bool open();
+    // Answers every command until EOF or `quietMs` without one; `special`
+    // may take a command over (return true when it did).
+    void serve(const std::function<bool(const HostCommand&)>& special = nullptr, int quietMs = 10000);
+    // Stops sending (the host reads EOF) but keeps reading.
+    void shutdownWrite();
+
+private:
+    int fd_;
+    std::string pending_;
+    uint32_t nextRequestId_ = 1;
+};
+
+class FaultPeer {
+public:
+    using Script = std::function<void(PeerLink&, FaultPeer&)>;
+
+    explicit FaultPeer(Script script);
+    ~FaultPeer();
+    FaultPeer(const FaultPeer&) = delete;
+    FaultPeer& operator=(const FaultPeer&) = delete;
+
+    int port() const { return port_; }
+    bool scriptDone() const { return done_; }
+
+    // A flag the test raises and the script waits for (e.g. "stop waiting
+    // and close now").
+    void release();
+    bool waitReleased(int timeoutMs);
+
+private:
+    int listen_ = -1;
+    std::atomic<int> conn_{-1};
+    int port_ = 0;
+    std::atomic<bool> done_{false};
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    bool released_ = false;
+    std::thread thread_;
+};
+
+// Payload builders for the scripts (big-endian).
+std::string peerBe32(uint32_t v);
+std::string peerBe64(uint64_t v);
+std::string peerString(const std::string& s); // 4-byte length + bytes
+
+} // namespace jdwpkrvdbg::testing
