@@ -232,18 +232,26 @@ std::string Java::waitForLine(const std::string& text, int timeoutMs)
         const double left = (deadline - nowUs()) / 1000.0;
         if (left <= 0 || fd_ < 0)
             return std::string();
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, static_cast<int>(left) + 1) <= 0)
-            continue;
-        char buf[4096];
-        ssize_t n = ::read(fd_, buf, sizeof(buf));
-        if (n <= 0) {
-            ::close(fd_);
-            fd_ = -1;
-            continue;
-        }
-        output_.append(buf, static_cast<size_t>(n));
+        readSome(static_cast<int>(left) + 1);
     }
+}
+
+bool Java::readSome(int timeoutMs)
+{
+    if (fd_ < 0)
+        return false;
+    pollfd p{fd_, POLLIN, 0};
+    if (::poll(&p, 1, timeoutMs) <= 0)
+        return true;
+    char buf[4096];
+    ssize_t n = ::read(fd_, buf, sizeof(buf));
+    if (n <= 0) {
+        ::close(fd_);
+        fd_ = -1;
+        return false;
+    }
+    output_.append(buf, static_cast<size_t>(n));
+    return true;
 }
 
 std::string Java::readAll(int timeoutMs)
@@ -251,19 +259,8 @@ std::string Java::readAll(int timeoutMs)
     const double deadline = nowUs() + timeoutMs * 1000.0;
     while (fd_ >= 0) {
         const double left = (deadline - nowUs()) / 1000.0;
-        if (left <= 0)
+        if (left <= 0 || !readSome(static_cast<int>(left) + 1))
             break;
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, static_cast<int>(left) + 1) <= 0)
-            continue;
-        char buf[4096];
-        ssize_t n = ::read(fd_, buf, sizeof(buf));
-        if (n <= 0) {
-            ::close(fd_);
-            fd_ = -1;
-            break;
-        }
-        output_.append(buf, static_cast<size_t>(n));
     }
     std::string all;
     all.swap(output_);

@@ -40,6 +40,13 @@ public:
     pid_t pid() const { return pid_; }
 
 private:
+    // Appends what the process wrote within `timeoutMs`; false once its
+    // output is closed.
+    bool readSome(int timeoutMs);
+
+public:
+
+private:
     pid_t pid_ = -1;
     int fd_ = -1;
     std::string output_;
