@@ -94,6 +94,9 @@ struct Channel {
 std::mutex gStateMutex;
 std::shared_ptr<Channel> gListening;
 std::shared_ptr<Channel> gOpen;
+// Set by the exit handler before it tidies up. A channel published after
+// that (the agent listens again as the VM goes down) removes its own name.
+bool gExiting = false; // guarded by gStateMutex
 
 std::shared_ptr<Channel> openChannelRef()
 {
@@ -155,9 +158,15 @@ try {
             return fail(JDWPTRANSPORT_ERROR_OUT_OF_MEMORY, "out of memory for the listening address");
         }
     }
-    std::lock_guard<std::mutex> lock(gStateMutex);
-    gListening = std::move(channel);
-    return JDWPTRANSPORT_ERROR_NONE;
+    {
+        std::lock_guard<std::mutex> lock(gStateMutex);
+        if (!gExiting) {
+            gListening = std::move(channel);
+            return JDWPTRANSPORT_ERROR_NONE;
+        }
+    }
+    channel->shutDown();
+    return fail(JDWPTRANSPORT_ERROR_IO_ERROR, "the VM is exiting");
 } catch (...) {
     return fail(JDWPTRANSPORT_ERROR_OUT_OF_MEMORY, "out of memory while creating the channel");
 }
@@ -192,7 +201,7 @@ bool renewListening(std::shared_ptr<Channel>& channel, std::string& error)
     auto fresh = std::make_shared<Channel>(std::move(mapping), name);
     {
         std::lock_guard<std::mutex> lock(gStateMutex);
-        if (gListening == channel) {
+        if (gListening == channel && !gExiting) {
             gListening = fresh;
             channel = std::move(fresh);
             return true;
@@ -425,12 +434,12 @@ const jdwpTransportNativeInterface_ kInterface = {
 jdwpTransportEnv gEnv{&kInterface};
 
 // A VM that ends while listening (server=y listens again after every
-// session) would otherwise leave its name behind in /dev/shm.
+// session) would otherwise leave its name behind in /dev/shm. The lock is
+// only ever held for a few assignments, so waiting for it here is safe.
 void unlinkAtExit()
 {
-    std::unique_lock<std::mutex> lock(gStateMutex, std::try_to_lock);
-    if (!lock.owns_lock())
-        return;
+    std::lock_guard<std::mutex> lock(gStateMutex);
+    gExiting = true;
     if (gListening)
         gListening->endpoint.mapping().unlinkIfStillOurs(gListening->name);
     if (gOpen)
