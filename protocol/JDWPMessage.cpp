@@ -137,15 +137,20 @@ bool JDWPMessage::processMyData()
     const int32_t command = static_cast<int32_t>(myCommand);
     bool result = false;
 
-    if (set == CMDSET_VirtualMachine && command == VM_RESUME && myErrorCode == ERR_NONE) {
-        // The VM may report the next stop before its reply to the Resume
-        // that led there; such a late reply must not undo that stop.
+    if (set == CMDSET_VirtualMachine && (command == VM_RESUME || command == VM_SUSPEND)) {
+        // A reply still queued when the session ended must not bring a dead
+        // VM back; only a new connection does that.
         auto jvm = handler->myJVM();
-        if (!myRequestMessage || myRequestMessage->mySendStamp == jvm->stopSerial())
+        if (jvm->JVMState() == VMDead) {
+        } else if (command == VM_SUSPEND) {
+            // With or without an error, a suspend reply means the VM is suspended.
+            jvm->GoVMStateChange(VMSuspend, -1);
+        } else if (myErrorCode == ERR_NONE &&
+                   (!myRequestMessage || myRequestMessage->mySendStamp == jvm->stopSerial())) {
+            // The VM may report the next stop before its reply to the Resume
+            // that led there; such a late reply must not undo that stop.
             jvm->GoVMStateChange(VMRunning, -1);
-    } else if (set == CMDSET_VirtualMachine && command == VM_SUSPEND) {
-        // With or without an error, a suspend reply means the VM is suspended.
-        handler->myJVM()->GoVMStateChange(VMSuspend, -1);
+        }
     } else {
         // Held here: a decoder may wait synchronously and re-enter dispatch.
         std::shared_ptr<JDWPMessageData> container = myDataContainer();

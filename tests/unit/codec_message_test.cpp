@@ -210,15 +210,23 @@ TEST_F(MessageTest, ResumeAndSuspendRepliesChangeTheStateWithoutDecoding)
         VMState after;
     };
     // A resume reply with an error changes nothing; a suspend reply always
-    // means suspended.
+    // means suspended; once the VM is dead, neither revives it.
     const Step steps[] = {
         {VM_RESUME, 0, VMRunning},
         {VM_SUSPEND, 0, VMSuspend},
         {VM_RESUME, 13, VMSuspend},
         {VM_RESUME, 0, VMRunning},
         {VM_SUSPEND, 13, VMSuspend},
+        {-1, 0, VMDead},
+        {VM_RESUME, 0, VMDead},
+        {VM_SUSPEND, 0, VMDead},
     };
+    jvm->GoVMStateChange(VMSuspend, -1);
     for (const Step& s : steps) {
+        if (s.command < 0) {
+            jvm->GoVMStateChange(VMDead, -1);
+            continue;
+        }
         auto m = std::make_shared<JDWPMessage>();
         m->myFlags = 128;
         m->myCommandSet = CMDSET_VirtualMachine;
