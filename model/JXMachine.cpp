@@ -63,6 +63,15 @@ void JXMachine::cleanup()
     // events of the new VM would be resumed as the call's own.
     myInvokeInProcessMsg = 0;
     myStepInProcess = false;
+    // The entries outlive the VM, their requests do not: each one is
+    // registered afresh when its class is loaded in the new VM, and no
+    // request id of the old VM is ever sent to the new one.
+    for (const auto& bp : myBreakpoints) {
+        if (bp) {
+            bp->RequestEventID = 0;
+            bp->UsedByVM = false;
+        }
+    }
     myLastCleanupStamp = static_cast<int32_t>(GetTickCount());
 }
 

@@ -112,6 +112,11 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
     try {
         bDisconnecting = false;
         jvm->cleanup();
+        // What is left of the previous session goes first: a VM that reported
+        // its death may still be exiting, and the end of its connection or
+        // process, seen later, would otherwise end the new session.
+        JDWPCon_->CloseTransport();
+        JDWPCon_->KillProcess();
         const std::string commandLine = ReplaceAll(JVMParam, "%SharedName%", SharedName);
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();
