@@ -9,11 +9,10 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <cstdio>
 
 #include "FaultPeer.h"
-#include "ScriptedTransport.h"
 #include "LiveVM.h"
+#include "ScriptedTransport.h"
 
 using namespace jdwpkrvdbg;
 using namespace jdwpkrvdbg::testing;
@@ -21,11 +20,6 @@ using namespace jdwpkrvdbg::testing;
 namespace {
 
 enum class Outcome { KeepsWorking, EndsWithVMDead };
-
-const char* outcomeText(Outcome o)
-{
-    return o == Outcome::KeepsWorking ? "keeps working" : "ends cleanly with VMDead";
-}
 
 int64_t realMs()
 {
@@ -39,35 +33,37 @@ std::string composite(int policy, int kind, const std::string& body)
     return std::string(1, static_cast<char>(policy)) + peerBe32(1) + std::string(1, static_cast<char>(kind)) + body;
 }
 
-std::string classPrepare(uint64_t typeID, const std::string& signature)
-{
-    return composite(2, 8,
-                     peerBe32(7) + peerBe64(1) + std::string(1, '\x01') + peerBe64(typeID) + peerString(signature) +
-                         peerBe32(7));
-}
-
 struct Host {
-    std::shared_ptr<JDWPHandler> handler;
-    std::shared_ptr<EventLog> log;
-    std::shared_ptr<JXMachine> jvm;
+    std::shared_ptr<JDWPHandler> handler = JDWPHandler::create();
+    std::shared_ptr<EventLog> log = std::make_shared<EventLog>();
+    std::shared_ptr<JXMachine> jvm = handler->myJVM();
 
+    Host() { jvm->setEvents(log); }
+    ~Host()
+    {
+        jvm->setEvents(nullptr);
+        setCurrentHandler(nullptr);
+    }
     JDWPHandler::Msg version(int32_t waitMs = 4000)
     {
         return handler->sendSync(handler->myFactory()->createGetVersionMessage(), waitMs);
     }
-    // A synchronous call whose time-out is passed on a clock that moves 20 ms
-    // per pump pass; returns the reply and the waited time of that clock.
-    JDWPHandler::Msg unansweredCall(int32_t waitMs, uint32_t& waitedTicks, int64_t& realTaken)
+    // A Version call that gets no reply, on a clock that moves 20 ms per
+    // pump pass: it must give up after `waitMs` of that clock, at once in
+    // real time, and leave no call waiting.
+    void expectTimeOutOnTheClock(int32_t waitMs)
     {
         TickShift clock;
         const int idle = MessagePump::instance().addIdle([&clock] { clock.advance(20); });
         const uint32_t start = GetTickCount();
         const int64_t realStart = realMs();
-        auto reply = version(waitMs);
-        waitedTicks = GetTickCount() - start;
-        realTaken = realMs() - realStart;
+        EXPECT_EQ(version(waitMs), nullptr);
+        const uint32_t waited = GetTickCount() - start;
+        EXPECT_LT(realMs() - realStart, 2000);
         MessagePump::instance().removeIdle(idle);
-        return reply;
+        EXPECT_GE(waited, static_cast<uint32_t>(waitMs)) << "gave up before its time-out";
+        EXPECT_LE(waited, static_cast<uint32_t>(waitMs + 200)) << "waited past its time-out";
+        EXPECT_EQ(handler->pendingSyncCount(), 0u);
     }
 };
 
@@ -77,10 +73,16 @@ struct Row {
     FaultPeer::Script peer;
     std::function<void(Host&, FaultPeer&)> host;
     Outcome outcome;
-    const char* debugText; // a progress line the row must show ("" for none)
+    const char* debugText = ""; // a progress line the row must show
 };
 
-// Answers the opening, then serves with `special` taking over commands.
+bool isVersion(const HostCommand& c)
+{
+    return c.set == 1 && c.cmd == 1;
+}
+
+// Answers the opening, runs `afterOpen`, then serves with `special` taking
+// over commands.
 FaultPeer::Script serving(std::function<bool(PeerLink&, const HostCommand&)> special,
                           std::function<void(PeerLink&)> afterOpen = nullptr)
 {
@@ -93,15 +95,36 @@ FaultPeer::Script serving(std::function<bool(PeerLink&, const HostCommand&)> spe
     };
 }
 
-bool isVersion(const HostCommand& c)
+FaultPeer::Script afterOpen(std::function<void(PeerLink&)> action)
 {
-    return c.set == 1 && c.cmd == 1;
+    return serving(nullptr, std::move(action));
+}
+
+// Serves, with `onVersion` taking over the first Version command.
+FaultPeer::Script onFirstVersion(std::function<void(PeerLink&, const HostCommand&)> onVersion)
+{
+    return [onVersion](PeerLink& link, FaultPeer& peer) {
+        bool done = false;
+        serving([&](PeerLink& l, const HostCommand& c) {
+            if (!isVersion(c) || done)
+                return false;
+            done = true;
+            onVersion(l, c);
+            return true;
+        })(link, peer);
+    };
+}
+
+void expectTheVMNameAgain(Host& host)
+{
+    host.jvm->VMName.clear();
+    ASSERT_NE(host.version(), nullptr);
+    EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
 }
 
 std::vector<Row> faultRows()
 {
     std::vector<Row> rows;
-
     rows.push_back({"garbage instead of the handshake", false,
                     [](PeerLink& link, FaultPeer&) {
                         link.readHandshake();
@@ -109,7 +132,6 @@ std::vector<Row> faultRows()
                         link.serve();
                     },
                     nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length"});
-
     rows.push_back({"no handshake at all (4000 ms passed on the clock)", false,
                     [](PeerLink& link, FaultPeer& peer) {
                         link.readHandshake();
@@ -121,84 +143,54 @@ std::vector<Row> faultRows()
                         pumpUntil([&] { return host.jvm->JVMState() == VMDead; }, 3000);
                     },
                     Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... no handshake from the VM"});
-
-    rows.push_back({"EOF after the 11-byte header of a reply", true,
-                    serving([](PeerLink& link, const HostCommand& c) {
-                        if (!isVersion(c))
-                            return false;
-                        link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3));
+    rows.push_back({"EOF inside the header of the first reply", false,
+                    [](PeerLink& link, FaultPeer&) {
+                        if (!link.readHandshake() || !link.send("JDWP-Handshake") || !link.next().valid)
+                            return;
+                        link.send(std::string("\x00\x00\x00\x1f\x00\x00\x00\x01\x80\x00", 10));
                         link.shutdownWrite();
-                        return true;
-                    }),
-                    [](Host& host, FaultPeer&) {
-                        const int64_t start = realMs();
-                        EXPECT_EQ(host.version(4000), nullptr);
-                        EXPECT_LT(realMs() - start, 3000) << "the call ends with the connection";
+                        link.serve();
                     },
-                    Outcome::EndsWithVMDead, ""});
-
-    rows.push_back({"EOF in the middle of a reply body", true,
-                    serving([](PeerLink& link, const HostCommand& c) {
-                        if (!isVersion(c))
-                            return false;
-                        link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3) +
-                                  peerString("Java"));
-                        link.shutdownWrite();
-                        return true;
-                    }),
-                    [](Host& host, FaultPeer&) {
-                        const int64_t start = realMs();
-                        EXPECT_EQ(host.version(4000), nullptr);
-                        EXPECT_LT(realMs() - start, 3000);
-                    },
-                    Outcome::EndsWithVMDead, ""});
-
+                    nullptr, Outcome::EndsWithVMDead});
+    // The Version reply cut short by EOF: the waiting call ends with the
+    // connection, not with its time-out.
+    for (const auto& [name, partial] : std::vector<std::pair<const char*, std::string>>{
+             {"EOF after the 11-byte header of a reply", ""}, {"EOF in the middle of a reply body", "\0\0\0\x04Java"}})
+        rows.push_back({name, true,
+                        onFirstVersion([partial = partial](PeerLink& link, const HostCommand& c) {
+                            link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3) + partial);
+                            link.shutdownWrite();
+                        }),
+                        [](Host& host, FaultPeer&) {
+                            const int64_t start = realMs();
+                            EXPECT_EQ(host.version(4000), nullptr);
+                            EXPECT_LT(realMs() - start, 3000) << "the call ends with the connection";
+                        },
+                        Outcome::EndsWithVMDead});
     rows.push_back({"a length field below 11", true,
-                    serving(nullptr,
-                            [](PeerLink& link) {
-                                link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11));
-                            }),
+                    afterOpen([](PeerLink& link) { link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11)); }),
                     nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 5"});
-
-    rows.push_back({"a length field of 2 GB", true,
-                    serving(nullptr,
-                            [](PeerLink& link) {
-                                link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) +
-                                          std::string(4096, 'x'));
-                            }),
-                    nullptr, Outcome::EndsWithVMDead,
-                    " *** JDWP-Connection failed ... malformed packet length 2147483648"});
-
+    rows.push_back({"a length field of 2 GB", true, afterOpen([](PeerLink& link) {
+                        link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) + std::string(4096, 'x'));
+                    }),
+                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 2147483648"});
     rows.push_back({"a reply with an unknown id", true,
-                    serving(nullptr,
-                            [](PeerLink& link) { link.reply(0x7777, peerBe32(1) + peerBe64(5)); }),
+                    afterOpen([](PeerLink& link) { link.reply(0x7777, peerBe32(1) + peerBe64(5)); }),
                     [](Host& host, FaultPeer&) {
                         // Taken on its own (a reply nobody asked for drops the
                         // buffer it arrives in, by design).
                         ASSERT_TRUE(pumpUntil([&] {
-                            for (const auto& l : host.handler->history().lines())
-                                if (l.rfind("<- id=30583", 0) == 0)
-                                    return true;
-                            return false;
+                            const auto lines = host.handler->history().lines();
+                            return std::any_of(lines.begin(), lines.end(),
+                                               [](const std::string& l) { return l.rfind("<- id=30583", 0) == 0; });
                         }, 5000)) << host.handler->history().dump();
                     },
-                    Outcome::KeepsWorking, ""});
-
-    rows.push_back({"a duplicate reply", true,
-                    serving([](PeerLink& link, const HostCommand& c) {
-                        if (!isVersion(c))
-                            return false;
+                    Outcome::KeepsWorking});
+    rows.push_back({"a duplicate reply", true, onFirstVersion([](PeerLink& link, const HostCommand& c) {
                         link.answer(c);
                         link.answer(c);
-                        return true;
                     }),
-                    [](Host& host, FaultPeer&) {
-                        host.jvm->VMName.clear();
-                        ASSERT_NE(host.version(), nullptr);
-                        EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
-                    },
-                    Outcome::KeepsWorking, ""});
-
+                    [](Host& host, FaultPeer&) { expectTheVMNameAgain(host); }, Outcome::KeepsWorking});
     rows.push_back({"replies out of order", true,
                     [](PeerLink& link, FaultPeer&) {
                         if (!link.open())
@@ -206,17 +198,15 @@ std::vector<Row> faultRows()
                         HostCommand held;
                         bool swapped = false;
                         link.serve([&](const HostCommand& c) {
-                            if (isVersion(c) && !held.valid && !swapped) {
+                            if (swapped)
+                                return false;
+                            if (isVersion(c) && !held.valid)
                                 held = c;
-                                return true;
-                            }
-                            if (c.set == 1 && c.cmd == 4 && held.valid && !swapped) {
-                                link.answer(c);
-                                link.answer(held);
-                                swapped = true;
-                                return true;
-                            }
-                            return false;
+                            else if (c.set == 1 && c.cmd == 4 && held.valid)
+                                swapped = link.answer(c) && link.answer(held);
+                            else
+                                return false;
+                            return true;
                         });
                     },
                     [](Host& host, FaultPeer&) {
@@ -230,72 +220,39 @@ std::vector<Row> faultRows()
                         EXPECT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty(); }, 5000));
                         EXPECT_EQ(host.handler->pendingSentCount(), 0u);
                     },
-                    Outcome::KeepsWorking, ""});
-
+                    Outcome::KeepsWorking});
     rows.push_back({"an error code in a reply", true,
                     serving([](PeerLink& link, const HostCommand& c) {
-                        if (!(c.set == 1 && c.cmd == 4))
-                            return false;
-                        link.reply(c.id, "", 20);
-                        return true;
+                        return c.set == 1 && c.cmd == 4 && link.reply(c.id, "", 20);
                     }),
                     [](Host& host, FaultPeer&) {
-                        auto reply =
-                            host.handler->sendSync(host.handler->myFactory()->createGetThreadsMessage(), 4000);
+                        auto reply = host.handler->sendSync(host.handler->myFactory()->createGetThreadsMessage(), 4000);
                         ASSERT_NE(reply, nullptr);
                         EXPECT_NE(reply->myErrorCode, ERR_NONE);
                     },
-                    Outcome::KeepsWorking, ""});
-
+                    Outcome::KeepsWorking});
     rows.push_back({"no reply at all (the call runs out of time)", true,
-                    [](PeerLink& link, FaultPeer&) {
-                        if (!link.open())
-                            return;
-                        bool ignored = false;
-                        link.serve([&](const HostCommand& c) {
-                            if (!isVersion(c) || ignored)
-                                return false;
-                            ignored = true;
-                            return true;
-                        });
-                    },
-                    [](Host& host, FaultPeer&) {
-                        uint32_t waited = 0;
-                        int64_t realTaken = 0;
-                        EXPECT_EQ(host.unansweredCall(4000, waited, realTaken), nullptr);
-                        EXPECT_GE(waited, 4000u) << "gave up before its time-out";
-                        EXPECT_LE(waited, 4200u) << "waited past its time-out";
-                        EXPECT_LT(realTaken, 2000);
-                        EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
-                    },
-                    Outcome::KeepsWorking, ""});
-
+                    onFirstVersion([](PeerLink&, const HostCommand&) {}),
+                    [](Host& host, FaultPeer&) { host.expectTimeOutOnTheClock(4000); }, Outcome::KeepsWorking});
     rows.push_back({"a composite event while a synchronous call waits", true,
-                    serving([](PeerLink& link, const HostCommand& c) {
-                        if (!isVersion(c))
-                            return false;
-                        link.event(classPrepare(0x4242, "LOther;"));
+                    onFirstVersion([](PeerLink& link, const HostCommand& c) {
+                        // A class-prepare event for type 0x4242 "LOther;".
+                        link.event(composite(2, 8, peerBe32(7) + peerBe64(1) + std::string(1, '\x01') +
+                                                       peerBe64(0x4242) + peerString("LOther;") + peerBe32(7)));
                         link.answer(c);
-                        return true;
                     }),
                     [](Host& host, FaultPeer&) {
-                        host.jvm->VMName.clear();
-                        ASSERT_NE(host.version(), nullptr);
-                        EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
+                        expectTheVMNameAgain(host);
                         auto cls = host.jvm->getClassByID(0x4242, false);
                         ASSERT_NE(cls, nullptr) << "the event was decoded during the wait";
                         EXPECT_EQ(cls->ClassName(), "Other");
                     },
-                    Outcome::KeepsWorking, ""});
-
-    rows.push_back({"VM_DEATH followed by EOF", false,
-                    serving(nullptr,
-                            [](PeerLink& link) {
-                                link.event(composite(0, 99, peerBe32(0)));
-                                link.shutdownWrite();
-                            }),
-                    nullptr, Outcome::EndsWithVMDead, ""});
-
+                    Outcome::KeepsWorking});
+    rows.push_back({"VM_DEATH followed by EOF", false, afterOpen([](PeerLink& link) {
+                        link.event(composite(0, 99, peerBe32(0)));
+                        link.shutdownWrite();
+                    }),
+                    nullptr, Outcome::EndsWithVMDead});
     rows.push_back({"a peer that stops reading", true,
                     [](PeerLink& link, FaultPeer& peer) {
                         if (link.open())
@@ -309,17 +266,11 @@ std::vector<Row> faultRows()
                         for (int i = 0; i < 16; ++i)
                             host.handler->sendAsync(host.handler->myFactory()->createClassRedefineMessage(1, classBytes));
                         EXPECT_LT(realMs() - start, 2000) << "a send blocked the host";
-                        uint32_t waited = 0;
-                        int64_t realTaken = 0;
-                        EXPECT_EQ(host.unansweredCall(1000, waited, realTaken), nullptr);
-                        EXPECT_LE(waited, 1200u);
-                        EXPECT_LT(realTaken, 2000);
+                        host.expectTimeOutOnTheClock(1000);
                         EXPECT_TRUE(host.handler->isConnected());
-                        // The peer gives up: the session ends.
-                        peer.release();
+                        peer.release(); // the peer gives up: the session ends
                     },
-                    Outcome::EndsWithVMDead, ""});
-
+                    Outcome::EndsWithVMDead});
     return rows;
 }
 
@@ -329,53 +280,36 @@ TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
 {
     const Row row = faultRows()[GetParam()];
     Host host;
-    host.handler = JDWPHandler::create();
-    host.log = std::make_shared<EventLog>();
-    host.jvm = host.handler->myJVM();
-    host.jvm->setEvents(host.log);
-    {
-        FaultPeer peer(row.peer);
-        ASSERT_TRUE(
-            host.handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
-        if (row.opens) {
-            ASSERT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty() && host.jvm->JVMState() == VMRunning; }))
-                << host.handler->history().dump();
-        }
-        if (row.host)
-            row.host(host, peer);
-
-        if (row.outcome == Outcome::KeepsWorking) {
-            host.jvm->VMName.clear();
-            EXPECT_NE(host.version(), nullptr) << host.handler->history().dump();
-            EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
-            EXPECT_TRUE(host.handler->isConnected());
-            EXPECT_NE(host.jvm->JVMState(), VMDead);
-        } else {
-            EXPECT_TRUE(pumpUntil([&] { return host.jvm->JVMState() == VMDead && !host.handler->isConnected(); },
-                                  6000))
-                << host.handler->history().dump();
-            EXPECT_NE(std::find(host.log->lines.begin(), host.log->lines.end(), "CloseConnection"),
-                      host.log->lines.end());
-        }
-        if (*row.debugText) {
-            EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();
-        }
-        EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
-        std::printf("fault matrix | %-52s | %s\n", row.name, HasFailure() ? "FAILED" : outcomeText(row.outcome));
-        host.handler->Disconnect();
+    FaultPeer peer(row.peer);
+    ASSERT_TRUE(host.handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
+    if (row.opens) {
+        ASSERT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty() && host.jvm->JVMState() == VMRunning; }))
+            << host.handler->history().dump();
     }
-    host.jvm->setEvents(nullptr);
-    host.jvm.reset();
-    host.handler.reset();
-    setCurrentHandler(nullptr);
+    if (row.host)
+        row.host(host, peer);
+    if (row.outcome == Outcome::KeepsWorking) {
+        expectTheVMNameAgain(host);
+        EXPECT_TRUE(host.handler->isConnected());
+        EXPECT_NE(host.jvm->JVMState(), VMDead);
+    } else {
+        EXPECT_TRUE(pumpUntil([&] { return host.jvm->JVMState() == VMDead && !host.handler->isConnected(); }, 6000))
+            << host.handler->history().dump();
+        const auto& lines = host.log->lines;
+        EXPECT_NE(std::find(lines.begin(), lines.end(), "CloseConnection"), lines.end());
+    }
+    if (*row.debugText) {
+        EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();
+    }
+    EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
+    host.handler->Disconnect();
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, FaultPeerMatrix, ::testing::Range<size_t>(0, faultRows().size()),
                          [](const ::testing::TestParamInfo<size_t>& info) {
-                             std::string name;
-                             for (char c : std::string(faultRows()[info.param].name))
-                                 if (std::isalnum(static_cast<unsigned char>(c)))
-                                     name += c;
+                             std::string name = faultRows()[info.param].name;
+                             auto notAlnum = [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); };
+                             name.erase(std::remove_if(name.begin(), name.end(), notAlnum), name.end());
                              return name;
                          });
 
@@ -396,9 +330,7 @@ TEST(FaultPeerPieces, AHandshakeInPiecesIsTakenWhenWhole)
         auto handler = JDWPHandler::create();
         auto transport = std::make_shared<ScriptedTransport>();
         handler->setTransportFactory([transport] { return std::static_pointer_cast<JDWPCon>(transport); });
-        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true))
-            << transport->socketConnects.size() << " " << transport->connectedFlag << " " << transport->closeCount << " "
-            << handler->history().dump();
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true)) << handler->history().dump();
         ASSERT_EQ(transport->sent.size(), 1u);
         for (const auto& piece : pieces)
             transport->raiseReceive(piece);

@@ -1,19 +1,19 @@
 // A real VM killed with SIGKILL at the worst moments, over the socket and
-// the shared-memory transport: while a synchronous request waits for its
-// reply, while a step is under way, and while getValue waits for the VM to
-// run a property getter. Each time the host sees VMDead, the call that was
-// waiting returns no later than its time-out (in fact as soon as the
-// connection drops), and the same handler and session objects then start
-// and run the next VM normally.
-#include <gtest/gtest.h>
-
+// the shared-memory transport (our dt_shmem library): while a synchronous
+// request waits for its reply, while a step is under way, and while getValue
+// waits for the VM to run a property getter. Each time the host sees VMDead,
+// the call that was waiting returns no later than its time-out (in fact as
+// soon as the connection drops), and the same handler and session objects
+// then start and run the next VM normally to its end. Either way no shared
+// memory segment is left behind.
 #include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 
-#include "LiveVM.h"
+#include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
 using namespace jdwpkrvdbg::testing;
@@ -41,111 +41,75 @@ bool processStopped(pid_t pid)
     return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'T';
 }
 
-int soakLine(const std::string& marker)
-{
-    return lineOf("tests/java/Soak.java", "// " + marker);
-}
-
-// Runs `action` once, from inside the next pump pass for which `when` is
-// true (that is, from inside whatever call is waiting then).
-class DuringWait {
-public:
-    DuringWait(std::function<bool()> when, std::function<void()> action)
-        : when_(std::move(when)), action_(std::move(action))
+// Kills `pid` once, from inside the next pump pass for which `when` is true
+// (that is, from inside whatever call is waiting then).
+struct KillDuringWait {
+    KillDuringWait(pid_t pid, std::function<bool()> when)
     {
-        id_ = MessagePump::instance().addIdle([this] {
-            if (fired_ || !when_())
+        id = MessagePump::instance().addIdle([this, pid, when] {
+            if (fired || !when())
                 return;
-            fired_ = true;
-            action_();
+            fired = true;
+            ::kill(pid, SIGKILL);
         });
     }
-    ~DuringWait() { MessagePump::instance().removeIdle(id_); }
-    bool fired() const { return fired_; }
-
-private:
-    std::function<bool()> when_;
-    std::function<void()> action_;
-    bool fired_ = false;
-    int id_ = 0;
+    ~KillDuringWait() { MessagePump::instance().removeIdle(id); }
+    bool fired = false;
+    int id = 0;
 };
 
-class LiveFaults : public ::testing::TestWithParam<bool> {
+class LiveFaults : public LiveSessionTest, public ::testing::WithParamInterface<bool> {
 protected:
     bool shmem() const { return GetParam(); }
-
-    void SetUp() override
+    bool start(const std::string& program)
     {
-        handler = JDWPHandler::create();
-        log = std::make_shared<EventLog>();
-        jvm = handler->myJVM();
-        jvm->setEvents(log);
-        jvm->setTargetClassName({"Soak", "Slow", "TestHello"});
-        handler->bRemoteConnection = !shmem();
+        if (!shmem())
+            return launch(program);
+        static int counter = 0;
+        sharedName = "krvfault-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+        return launchShmem(sharedName, program);
     }
-    void TearDown() override
-    {
-        handler->Disconnect();
-        jvm->setEvents(nullptr);
-        jvm.reset();
-        handler.reset();
-        setCurrentHandler(nullptr);
-    }
-
-    bool launch(const std::string& program)
-    {
-        if (shmem()) {
-            static int counter = 0;
-            const std::string name =
-                "krvfault-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
-            return handler->startVM(javaPath(),
-                                    "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=y -cp " +
-                                        testsClassPath() + " " + program,
-                                    name, false, true);
-        }
-        const int port = freeTcpPort();
-        return handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " " + program, "", false,
-                                true, 0, "127.0.0.1", std::to_string(port), true);
-    }
-
     // Launches Soak and waits for the stop before the minute-long call.
     void stopBeforeSlowCall()
     {
-        jvm->addBreakpoint("Soak", soakLine("@soak-slow-call"));
-        ASSERT_TRUE(launch("Soak 3")) << handler->history().dump();
-        ASSERT_TRUE(pumpUntil([&] { return !log->stops.empty(); }, 20000)) << handler->history().dump();
-        ASSERT_EQ(log->stops.back().line, soakLine("@soak-slow-call"));
+        jvm->setTargetClassName({"Soak", "Slow", "TestHello"});
+        jvm->addBreakpoint("Soak", slowCall);
+        ASSERT_TRUE(start("Soak 3")) << dump();
+        ASSERT_TRUE(waitStop(0, 20000)) << dump();
+        ASSERT_EQ(lastStop().line, slowCall);
         pid = handler->getProcessID();
         ASSERT_GT(pid, 0);
     }
-
-    void expectDeadSoon()
+    // The VM is seen dead at once, then the same handler and session objects
+    // run the next VM from start to end, with no stop on the way.
+    void expectDeadSoonThenTheNextSessionRuns()
     {
-        const int64_t start = realMs();
+        const int64_t begin = realMs();
         EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 10000))
-            << handler->history().dump();
-        EXPECT_LT(realMs() - start, 5000);
+            << dump();
+        EXPECT_LT(realMs() - begin, 5000);
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
-    }
-
-    // The same handler and session objects run the next VM from start to end.
-    void expectNextSessionWorks()
-    {
-        jvm->removeBreakpoint("Soak", soakLine("@soak-slow-call"));
+        if (shmem()) {
+            EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + sharedName));
+        }
+        jvm->removeBreakpoint("Soak", slowCall);
         jvm->VMName.clear();
         log->console.clear();
         const size_t stops = log->stops.size();
-        ASSERT_TRUE(launch("TestHello")) << handler->history().dump();
+        ASSERT_TRUE(start("TestHello")) << dump();
         EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !log->console.empty(); }, 20000))
-            << handler->history().dump();
-        EXPECT_NE(jvm->VMName.find("OpenJDK"), std::string::npos) << handler->history().dump();
+            << dump();
+        if (shmem()) {
+            EXPECT_TRUE(log->sawDebug(" *** Connect [SHMem] " + sharedName));
+            EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + sharedName));
+        }
+        EXPECT_NE(jvm->VMName.find("OpenJDK"), std::string::npos) << dump();
         EXPECT_NE(log->console.find("Hello from the debuggee"), std::string::npos) << log->console;
         EXPECT_EQ(log->stops.size(), stops);
     }
 
-    std::shared_ptr<JDWPHandler> handler;
-    std::shared_ptr<EventLog> log;
-    std::shared_ptr<JXMachine> jvm;
+    const int slowCall = lineOf("tests/java/Soak.java", "// @soak-slow-call");
+    std::string sharedName;
     pid_t pid = 0;
 };
 
@@ -156,28 +120,23 @@ TEST_P(LiveFaults, KilledDuringASynchronousRequest)
     // inside the wait.
     ::kill(pid, SIGSTOP);
     ASSERT_TRUE(pumpUntil([&] { return processStopped(pid); }, 5000));
-    DuringWait killer([] { return true; }, [this] { ::kill(pid, SIGKILL); });
-    const int64_t start = realMs();
-    auto reply = handler->sendSync(handler->myFactory()->createGetThreadsMessage(), kCallTimeoutMs);
-    const int64_t taken = realMs() - start;
-    EXPECT_TRUE(killer.fired());
-    EXPECT_EQ(reply, nullptr);
-    EXPECT_LT(taken, kCallTimeoutMs + kSlackMs);
-    expectDeadSoon();
-    expectNextSessionWorks();
+    KillDuringWait killer(pid, [] { return true; });
+    const int64_t begin = realMs();
+    EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetThreadsMessage(), kCallTimeoutMs), nullptr);
+    EXPECT_LT(realMs() - begin, kCallTimeoutMs + kSlackMs);
+    EXPECT_TRUE(killer.fired);
+    expectDeadSoonThenTheNextSessionRuns();
 }
 
 TEST_P(LiveFaults, KilledDuringAStep)
 {
     stopBeforeSlowCall();
-    const size_t stops = log->stops.size();
     // Over a call that sleeps for a minute: the step cannot end by itself.
-    ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << handler->history().dump();
+    ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << dump();
     ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMRunning; }, 5000));
     ::kill(pid, SIGKILL);
-    expectDeadSoon();
-    EXPECT_EQ(log->stops.size(), stops);
-    expectNextSessionWorks();
+    expectDeadSoonThenTheNextSessionRuns();
+    EXPECT_EQ(log->stops.size(), 1u) << "the step never ended";
 }
 
 TEST_P(LiveFaults, KilledWhileGetValueRunsAGetter)
@@ -186,25 +145,20 @@ TEST_P(LiveFaults, KilledWhileGetValueRunsAGetter)
     // Killed once the invocation of the minute-long getter has gone out.
     auto invoking = [this] {
         const auto lines = handler->history().lines();
-        for (auto it = lines.rbegin(); it != lines.rend(); ++it)
-            if (it->rfind("->", 0) == 0 && it->find(" 9/6 ") != std::string::npos)
-                return true;
-        return false;
+        return std::any_of(lines.rbegin(), lines.rend(), [](const std::string& l) {
+            return l.rfind("->", 0) == 0 && l.find(" 9/6 ") != std::string::npos;
+        });
     };
-    DuringWait killer(invoking, [this] { ::kill(pid, SIGKILL); });
-    const int64_t start = realMs();
+    KillDuringWait killer(pid, invoking);
+    const int64_t begin = realMs();
     const std::string value = jvm->getValue("slow.title");
-    const int64_t taken = realMs() - start;
-    EXPECT_TRUE(killer.fired()) << handler->history().dump();
+    EXPECT_LT(realMs() - begin, kCallTimeoutMs + kSlackMs) << value;
+    EXPECT_TRUE(killer.fired) << dump();
     EXPECT_EQ(value.find("late"), std::string::npos) << value;
-    EXPECT_LT(taken, kCallTimeoutMs + kSlackMs) << value;
-    expectDeadSoon();
-    expectNextSessionWorks();
+    expectDeadSoonThenTheNextSessionRuns();
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, LiveFaults, ::testing::Values(false, true),
-                         [](const ::testing::TestParamInfo<bool>& info) {
-                             return info.param ? std::string("SharedMemory") : std::string("Socket");
-                         });
+                         [](const auto& info) { return info.param ? "SharedMemory" : "Socket"; });
 
 } // namespace

@@ -1,8 +1,8 @@
 // krvdbg end to end: the program is run as a child with --json and a script,
 // against the demo program of examples/demo, and the JSON lines it writes
 // are checked: stops, values, steps, the stack, console text, the exception
-// stop and the end; the failures that end it with a non-zero status; and
-// malformed commands that must not end the session.
+// stop and the end; malformed commands that must not end the session; and
+// the failures that end it with a non-zero status.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -19,63 +19,28 @@ using nlohmann::json;
 
 namespace {
 
-constexpr int kRunTimeoutMs = 90000;
 const std::string kShop = "examples/demo/Shop.java";
 const std::string kCart = "examples/demo/Cart.java";
-
-std::string krvdbgPath()
-{
-    return std::string(JDWPKRVDBG_BUILD_DIR) + "/tools/krvdbg";
-}
-
-// A script file that is removed again when the test ends.
-class ScriptFile {
-public:
-    explicit ScriptFile(const std::string& text)
-    {
-        char name[] = "/tmp/krvdbg-test-XXXXXX";
-        const int fd = ::mkstemp(name);
-        if (fd >= 0)
-            ::close(fd);
-        path_ = name;
-        std::ofstream(path_) << text;
-    }
-    ~ScriptFile() { std::remove(path_.c_str()); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 struct KrvdbgRun {
     int status = -1;
     std::string output; // stdout and stderr as they came
     std::vector<json> lines;
 
-    // The outcome objects of the commands, in order.
-    std::vector<json> commands() const
+    // The outcome objects of the commands, in order (all of them, or those
+    // of `command`).
+    std::vector<json> commands(const std::string& command = "") const
     {
         std::vector<json> out;
         for (const auto& j : lines)
-            if (j.contains("command"))
+            if (j.contains("command") && (command.empty() || j["command"] == command))
                 out.push_back(j);
         return out;
     }
-    // The first outcome of `command`.
     json command(const std::string& command) const
     {
-        for (const auto& c : commands())
-            if (c["command"] == command)
-                return c;
-        return json();
-    }
-    json lastCommand(const std::string& command) const
-    {
-        json found;
-        for (const auto& c : commands())
-            if (c["command"] == command)
-                found = c;
-        return found;
+        const auto all = commands(command);
+        return all.empty() ? json() : all.front();
     }
     std::vector<json> events(const std::string& name) const
     {
@@ -96,28 +61,29 @@ struct KrvdbgRun {
 
 KrvdbgRun runKrvdbg(const std::vector<std::string>& options, const std::string& script)
 {
-    ScriptFile file(script);
-    std::vector<std::string> argv{krvdbgPath(), "--json", "--script", file.path()};
+    char path[] = "/tmp/krvdbg-test-XXXXXX";
+    const int fd = ::mkstemp(path);
+    if (fd >= 0)
+        ::close(fd);
+    std::ofstream(path) << script;
+    std::vector<std::string> argv{std::string(JDWPKRVDBG_BUILD_DIR) + "/tools/krvdbg", "--json", "--script", path};
     argv.insert(argv.end(), options.begin(), options.end());
     ChildProcess child(argv, {"JDWPKRVDBG_SHMEM_DIR=" + shmemLibraryDir()});
     KrvdbgRun run;
-    run.status = child.wait(kRunTimeoutMs);
+    run.status = child.wait(90000);
     // The rest of the output, up to the end of the pipe.
     child.waitForLine("\x01 never printed", 5000);
+    std::remove(path);
     run.output = child.output();
-    size_t start = 0;
-    while (start < run.output.size()) {
-        size_t end = run.output.find('\n', start);
-        if (end == std::string::npos)
-            end = run.output.size();
+    for (size_t start = 0, end = 0; start < run.output.size(); start = end + 1) {
+        end = std::min(run.output.find('\n', start), run.output.size());
         const std::string line = run.output.substr(start, end - start);
-        if (!line.empty() && line.front() == '{') {
-            json j = json::parse(line, nullptr, false);
-            EXPECT_FALSE(j.is_discarded()) << "not JSON: " << line;
-            if (!j.is_discarded())
-                run.lines.push_back(j);
-        }
-        start = end + 1;
+        if (line.empty() || line.front() != '{')
+            continue;
+        json j = json::parse(line, nullptr, false);
+        EXPECT_FALSE(j.is_discarded()) << "not JSON: " << line;
+        if (!j.is_discarded())
+            run.lines.push_back(j);
     }
     return run;
 }
@@ -127,7 +93,6 @@ std::vector<std::string> demoOptions(const std::string& mainClass = "demo.Shop")
     return {"--quiet", "-cp", examplesClassPath(), "--java", javaPath(), mainClass};
 }
 
-
 bool stoppedAt(const json& outcome, const std::string& cls, int line)
 {
     const json& r = outcome["result"];
@@ -135,43 +100,45 @@ bool stoppedAt(const json& outcome, const std::string& cls, int line)
            r.value("LineNr", -1) == line;
 }
 
-TEST(Krvdbg, TheDemoSessionStopsStepsShowsValuesAndRunsToTheEnd)
+TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsToTheEnd)
 {
     const int store = lineOf(kCart, "@cart-store");
     const int throwLine = lineOf(kCart, "@cart-throw");
-    const int added = lineOf(kShop, "@shop-added");
-    ASSERT_GT(store, 0);
-    const std::string script = "stop at demo.Cart:" + std::to_string(store) +
-                               "\n"
-                               "run\n"
-                               "where\n"
-                               "locals\n"
-                               "print item.name\n"
-                               "next\n"
-                               "next\n"
-                               "print this.count\n"
-                               "stop in demo.Shop.fill+32\n"
-                               "clear demo.Cart:" +
-                               std::to_string(store) +
-                               "\n"
-                               "cont\n"
-                               "print cart.total\n"
-                               "clear demo.Shop.fill+32\n"
-                               "cont\n"
-                               "print item.name\n"
-                               "cont\n";
-    const KrvdbgRun run = runKrvdbg(demoOptions(), script);
+    const std::string stopAt = "stop at demo.Cart:" + std::to_string(store);
+    // Malformed commands say what is expected, and the session goes on.
+    const std::vector<std::pair<std::string, std::string>> bad{
+        {"frobnicate", "unknown command 'frobnicate'"}, {"stop at demo.Cart", "stop at CLASS:LINE"},
+        {"stop at demo.Cart:zero", "stop at CLASS:LINE"}, {"stop in getPrice", "stop in CLASS.METHOD"},
+        {"stop near demo.Cart:3", "stop at CLASS:LINE"}, {"print", "print NAME"}, {"print a = b", "print NAME"},
+        {"cont", "not running yet"}, {"step", "not running yet"}, {"where", "not running yet"},
+        {"wait soon", "wait [MILLISECONDS]"}, {"clear demo.Cart:99", "no breakpoint at demo.Cart:99"},
+        {"redefine demo.Cart", "redefine CLASS FILE.class"}, {"next now", "next takes no arguments"},
+    };
+    std::string script;
+    for (const auto& b : bad)
+        script += b.first + "\n";
+    script += stopAt + "\nrun\nrun\nwhere\nlocals\nprint item.name\nprint item.nosuchfield\nnext\nnext\n"
+             "print this.count\nstop in demo.Shop.fill+32\nclear " + stopAt.substr(8) +
+             "\ncont\nprint cart.total\nclear demo.Shop.fill+32\ncont\nprint item.name\ncont\n";
+    KrvdbgRun run = runKrvdbg(demoOptions(), script);
     ASSERT_EQ(run.status, 0) << run.output;
-    for (const auto& c : run.commands())
-        EXPECT_FALSE(c.contains("error")) << c.dump();
+    auto commands = run.commands();
+    ASSERT_GT(commands.size(), bad.size()) << run.output;
+    for (size_t i = 0; i < bad.size(); ++i) {
+        EXPECT_EQ(commands[i]["command"], bad[i].first);
+        EXPECT_NE(commands[i].value("error", "").find(bad[i].second), std::string::npos) << commands[i].dump();
+    }
+    run.lines.erase(run.lines.begin(), std::find(run.lines.begin(), run.lines.end(), commands[bad.size()]));
+    commands = run.commands();
+    for (const auto& c : commands)
+        EXPECT_EQ(c.contains("error"), c == run.commands("run").back()) << c.dump();
+    EXPECT_NE(run.commands("run").back().value("error", "").find("already running"), std::string::npos);
 
     // The breakpoint was set before the class was loaded and hit later.
-    EXPECT_EQ(run.command("stop at demo.Cart:" + std::to_string(store))["result"]["registered"], false);
+    EXPECT_EQ(run.command(stopAt)["result"]["registered"], false);
     EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.command("run").dump();
     const auto stops = run.events("Breakpoint");
     ASSERT_GE(stops.size(), 5u) << run.output;
-    EXPECT_EQ(stops[0]["ClassName"], "demo/Cart");
-    EXPECT_EQ(stops[0]["LineNr"], store);
     EXPECT_EQ(stops[0]["Offset"], 0);
     EXPECT_GT(stops[0]["threadID"].get<double>(), 0);
 
@@ -198,39 +165,31 @@ TEST(Krvdbg, TheDemoSessionStopsStepsShowsValuesAndRunsToTheEnd)
     EXPECT_EQ(name["value"], "apple");
     ASSERT_EQ(name["steps"].size(), 1u);
     EXPECT_EQ(name["steps"][0]["path"], "item");
+    const json missing = run.command("print item.nosuchfield")["result"];
+    EXPECT_EQ(missing["found"], false);
+    EXPECT_EQ(missing["missing"], "item.nosuchfield");
 
     // Two steps over lines, then the field that the first one changed.
-    EXPECT_TRUE(stoppedAt(run.command("next"), "demo/Cart", store + 1)) << run.command("next").dump();
-    const auto all = run.commands();
-    size_t secondNext = 0;
-    for (size_t i = 0, seen = 0; i < all.size(); ++i)
-        if (all[i]["command"] == "next" && ++seen == 2)
-            secondNext = i;
-    ASSERT_GT(secondNext, 0u);
-    EXPECT_TRUE(stoppedAt(all[secondNext], "demo/Cart", store + 2)) << all[secondNext].dump();
+    const auto nexts = run.commands("next");
+    ASSERT_EQ(nexts.size(), 2u);
+    EXPECT_TRUE(stoppedAt(nexts[0], "demo/Cart", store + 1)) << nexts[0].dump();
+    EXPECT_TRUE(stoppedAt(nexts[1], "demo/Cart", store + 2)) << nexts[1].dump();
     EXPECT_EQ(run.command("print this.count")["result"]["value"], "1");
 
     // The stop point reports its code offset; a dotted path through a field.
-    const json sp = run.command("cont");
-    EXPECT_TRUE(stoppedAt(sp, "demo/Shop", added)) << sp.dump();
-    EXPECT_EQ(sp["result"]["Offset"], 32);
+    const auto conts = run.commands("cont");
+    ASSERT_EQ(conts.size(), 3u);
+    EXPECT_TRUE(stoppedAt(conts[0], "demo/Shop", lineOf(kShop, "@shop-added"))) << conts[0].dump();
+    EXPECT_EQ(conts[0]["result"]["Offset"], 32);
     EXPECT_EQ(run.command("print cart.total")["result"]["value"], "120");
 
     // The cart throws, the shop catches: an exception stop in the cart.
-    const auto conts = [&] {
-        std::vector<json> c;
-        for (const auto& o : run.commands())
-            if (o["command"] == "cont")
-                c.push_back(o);
-        return c;
-    }();
-    ASSERT_EQ(conts.size(), 3u);
     EXPECT_TRUE(stoppedAt(conts[1], "demo/Cart", throwLine)) << conts[1].dump();
     EXPECT_NE(conts[1]["result"].value("exception", "").find("CartFullException"), std::string::npos);
     const auto exceptions = run.events("Exception");
     ASSERT_EQ(exceptions.size(), 1u);
     EXPECT_EQ(exceptions[0]["s"], "demo/CartFullException\r\ndemo.CartFullException: the cart holds only 3 items");
-    EXPECT_EQ(run.lastCommand("print item.name")["result"]["value"], "dates");
+    EXPECT_EQ(run.commands("print item.name").back()["result"]["value"], "dates");
 
     // The end: the whole console output, the VM dead, the last cont ended.
     EXPECT_EQ(conts[2]["result"]["outcome"], "ended");
@@ -250,18 +209,8 @@ TEST(Krvdbg, TheDemoSessionStopsStepsShowsValuesAndRunsToTheEnd)
 TEST(Krvdbg, StepsPastClassesOutsideTheProgramListsThreadsAndPopsAFrame)
 {
     const int addCall = lineOf(kShop, "@shop-add");
-    const int added = lineOf(kShop, "@shop-added");
-    const int fillCall = lineOf(kShop, "@main-fill");
-    const std::string script = "stop at demo.Shop:" + std::to_string(addCall) +
-                               "\n"
-                               "run\n"
-                               "threads\n"
-                               "step\n"
-                               "where\n"
-                               "pop\n"
-                               "where\n"
-                               "step up\n"
-                               "quit\n";
+    const std::string script =
+        "stop at demo.Shop:" + std::to_string(addCall) + "\nrun\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
     const KrvdbgRun run = runKrvdbg(demoOptions(), script);
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Shop", addCall)) << run.output;
@@ -276,19 +225,16 @@ TEST(Krvdbg, StepsPastClassesOutsideTheProgramListsThreadsAndPopsAFrame)
     // Only demo.Shop is the program here (no breakpoint names Cart or Item),
     // so the step runs through Cart.add and Item.getPrice and stops on the
     // next line of Shop.fill.
-    EXPECT_TRUE(stoppedAt(run.command("step"), "demo/Shop", added)) << run.command("step").dump();
+    EXPECT_TRUE(stoppedAt(run.command("step"), "demo/Shop", lineOf(kShop, "@shop-added"))) << run.output;
 
-    std::vector<json> wheres;
-    for (const auto& o : run.commands())
-        if (o["command"] == "where")
-            wheres.push_back(o);
+    const auto wheres = run.commands("where");
     ASSERT_EQ(wheres.size(), 2u);
     ASSERT_EQ(wheres[0]["result"]["frames"].size(), 2u) << wheres[0].dump();
     EXPECT_EQ(wheres[0]["result"]["frames"][0]["MethodName"], "fill");
     const json popped = run.command("pop");
     EXPECT_FALSE(popped.contains("error")) << popped.dump();
     EXPECT_EQ(popped["result"]["MethodName"], "main");
-    EXPECT_EQ(popped["result"]["LineNr"], fillCall);
+    EXPECT_EQ(popped["result"]["LineNr"], lineOf(kShop, "@main-fill"));
     ASSERT_EQ(wheres[1]["result"]["frames"].size(), 1u) << wheres[1].dump();
     EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "main");
 
@@ -302,13 +248,8 @@ TEST(Krvdbg, StepsPastClassesOutsideTheProgramListsThreadsAndPopsAFrame)
 
 TEST(Krvdbg, StepsIntoATargetClassAndOutAgain)
 {
-    const int addCall = lineOf(kShop, "@shop-add");
-    const std::string script = "stop at demo.Shop:" + std::to_string(addCall) +
-                               "\n"
-                               "run\n"
-                               "step\n"
-                               "step up\n"
-                               "quit\n";
+    const std::string script = "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) +
+                               "\nrun\nstep\nstep up\nquit\n";
     auto options = demoOptions();
     options.insert(options.begin(), {"--target", "demo.Cart"});
     const KrvdbgRun run = runKrvdbg(options, script);
@@ -316,8 +257,7 @@ TEST(Krvdbg, StepsIntoATargetClassAndOutAgain)
     const json into = run.command("step");
     EXPECT_EQ(into["result"]["ClassName"], "demo/Cart") << into.dump();
     EXPECT_EQ(into["result"]["LineNr"], lineOf(kCart, "@cart-throw") - 1) << into.dump();
-    const json out = run.command("step up");
-    EXPECT_EQ(out["result"]["ClassName"], "demo/Shop") << out.dump();
+    EXPECT_EQ(run.command("step up")["result"]["ClassName"], "demo/Shop") << run.output;
 }
 
 TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
@@ -331,12 +271,9 @@ TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
     EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.output;
     EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
     EXPECT_TRUE(stoppedAt(run.command("cont"), "demo/Cart", store));
-    bool sawIdSizes = false;
-    bool sawReply = false;
+    bool sawIdSizes = false, sawReply = false;
     for (const auto& j : run.lines) {
-        if (!j.contains("trace"))
-            continue;
-        const std::string t = j["trace"];
+        const std::string t = j.value("trace", "");
         sawIdSizes = sawIdSizes || (t.rfind("->", 0) == 0 && t.find(" 1/7 ") != std::string::npos);
         sawReply = sawReply || (t.rfind("<-", 0) == 0 && t.find("reply err=0") != std::string::npos);
     }
@@ -346,95 +283,41 @@ TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
 
 TEST(Krvdbg, DebugsOverSharedMemory)
 {
-    const int store = lineOf(kCart, "@cart-store");
-    const std::string script = "stop at demo.Cart:" + std::to_string(store) + "\nrun\nprint item.name\nclear demo.Cart:" +
-                               std::to_string(store) + "\ncont\ncont\n";
+    const std::string stopAt = "demo.Cart:" + std::to_string(lineOf(kCart, "@cart-store"));
     auto options = demoOptions();
     options.insert(options.begin(), "--shmem");
-    const KrvdbgRun run = runKrvdbg(options, script);
+    const KrvdbgRun run = runKrvdbg(options, "stop at " + stopAt + "\nrun\nprint item.name\nclear " + stopAt + "\ncont\ncont\n");
     ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", lineOf(kCart, "@cart-store"))) << run.output;
     EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
-    EXPECT_EQ(run.lastCommand("cont")["result"]["outcome"], "ended") << run.output;
+    EXPECT_EQ(run.commands("cont").back()["result"]["outcome"], "ended") << run.output;
     EXPECT_NE(run.console().find("Total: 850 cents for 3 items\r\n"), std::string::npos) << run.output;
 }
 
-TEST(Krvdbg, MalformedCommandsSayWhatIsExpectedAndTheSessionGoesOn)
+TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)
 {
-    const int store = lineOf(kCart, "@cart-store");
-    struct Bad {
-        std::string command;
-        std::string errorPart;
+    const std::string address = "127.0.0.1:" + std::to_string(freeTcpPort());
+    const std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases{
+        {{"--frobnicate"}, 1, "krvdbg: unknown option '--frobnicate'"},
+        {{"--attach", address}, 2, "krvdbg: Debugger failed!"},
+        {demoOptions("demo.NoSuchShop"), 3, "krvdbg: the VM ended without loading the main class demo.NoSuchShop"},
     };
-    const Bad before[] = {
-        {"frobnicate", "unknown command 'frobnicate'"},
-        {"stop at demo.Cart", "stop at CLASS:LINE"},
-        {"stop at demo.Cart:zero", "stop at CLASS:LINE"},
-        {"stop in getPrice", "stop in CLASS.METHOD"},
-        {"stop near demo.Cart:3", "stop at CLASS:LINE"},
-        {"print", "print NAME"},
-        {"print a = b", "print NAME"},
-        {"cont", "not running yet"},
-        {"step", "not running yet"},
-        {"where", "not running yet"},
-        {"wait soon", "wait [MILLISECONDS]"},
-        {"clear demo.Cart:99", "no breakpoint at demo.Cart:99"},
-        {"redefine demo.Cart", "redefine CLASS FILE.class"},
-        {"next now", "next takes no arguments"},
-    };
-    std::string script;
-    for (const auto& b : before)
-        script += b.command + "\n";
-    script += "stop at demo.Cart:" + std::to_string(store) + "\nrun\nrun\nprint item.nosuchfield\nprint item.name\nquit\n";
-    const KrvdbgRun run = runKrvdbg(demoOptions(), script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    const auto commands = run.commands();
-    ASSERT_EQ(commands.size(), std::size(before) + 6) << run.output;
-    for (size_t i = 0; i < std::size(before); ++i) {
-        EXPECT_EQ(commands[i]["command"], before[i].command);
-        ASSERT_TRUE(commands[i].contains("error")) << commands[i].dump();
-        EXPECT_NE(commands[i]["error"].get<std::string>().find(before[i].errorPart), std::string::npos)
-            << commands[i].dump();
+    std::vector<KrvdbgRun> runs;
+    for (const auto& [options, status, text] : cases) {
+        runs.push_back(runKrvdbg(options, "run\n"));
+        EXPECT_EQ(runs.back().status, status) << runs.back().output;
+        EXPECT_NE(runs.back().output.find(text), std::string::npos) << runs.back().output;
     }
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.output;
-    EXPECT_NE(run.lastCommand("run").value("error", "").find("already running"), std::string::npos);
-    const json missing = run.command("print item.nosuchfield")["result"];
-    EXPECT_EQ(missing["found"], false);
-    EXPECT_EQ(missing["missing"], "item.nosuchfield");
-    EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
-}
-
-TEST(Krvdbg, APortNobodyListensOnFailsWithTheBoxTextAndStatusTwo)
-{
-    const int port = freeTcpPort();
-    const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(port)}, "run\n");
-    EXPECT_EQ(run.status, 2) << run.output;
-    EXPECT_NE(run.output.find("krvdbg: Debugger failed!"), std::string::npos) << run.output;
-    EXPECT_NE(run.output.find("127.0.0.1:" + std::to_string(port)), std::string::npos) << run.output;
-    const auto boxes = run.events("Message");
-    ASSERT_EQ(boxes.size(), 1u) << run.output;
+    // The connection failure is the box the IDE would show and the run
+    // command's error.
+    const auto boxes = runs[1].events("Message");
+    ASSERT_EQ(boxes.size(), 1u) << runs[1].output;
     EXPECT_EQ(boxes[0]["Title"], "Korvane Debugger");
     EXPECT_EQ(boxes[0]["Buttons"], 16);
-    EXPECT_EQ(run.command("run").value("error", "").rfind("Debugger failed!", 0), 0u) << run.output;
-}
-
-TEST(Krvdbg, AMissingMainClassEndsWithStatusThree)
-{
-    const KrvdbgRun run = runKrvdbg(demoOptions("demo.NoSuchShop"), "run\n");
-    EXPECT_EQ(run.status, 3) << run.output;
-    EXPECT_NE(run.output.find("krvdbg: the VM ended without loading the main class demo.NoSuchShop"),
-              std::string::npos)
-        << run.output;
-    EXPECT_NE(run.console().find("Could not find or load main class demo.NoSuchShop"), std::string::npos)
-        << run.output;
-    EXPECT_EQ(run.command("run")["result"]["outcome"], "ended");
-}
-
-TEST(Krvdbg, BadOptionsEndWithStatusOne)
-{
-    const KrvdbgRun run = runKrvdbg({"--frobnicate"}, "run\n");
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.output.find("krvdbg: unknown option '--frobnicate'"), std::string::npos) << run.output;
+    EXPECT_NE(boxes[0].dump().find(address), std::string::npos) << boxes[0].dump();
+    EXPECT_EQ(runs[1].command("run").value("error", "").rfind("Debugger failed!", 0), 0u) << runs[1].output;
+    EXPECT_NE(runs[2].console().find("Could not find or load main class demo.NoSuchShop"), std::string::npos);
+    EXPECT_EQ(runs[2].command("run")["result"]["outcome"], "ended");
 }
 
 } // namespace

@@ -12,8 +12,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 
@@ -36,12 +34,10 @@ namespace {
 // Under AddressSanitizer the soak looks for leaks and bad accesses only:
 // freed memory waits in its quarantine, so the resident set grows by design,
 // and every step is several times slower.
-constexpr size_t kDefaultHits = 10000;
-constexpr size_t kDefaultSteps = 2000;
+constexpr size_t kDefaultHits = 10000, kDefaultSteps = 2000;
 constexpr bool kBoundMemory = false;
 #else
-constexpr size_t kDefaultHits = 100000;
-constexpr size_t kDefaultSteps = 20000;
+constexpr size_t kDefaultHits = 100000, kDefaultSteps = 20000;
 constexpr bool kBoundMemory = true;
 #endif
 // Growth of the resident set after the warm-up that still counts as flat.
@@ -49,10 +45,7 @@ constexpr long kGrowthBoundKiB = 8 * 1024;
 
 size_t countFromEnvironment(const char* name, size_t fallback)
 {
-    const char* text = std::getenv(name);
-    if (!text || !*text)
-        return fallback;
-    const long long n = std::atoll(text);
+    const long long n = std::getenv(name) ? std::atoll(std::getenv(name)) : 0;
     return n > 0 ? static_cast<size_t>(n) : fallback;
 }
 
@@ -64,11 +57,6 @@ long residentKiB()
     return resident * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
-double secondsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
 // A host that only counts: a recording host would itself grow with every
 // stop.
 struct CountingHost : JXMachineEvents {
@@ -78,21 +66,6 @@ struct CountingHost : JXMachineEvents {
     {
         ++stops;
         lastLine = LineNr;
-    }
-};
-
-struct Samples {
-    long afterWarmUp = 0;
-    long highest = 0;
-    long last = 0;
-    void take(bool warm)
-    {
-        last = residentKiB();
-        if (!warm)
-            return;
-        if (afterWarmUp == 0)
-            afterWarmUp = last;
-        highest = std::max(highest, last);
     }
 };
 
@@ -113,39 +86,40 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     const std::string rounds = std::to_string(hits + steps + 1000);
     ASSERT_TRUE(handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " Soak " + rounds, "",
                                  false, true, 0, "127.0.0.1", std::to_string(port), true));
-
     auto nextStop = [&](size_t seen) {
         return pumpUntil([&] { return host->stops > seen || jvm->JVMState() == VMDead; }, 10000) &&
                host->stops > seen;
     };
 
-    Samples memory;
-    const size_t warmUpHits = std::max<size_t>(hits / 10, 1);
+    // Resident memory after the warm-up (a tenth of the hits) and the
+    // highest seen after it.
+    long afterWarmUp = 0, highest = 0;
+    auto sample = [&] {
+        const long now = residentKiB();
+        afterWarmUp = afterWarmUp ? afterWarmUp : now;
+        highest = std::max(highest, now);
+    };
     const size_t every = std::max<size_t>(hits / 50, 1);
-    const auto hitStart = std::chrono::steady_clock::now();
     for (size_t n = 0; n < hits; ++n) {
         ASSERT_TRUE(nextStop(n)) << "hit " << n << "\n" << handler->history().dump();
         ASSERT_EQ(host->lastLine, hitLine);
-        if (n % every == 0 || n + 1 == hits)
-            memory.take(n >= warmUpHits);
+        if (n >= hits / 10 && (n % every == 0 || n + 1 == hits))
+            sample();
         if (n + 1 < hits)
             jvm->ResumeVM();
     }
-    const double hitSeconds = secondsSince(hitStart);
     const int32_t classesAfterHits = jvm->classCount();
 
     // Steps round the loop from the last hit, with the breakpoint gone.
     ASSERT_TRUE(jvm->removeBreakpoint("Soak", hitLine));
     const size_t stepEvery = std::max<size_t>(steps / 20, 1);
-    const auto stepStart = std::chrono::steady_clock::now();
     for (size_t n = 0; n < steps; ++n) {
         const size_t seen = host->stops;
         ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << "step " << n << "\n" << handler->history().dump();
         ASSERT_TRUE(nextStop(seen)) << "step " << n << "\n" << handler->history().dump();
         if (n % stepEvery == 0 || n + 1 == steps)
-            memory.take(true);
+            sample();
     }
-    const double stepSeconds = secondsSince(stepStart);
 
     // Every command sent has had its reply, no call waits, nothing piled up.
     EXPECT_TRUE(pumpUntil([&] { return handler->pendingSentCount() == 0; }, 5000))
@@ -154,12 +128,8 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     EXPECT_EQ(jvm->classCount(), classesAfterHits);
     EXPECT_TRUE(jvm->breakpoints().empty());
     EXPECT_NE(jvm->JVMState(), VMDead);
-
-    std::printf("soak: %zu breakpoint hits in %.1f s, %zu steps in %.1f s\n", hits, hitSeconds, steps, stepSeconds);
-    std::printf("soak: resident memory %ld KiB after warm-up, highest %ld KiB, at the end %ld KiB (growth %ld KiB)\n",
-                memory.afterWarmUp, memory.highest, memory.last, memory.highest - memory.afterWarmUp);
     if (kBoundMemory) {
-        EXPECT_LE(memory.highest - memory.afterWarmUp, kGrowthBoundKiB);
+        EXPECT_LE(highest - afterWarmUp, kGrowthBoundKiB) << "resident KiB after warm-up " << afterWarmUp;
     }
 
     handler->Disconnect();

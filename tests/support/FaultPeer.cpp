@@ -24,30 +24,15 @@ int64_t nowMs()
 
 uint32_t be32At(const std::string& s, size_t at)
 {
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4; ++i)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
+    const auto byte = [&](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(s[at + i])); };
+    return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
 } // namespace
 
 std::string peerBe32(uint32_t v)
 {
-    std::string s(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        s[static_cast<size_t>(i)] = static_cast<char>((v >> (24 - 8 * i)) & 0xff);
-    return s;
-}
-
-std::string peerBe64(uint64_t v)
-{
-    return peerBe32(static_cast<uint32_t>(v >> 32)) + peerBe32(static_cast<uint32_t>(v));
-}
-
-std::string peerString(const std::string& s)
-{
-    return peerBe32(static_cast<uint32_t>(s.size())) + s;
+    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
 }
 
 // ---------------------------------------------------------------------------
@@ -73,15 +58,9 @@ std::string PeerLink::read(size_t n, int timeoutMs)
             break;
         pending_.append(buf, static_cast<size_t>(got));
     }
-    const size_t take = std::min(n, pending_.size());
-    std::string out = pending_.substr(0, take);
-    pending_.erase(0, take);
+    std::string out = pending_.substr(0, n);
+    pending_.erase(0, n);
     return out;
-}
-
-bool PeerLink::readHandshake(int timeoutMs)
-{
-    return read(14, timeoutMs) == "JDWP-Handshake";
 }
 
 bool PeerLink::send(const std::string& bytes)
@@ -102,15 +81,11 @@ HostCommand PeerLink::next(int timeoutMs)
 {
     HostCommand c;
     const std::string header = read(11, timeoutMs);
-    if (header.size() < 11)
-        return c;
-    const uint32_t length = be32At(header, 0);
+    const uint32_t length = header.size() == 11 ? be32At(header, 0) : 0;
     if (length < 11 || length > (1u << 26))
         return c;
     c.payload = read(length - 11, timeoutMs);
-    if (c.payload.size() != length - 11)
-        return c;
-    c.valid = true;
+    c.valid = c.payload.size() == length - 11;
     c.id = be32At(header, 4);
     c.set = static_cast<unsigned char>(header[9]);
     c.cmd = static_cast<unsigned char>(header[10]);
@@ -132,17 +107,16 @@ bool PeerLink::event(const std::string& compositePayload, uint32_t id)
 bool PeerLink::answer(const HostCommand& command)
 {
     std::string payload;
-    if (command.set == 1 && command.cmd == 7) {
+    if (command.set == 1 && command.cmd == 7)
         for (int i = 0; i < 5; ++i)
             payload += peerBe32(8);
-    } else if (command.set == 1 && command.cmd == 1) {
+    else if (command.set == 1 && command.cmd == 1)
         payload = peerString("Java Debug Wire Protocol (Reference Implementation) version 17.0") + peerBe32(17) +
                   peerBe32(0) + peerString("17.0.15") + peerString("OpenJDK 64-Bit Server VM");
-    } else if (command.set == 1 && command.cmd == 4) {
+    else if (command.set == 1 && command.cmd == 4)
         payload = peerBe32(1) + peerBe64(1);
-    } else if (command.set == 15 && command.cmd == 1) {
+    else if (command.set == 15 && command.cmd == 1)
         payload = peerBe32(nextRequestId_++);
-    }
     return reply(command.id, payload);
 }
 
@@ -172,20 +146,12 @@ void PeerLink::serve(const std::function<bool(const HostCommand&)>& special, int
     }
 }
 
-void PeerLink::shutdownWrite()
-{
-    ::shutdown(fd_, SHUT_WR);
-}
-
 // ---------------------------------------------------------------------------
 
 FaultPeer::FaultPeer(Script script)
 {
     listen_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
+    sockaddr_in addr{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t len = sizeof addr;
     if (::bind(listen_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(listen_, 1) == 0 &&
         ::getsockname(listen_, reinterpret_cast<sockaddr*>(&addr), &len) == 0)

@@ -13,6 +13,8 @@
 #pragma once
 
 #include <atomic>
+#include <sys/socket.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -38,7 +40,7 @@ public:
 
     // Up to `n` bytes: fewer on EOF or when `timeoutMs` passes.
     std::string read(size_t n, int timeoutMs = 5000);
-    bool readHandshake(int timeoutMs = 5000);
+    bool readHandshake(int timeoutMs = 5000) { return read(14, timeoutMs) == "JDWP-Handshake"; }
     bool send(const std::string& bytes);
     HostCommand next(int timeoutMs = 5000);
 
@@ -54,7 +56,7 @@ public:
     // may take a command over (return true when it did).
     void serve(const std::function<bool(const HostCommand&)>& special = nullptr, int quietMs = 10000);
     // Stops sending (the host reads EOF) but keeps reading.
-    void shutdownWrite();
+    void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
 
 private:
     int fd_;
@@ -68,8 +70,6 @@ public:
 
     explicit FaultPeer(Script script);
     ~FaultPeer();
-    FaultPeer(const FaultPeer&) = delete;
-    FaultPeer& operator=(const FaultPeer&) = delete;
 
     int port() const { return port_; }
     bool scriptDone() const { return done_; }
@@ -92,7 +92,11 @@ private:
 
 // Payload builders for the scripts (big-endian).
 std::string peerBe32(uint32_t v);
-std::string peerBe64(uint64_t v);
-std::string peerString(const std::string& s); // 4-byte length + bytes
+inline std::string peerBe64(uint64_t v)
+{
+    return peerBe32(static_cast<uint32_t>(v >> 32)) + peerBe32(static_cast<uint32_t>(v));
+}
+// 4-byte length + bytes
+inline std::string peerString(const std::string& s) { return peerBe32(static_cast<uint32_t>(s.size())) + s; }
 
 } // namespace jdwpkrvdbg::testing

@@ -1,9 +1,10 @@
 // The fixture of the real-VM session tests: a fresh current handler with an
-// event log, a launcher for a test program over the socket transport, and
-// waits for stops and for the end that resume past other stops. Resuming
-// moves the library's clock past the 2 s in which events after a method
-// invocation by the debugger are resumed unreported (an exception stop
-// renders its text by invoking toString), so no test waits that out.
+// event log, launchers for a test program over the socket and the
+// shared-memory transport, and waits for stops and for the end that resume
+// past other stops. Resuming moves the library's clock past the 2 s in which
+// events after a method invocation by the debugger are resumed unreported
+// (an exception stop renders its text by invoking toString), so no test
+// waits that out.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,17 +25,28 @@ protected:
     void TearDown() override
     {
         handler->Disconnect();
+        jvm->setEvents(nullptr);
         jvm.reset();
         handler.reset();
         setCurrentHandler(nullptr);
     }
-    // Launches `mainClass` of the test programs with the socket agent.
+    // Launches `mainClass` (with arguments) of the test programs.
     bool launch(const std::string& mainClass)
     {
         const int port = freeTcpPort();
+        handler->bRemoteConnection = true;
         return handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " " + mainClass, "",
                                 false, true, 0, "127.0.0.1", std::to_string(port), true);
     }
+    bool launchShmem(const std::string& sharedName, const std::string& mainClass)
+    {
+        handler->bRemoteConnection = false;
+        return handler->startVM(javaPath(),
+                                "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=y -cp " +
+                                    testsClassPath() + " " + mainClass,
+                                sharedName, false, true);
+    }
+    std::string dump() const { return handler->history().dump(); }
     // Waits until more than `count` stops were seen (false at the end or
     // on time-out).
     bool waitStop(size_t count, int timeoutMs = 15000)
@@ -50,16 +62,15 @@ protected:
         jvm->ResumeVM(true);
     }
     // Resumes past other stops until one at `lineNr`.
-    bool waitStopAt(int lineNr)
+    bool resumeToStopAt(int lineNr)
     {
-        size_t seen = log->stops.size();
         for (int guard = 0; guard < 10; ++guard) {
+            const size_t seen = log->stops.size();
+            resumePastInvocationWindow();
             if (!waitStop(seen))
                 return false;
-            seen = log->stops.size();
             if (lastStop().line == lineNr)
                 return true;
-            resumePastInvocationWindow();
         }
         return false;
     }

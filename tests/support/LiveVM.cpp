@@ -30,18 +30,13 @@ int64_t nowMs()
 
 int freeTcpPort()
 {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     socklen_t len = sizeof(addr);
-    int port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0)
-        port = ntohs(addr.sin_port);
+    const bool bound = ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
+                       ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) == 0;
     ::close(fd);
-    return port;
+    return bound ? ntohs(addr.sin_port) : 0;
 }
 
 std::string javaPath() { return JDWPKRVDBG_JAVA; }
@@ -75,27 +70,22 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
     posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
-    std::vector<char*> args;
-    for (const auto& a : argv)
-        args.push_back(const_cast<char*>(a.c_str()));
-    args.push_back(nullptr);
-    std::vector<std::string> envStore;
+    std::vector<std::string> envStore(extraEnv);
     for (char** e = environ; *e; ++e)
         envStore.emplace_back(*e);
-    for (const auto& e : extraEnv)
-        envStore.push_back(e);
-    std::vector<char*> env;
+    std::vector<char*> args, env;
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
     for (auto& e : envStore)
         env.push_back(e.data());
+    args.push_back(nullptr);
     env.push_back(nullptr);
     int rc = posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), env.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(fds[1]);
     fd_ = fds[0];
-    if (rc != 0) {
-        pid_ = -1;
+    if (rc != 0)
         throw std::runtime_error(std::string("spawn failed: ") + std::strerror(rc));
-    }
 }
 
 ChildProcess::~ChildProcess()
@@ -127,15 +117,13 @@ std::string ChildProcess::waitForLine(const std::string& text, int timeoutMs)
 {
     const int64_t deadline = nowMs() + timeoutMs;
     for (;;) {
-        size_t at = output_.find(text, scanned_);
-        if (at != std::string::npos) {
-            size_t begin = output_.rfind('\n', at);
-            begin = begin == std::string::npos ? 0 : begin + 1;
-            size_t end = output_.find('\n', at);
-            if (end != std::string::npos) {
-                scanned_ = end + 1;
-                return output_.substr(begin, end - begin);
-            }
+        const size_t at = output_.find(text, scanned_);
+        const size_t end = at == std::string::npos ? at : output_.find('\n', at);
+        if (end != std::string::npos) {
+            // No line break before: npos + 1 wraps to 0, the start.
+            const size_t begin = output_.rfind('\n', at) + 1;
+            scanned_ = end + 1;
+            return output_.substr(begin, end - begin);
         }
         const int64_t left = deadline - nowMs();
         if (left <= 0 || (!readSome(static_cast<int>(left)) && fd_ < 0))
@@ -154,93 +142,29 @@ void ChildProcess::kill()
 
 int ChildProcess::wait(int timeoutMs)
 {
-    if (pid_ <= 0)
-        return -1;
     const int64_t deadline = nowMs() + timeoutMs;
-    for (;;) {
-        int status = 0;
-        pid_t r = ::waitpid(pid_, &status, WNOHANG);
-        if (r == pid_) {
+    for (int status = 0; pid_ > 0 && nowMs() <= deadline; readSome(10))
+        if (::waitpid(pid_, &status, WNOHANG) == pid_) {
             pid_ = -1;
             return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         }
-        if (nowMs() > deadline)
-            return -1;
-        readSome(10);
-    }
+    return -1;
 }
 
-ListeningVM::ListeningVM(const std::string& mainClass, const std::string& classPath,
-                         const std::vector<std::string>& args)
+ListeningVM::ListeningVM(const std::string& mainClass, const std::string& classPath)
 {
-    std::vector<std::string> argv{javaPath(), "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:0",
-                                  "-cp", classPath, mainClass};
-    argv.insert(argv.end(), args.begin(), args.end());
-    process_ = std::make_unique<ChildProcess>(argv);
+    process_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+        javaPath(), "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:0", "-cp", classPath,
+        mainClass});
     const std::string line = process_->waitForLine("Listening for transport dt_socket at address:", 20000);
     const size_t colon = line.rfind(':');
     if (colon != std::string::npos)
         port_ = std::atoi(line.c_str() + colon + 1);
 }
 
-void EventLog::Message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
-{
-    boxes.push_back(Prompt + "|" + std::to_string(Buttons) + "|" + Title);
-    lines.push_back("Message " + boxes.back());
-}
-
-void EventLog::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
-{
-    Stop stop{threadID, ClassName, LineNr, Offset};
-    stops.push_back(stop);
-    lines.push_back("Breakpoint " + ClassName + ":" + std::to_string(LineNr) + "+" + std::to_string(Offset));
-    if (onStop)
-        onStop(stop);
-}
-
-void EventLog::VMStateChanged(VMState NewState)
-{
-    states.push_back(NewState);
-    lines.push_back("VMStateChanged " + std::to_string(NewState));
-}
-
-void EventLog::DebugMessage(const std::string& s)
-{
-    debug.push_back(s);
-    lines.push_back("DebugMessage " + s);
-}
-
-void EventLog::ConsoleMessage(const std::string& s)
-{
-    console += s;
-}
-
-void EventLog::Exception(const std::string& s)
-{
-    exceptions.push_back(s);
-    lines.push_back("Exception " + s);
-}
-
-bool EventLog::sawDebug(const std::string& text) const
-{
-    for (const auto& d : debug)
-        if (d.find(text) != std::string::npos)
-            return true;
-    return false;
-}
-
 TickShift::TickShift()
 {
-    setTickSource([this] {
-        using namespace std::chrono;
-        return static_cast<uint32_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count()) +
-               offset_;
-    });
-}
-
-TickShift::~TickShift()
-{
-    setTickSource(nullptr);
+    setTickSource([this] { return static_cast<uint32_t>(nowMs()) + offset_; });
 }
 
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs)

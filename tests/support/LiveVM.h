@@ -56,7 +56,7 @@ private:
 // "Listening for transport dt_socket at address:" line.
 class ListeningVM {
 public:
-    ListeningVM(const std::string& mainClass, const std::string& classPath, const std::vector<std::string>& args = {});
+    ListeningVM(const std::string& mainClass, const std::string& classPath);
     int port() const { return port_; }
     ChildProcess& process() { return *process_; }
 
@@ -68,7 +68,8 @@ private:
 // The agent option for a VM that the library launches on `port`.
 std::string socketAgent(int port, bool suspend = true);
 
-// Records every host event as one text line and remembers the details.
+// Records the host events: the connection events in order, and the details
+// of the others.
 struct EventLog : JXMachineEvents {
     struct Stop {
         double threadID = 0;
@@ -83,17 +84,28 @@ struct EventLog : JXMachineEvents {
     std::string console;
     std::vector<std::string> debug;
     std::vector<std::string> boxes;
-    std::function<void(const Stop&)> onStop;
 
-    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
-    void VMStateChanged(VMState NewState) override;
+    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override
+    {
+        boxes.push_back(Prompt + "|" + std::to_string(Buttons) + "|" + Title);
+    }
+    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override
+    {
+        stops.push_back({threadID, ClassName, LineNr, Offset});
+    }
+    void VMStateChanged(VMState NewState) override { states.push_back(NewState); }
     void OpenConnection() override { lines.push_back("OpenConnection"); }
     void CloseConnection() override { lines.push_back("CloseConnection"); }
-    void DebugMessage(const std::string& s) override;
-    void ConsoleMessage(const std::string& s) override;
-    void Exception(const std::string& s) override;
-    bool sawDebug(const std::string& text) const;
+    void DebugMessage(const std::string& s) override { debug.push_back(s); }
+    void ConsoleMessage(const std::string& s) override { console += s; }
+    void Exception(const std::string& s) override { exceptions.push_back(s); }
+    bool sawDebug(const std::string& text) const
+    {
+        for (const auto& d : debug)
+            if (d.find(text) != std::string::npos)
+                return true;
+        return false;
+    }
     VMState lastState() const { return states.empty() ? VMDead : states.back(); }
 };
 
@@ -104,7 +116,7 @@ struct EventLog : JXMachineEvents {
 class TickShift {
 public:
     TickShift();
-    ~TickShift();
+    ~TickShift() { setTickSource(nullptr); }
     void advance(uint32_t ms) { offset_ += ms; }
 
 private:

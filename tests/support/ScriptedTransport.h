@@ -5,10 +5,11 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "jdwpkrvdbg/platform/MessagePump.h"
 #include "jdwpkrvdbg/session/JDWPCon.h"
 
 namespace jdwpkrvdbg::testing {
@@ -16,12 +17,11 @@ namespace jdwpkrvdbg::testing {
 class ScriptedTransport : public JDWPCon {
 public:
     // --- what the session did ---
-    std::vector<std::string> sent;            // every SendData, in order
-    std::vector<std::string> sharedConnects;  // names given to ConnectShared
+    std::vector<std::string> sent; // every SendData, in order
+    std::vector<std::string> sharedConnects;
     std::vector<std::pair<std::string, int32_t>> socketConnects;
     std::vector<std::string> startedCommandLines;
     int closeCount = 0;
-    int killCount = 0;
     bool processEventEnabled = false;
 
     // --- what the test decides ---
@@ -29,36 +29,71 @@ public:
     bool processRunning = false;
     bool connectOnRequest = true; // ConnectSocket/ConnectShared raise connected
     std::string statusText = "scripted";
-    // Called on every SendData (e.g. to answer a request at once).
-    std::function<void(const std::string&)> onSend;
+    std::function<void(const std::string&)> onSend; // e.g. to answer at once
 
     // Raise events as the real transport would.
-    void raiseConnected();
-    void raiseDisconnected();
-    void raiseReceive(const std::string& bytes);
-    void raiseTerminated();
-    void raisePipe(const std::string& text);
+    void raiseConnected() { connectedFlag = true; if (events_) events_->connected(); }
+    void raiseDisconnected() { connectedFlag = false; if (events_) events_->disconnected(); }
+    void raiseReceive(const std::string& bytes) { if (events_) events_->receive(bytes); }
+    void raisePipe(const std::string& text) { if (events_) events_->pipestream(text); }
     // Raises processevent until the session switches it off (bounded).
-    void pumpProcessEvents(int maxPasses = 1000);
+    void pumpProcessEvents(int maxPasses = 1000)
+    {
+        for (int i = 0; i < maxPasses && processEventEnabled && events_; ++i)
+            events_->processevent();
+    }
 
-    void ConnectShared(const std::string& SharedName) override;
-    bool SendData(const std::string& Data) override;
+    void ConnectShared(const std::string& SharedName) override
+    {
+        sharedConnects.push_back(SharedName);
+        connectIfAsked();
+    }
+    bool SendData(const std::string& Data) override
+    {
+        sent.push_back(Data);
+        if (onSend)
+            onSend(Data);
+        return connectedFlag;
+    }
     bool TransportConnected() override { return connectedFlag; }
-    void CloseTransport() override;
+    void CloseTransport() override { ++closeCount; connectedFlag = false; }
     std::string StatusText() override { return statusText; }
-    bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
-                      bool bUsePipe) override;
-    void KillProcess() override;
+    bool StartProcess(const std::string& Path, const std::string& CommandLine, bool, bool) override
+    {
+        startedCommandLines.push_back(Path + " " + CommandLine);
+        return processRunning = true;
+    }
+    void KillProcess() override { processRunning = false; }
     bool ProcessRunning() override { return processRunning; }
     int32_t ProcessHandle() override { return processRunning ? 3 : 0; }
     int32_t ProcessID() override { return processRunning ? 4242 : 0; }
-    void ConnectSocket(const std::string& Host, int32_t Port) override;
+    void ConnectSocket(const std::string& Host, int32_t Port) override
+    {
+        socketConnects.emplace_back(Host, Port);
+        connectIfAsked();
+    }
     // Raises processevent from a pump idle callback while enabled, as the
     // real transport does.
-    void EnableProcessEvent(bool Enabled) override;
-    ~ScriptedTransport() override;
+    void EnableProcessEvent(bool Enabled) override
+    {
+        processEventEnabled = Enabled;
+        if (Enabled && !idleId_)
+            idleId_ = MessagePump::instance().addIdle([this] { if (events_) events_->processevent(); });
+        else if (!Enabled && idleId_)
+            MessagePump::instance().removeIdle(std::exchange(idleId_, 0));
+    }
+    ~ScriptedTransport() override
+    {
+        if (idleId_)
+            MessagePump::instance().removeIdle(idleId_);
+    }
 
 private:
+    void connectIfAsked()
+    {
+        if (connectOnRequest && !connectedFlag)
+            raiseConnected();
+    }
     int idleId_ = 0;
 };
 

@@ -27,7 +27,6 @@ struct SentCommand {
 
 // Big-endian helpers for building payloads in tests.
 std::string be32(uint32_t v);
-std::string be16(uint16_t v);
 std::string be64(uint64_t v);
 std::string jstr(const std::string& s); // 4-byte length + bytes
 // Socket-framed reply / command packets.
@@ -46,7 +45,7 @@ public:
     ScriptedVM& operator=(const ScriptedVM&) = delete;
 
     // Canned answer for every command of (set, cmd).
-    void on(int set, int cmd, Answer answer);
+    void on(int set, int cmd, Answer answer) { answers_[{set, cmd}] = std::move(answer); }
     void onPayload(int set, int cmd, std::string payload, uint16_t error = 0);
 
     // Every command the session sent, in order (after the handshake).
@@ -56,24 +55,25 @@ public:
 
     // Delivers bytes to the session and dispatches what was queued.
     void deliver(const std::string& bytes);
-    void reply(uint32_t id, const std::string& payload, uint16_t error = 0);
-    void event(const std::string& compositePayload, uint32_t id = 0x7000);
+    void reply(uint32_t id, const std::string& payload, uint16_t error = 0) { deliver(replyPacket(id, payload, error)); }
+    void event(const std::string& compositePayload, uint32_t id = 0x7000)
+    {
+        deliver(commandPacket(id, 64, 100, compositePayload));
+    }
 
     // Standard answers of an OpenJDK 17 VM with 8-byte ids: ID sizes,
     // version, event requests (counting ids from 1), resume and suspend.
     void installDefaults();
-    bool handshakeSeen() const { return handshakeSeen_; }
-    bool autoDeliver = true; // answers are delivered from inside SendData
 
 private:
     void onSend(const std::string& data);
+    void post(std::string bytes);
     std::shared_ptr<ScriptedTransport> transport_;
     std::map<std::pair<int, int>, Answer> answers_;
     std::vector<SentCommand> commands_;
     std::string pending_;
     bool handshakeSeen_ = false;
     uint32_t nextRequestId_ = 1;
-    bool delivering_ = false;
     std::vector<std::string> outbox_;
     int flushIdle_ = 0;
 };

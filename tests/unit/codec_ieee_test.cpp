@@ -2,15 +2,13 @@
 // machine's own interpretation of the bits, and the intended quirks (only
 // all-zero is 0, negative zero is a tiny negative, subnormals get the
 // implicit 1, an all-ones exponent yields the largest value) must hold.
-#include <gtest/gtest.h>
-
+#include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <tuple>
 
 #include "codec_test_support.h"
-#include "jdwpkrvdbg/protocol/cIEEE.h"
 
 using namespace jdwpkrvdbg;
 using codec_test::hex;
@@ -18,14 +16,18 @@ using namespace std::string_literals;
 
 namespace {
 
+// The big-endian bytes of the low `width` bytes of `bits`.
+std::string bigEndian(uint64_t bits, int width)
+{
+    std::string out;
+    for (int i = width - 1; i >= 0; --i)
+        out.push_back(static_cast<char>((bits >> (8 * i)) & 0xff));
+    return out;
+}
+
 TEST(Ieee, GoldenVectors)
 {
-    struct Case {
-        const char* name;
-        std::string bytes;
-        bool bigEndian;
-        double expected;
-    };
+    using Case = std::tuple<const char*, std::string, bool, double>; // name, bytes, big-endian, value
     const Case doubles[] = {
         {"one", "\x3f\xf0\x00\x00\x00\x00\x00\x00"s, true, 1},
         {"one little-endian", "\x00\x00\x00\x00\x00\x00\xf0\x3f"s, false, 1},
@@ -35,51 +37,33 @@ TEST(Ieee, GoldenVectors)
          std::ldexp(1.0, -1023) * (1 + std::ldexp(1.0, -52))},
         {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, DBL_MAX},
         {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -DBL_MAX},
-        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, DBL_MAX},
-        {"wrong length", "\x3f\xf0\x00"s, true, -1},
+        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, DBL_MAX}, {"wrong length", "\x3f\xf0\x00"s, true, -1},
     };
     cIEEE ieee;
-    for (const Case& c : doubles)
-        EXPECT_EQ(ieee.Ieee64stov(c.bytes, c.bigEndian), c.expected) << c.name;
+    for (const auto& [name, bytes, bigEndian, value] : doubles)
+        EXPECT_EQ(ieee.Ieee64stov(bytes, bigEndian), value) << name;
 
     const Case singles[] = {
-        {"one", "\x3f\x80\x00\x00"s, true, 1},
-        {"all zero", "\x00\x00\x00\x00"s, true, 0},
-        {"negative zero", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
-        {"infinity", "\x7f\x80\x00\x00"s, true, FLT_MAX},
-        {"NaN", "\xff\xc0\x00\x00"s, true, -FLT_MAX},
+        {"one", "\x3f\x80\x00\x00"s, true, 1}, {"all zero", "\x00\x00\x00\x00"s, true, 0},
+        {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
+        {"infinity", "\x7f\x80\x00\x00"s, true, FLT_MAX}, {"NaN", "\xff\xc0\x00\x00"s, true, -FLT_MAX},
         {"little-endian", "\xdb\x0f\x49\x40"s, false, static_cast<double>(3.14159274101257324f)},
         {"wrong length", "\x3f\x80\x00\x00\x00"s, true, -1},
     };
-    for (const Case& c : singles)
-        EXPECT_EQ(ieee.Ieee32stov(c.bytes, c.bigEndian), c.expected) << c.name;
-
-    EXPECT_EQ(static_cast<float>(ieee.Ieee32stov("\x40\x49\x0f\xdb"s, true)), 3.1415927f);
-    float tiny = static_cast<float>(ieee.Ieee32stov("\x80\x00\x00\x00"s, true));
-    EXPECT_LT(tiny, 0.0f); // a tiny negative number, not negative zero
+    for (const auto& [name, bytes, bigEndian, value] : singles)
+        EXPECT_EQ(ieee.Ieee32stov(bytes, bigEndian), value) << name;
 }
 
 TEST(Ieee, OrdinaryValuesMatchTheBitPattern)
 {
-    const double doubles[] = {1.5, -2.75, 3.141592653589793, 1e300, -1e-300, 123456.789, 2.2250738585072014e-308};
     cIEEE ieee;
-    for (double d : doubles) {
-        uint64_t bits;
-        std::memcpy(&bits, &d, 8);
-        std::string be, le;
-        for (int i = 7; i >= 0; --i)
-            be.push_back(static_cast<char>((bits >> (8 * i)) & 0xff));
-        le.assign(be.rbegin(), be.rend());
+    for (double d : {1.5, -2.75, 3.141592653589793, 1e300, -1e-300, 123456.789, 2.2250738585072014e-308}) {
+        const std::string be = bigEndian(std::bit_cast<uint64_t>(d), 8), le(be.rbegin(), be.rend());
         EXPECT_EQ(ieee.Ieee64stov(be, true), d) << hex(be);
         EXPECT_EQ(ieee.Ieee64stov(le, false), d) << hex(le);
     }
-    const float singles[] = {1.5f, -0.1f, 65504.0f, 1e-30f, -3.4e38f};
-    for (float f : singles) {
-        uint32_t bits;
-        std::memcpy(&bits, &f, 4);
-        std::string be;
-        for (int i = 3; i >= 0; --i)
-            be.push_back(static_cast<char>((bits >> (8 * i)) & 0xff));
+    for (float f : {1.5f, -0.1f, 3.1415927f, 65504.0f, 1e-30f, -3.4e38f}) {
+        const std::string be = bigEndian(std::bit_cast<uint32_t>(f), 4);
         EXPECT_EQ(static_cast<float>(ieee.Ieee32stov(be, true)), f) << hex(be);
     }
 }

@@ -1,7 +1,8 @@
-// Shared pieces of the codec unit tests: a fixture that gives each test a
-// fresh current handler with a connected scripted transport (so sent
-// commands are remembered for reply matching), and a hex rendering of byte
-// strings for readable failure messages.
+// Shared pieces of the codec and decoder unit tests: a fresh current handler
+// with 8-byte identifiers (alone, so that whatever a decoder asks is refused
+// at once, or with a connected scripted transport, so that sent commands are
+// remembered for reply matching), and a hex rendering of byte strings for
+// readable failure messages.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,10 +10,9 @@
 #include <memory>
 #include <string>
 
+#include <jdwpkrvdbg/jdwpkrvdbg.h>
+
 #include "ScriptedTransport.h"
-#include "jdwpkrvdbg/model/JXMachine.h"
-#include "jdwpkrvdbg/session/JDWPHandler.h"
-#include "jdwpkrvdbg/session/modMain.h"
 
 namespace codec_test {
 
@@ -22,45 +22,47 @@ inline std::string hex(const std::string& bytes)
 {
     static const char digits[] = "0123456789ABCDEF";
     std::string out;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        unsigned char c = static_cast<unsigned char>(bytes[i]);
-        if (i)
+    for (unsigned char c : bytes) {
+        if (!out.empty())
             out.push_back(' ');
-        out.push_back(digits[c >> 4]);
-        out.push_back(digits[c & 15]);
+        out += {digits[c >> 4], digits[c & 15]};
     }
     return out;
 }
 
-class SessionTest : public ::testing::Test {
+class HandlerTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
         handler = jdwpkrvdbg::JDWPHandler::create();
-        transport = std::make_shared<jdwpkrvdbg::testing::ScriptedTransport>();
-        transport->connectedFlag = true;
-        handler->attachTransport(transport);
+        jvm = handler->myJVM();
         setWidths(8, 8, 8, 8, 8);
     }
-
-    void TearDown() override
+    void TearDown() override { jdwpkrvdbg::setCurrentHandler(nullptr); }
+    void setWidths(int16_t objectId, int16_t methodId, int16_t fieldId, int16_t frameId, int16_t refTypeId)
     {
-        jdwpkrvdbg::setCurrentHandler(nullptr);
-        handler.reset();
-    }
-
-    void setWidths(int objectId, int methodId, int fieldId, int frameId, int refTypeId)
-    {
-        auto jvm = handler->myJVM();
-        jvm->SIZE_ObjectID = static_cast<int16_t>(objectId);
-        jvm->SIZE_MethodID = static_cast<int16_t>(methodId);
-        jvm->SIZE_FieldID = static_cast<int16_t>(fieldId);
-        jvm->SIZE_FrameID = static_cast<int16_t>(frameId);
-        jvm->SIZE_RefTypeID = static_cast<int16_t>(refTypeId);
+        jvm->SIZE_ObjectID = objectId;
+        jvm->SIZE_MethodID = methodId;
+        jvm->SIZE_FieldID = fieldId;
+        jvm->SIZE_FrameID = frameId;
+        jvm->SIZE_RefTypeID = refTypeId;
     }
 
     std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler;
-    std::shared_ptr<jdwpkrvdbg::testing::ScriptedTransport> transport;
+    std::shared_ptr<jdwpkrvdbg::JXMachine> jvm;
+};
+
+class SessionTest : public HandlerTest {
+protected:
+    void SetUp() override
+    {
+        HandlerTest::SetUp();
+        transport->connectedFlag = true;
+        handler->attachTransport(transport);
+    }
+
+    std::shared_ptr<jdwpkrvdbg::testing::ScriptedTransport> transport =
+        std::make_shared<jdwpkrvdbg::testing::ScriptedTransport>();
 };
 
 } // namespace codec_test

@@ -7,48 +7,22 @@
 namespace jdwpkrvdbg::model_test {
 namespace {
 
-struct Stops : JXMachineEvents {
-    std::vector<std::string> lines;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override
-    {
-        lines.push_back(ClassName + ":" + std::to_string(LineNr) + "+" + std::to_string(Offset));
-    }
-    void VMStateChanged(VMState s) override { lines.push_back("state " + std::to_string(s)); }
-};
-
-class ModelSession : public ModelTest {
-protected:
-    void SetUp() override
-    {
-        ModelTest::SetUp();
-        stops = std::make_shared<Stops>();
-        jvm()->setEvents(stops);
-    }
-    std::shared_ptr<Stops> stops;
-};
+using ModelSession = ModelTest;
 
 TEST_F(ModelSession, StateMachineFiltersRepeatsAndTracksThreadAndFrame)
 {
     auto m = jvm();
     m->GoVMStateChange(VMRunning, -1);
-    stops->lines.clear();
-    struct Step {
-        VMState state;
-        double thread;
-        bool event;
-        double currentThread;
-    };
-    const std::vector<Step> steps{
+    const struct { VMState state; double thread; bool event; double currentThread; } steps[] = {
         {VMSuspend, 0, true, 0},   // a thread of 0 is not recorded
         {VMSuspend, 7, false, 0},  // a repeat raises nothing and records nothing
         {VMRunning, -1, true, 0},
         {VMSuspend, 7, true, 7},
-        {VMDead, -1, true, 7},
-    };
+        {VMDead, -1, true, 7}};
     for (const auto& s : steps) {
-        const size_t before = stops->lines.size();
+        const size_t before = log->states.size();
         m->GoVMStateChange(s.state, s.thread);
-        EXPECT_EQ(stops->lines.size() > before, s.event) << s.state << " " << s.thread;
+        EXPECT_EQ(log->states.size() > before, s.event) << s.state << " " << s.thread;
         EXPECT_EQ(m->currentThreadID(), s.currentThread);
     }
     EXPECT_FALSE(m->frameValid()) << "a suspension with a thread invalidates the frame";
@@ -64,7 +38,7 @@ TEST_F(ModelSession, BreakpointEventRoundsHalfToEvenAndReportsOffsetsOfStopPoint
     m->GoBreakpoint(99, 1, "pkg/A", 1, 2, 10.5, 3);  // unknown request: offset 0
     m->GoBreakpoint(5, 1, "pkg/A", 1, 2, 11.5, 2.5); // stop point: its offset, rounded to even
     m->GoSingleStep(5, 1, "pkg/A", 1, 2, 12.5, 7);   // a step never has an offset
-    EXPECT_EQ(stops->lines, (std::vector<std::string>{"pkg/A:10+0", "pkg/A:12+2", "pkg/A:12+0"}));
+    EXPECT_EQ(log->stops, (std::vector<std::string>{"pkg/A:10+0", "pkg/A:12+2", "pkg/A:12+0"}));
     EXPECT_EQ(m->currentLine(), 12.5);
 }
 
@@ -72,14 +46,13 @@ TEST_F(ModelSession, InvocationWindowLastsBelowTwoSeconds)
 {
     uint32_t now = 50000;
     setTickSource([&] { return now; });
-    auto m = jvm();
-    m->myInvokeInProcessMsg = 0;
-    EXPECT_FALSE(m->isInvokeInProcess());
-    m->myInvokeInProcessMsg = 50000;
-    now = 51999;
-    EXPECT_TRUE(m->isInvokeInProcess());
-    now = 52000;
-    EXPECT_FALSE(m->isInvokeInProcess());
+    const struct { uint32_t started, now; bool inProcess; } rows[] = {
+        {0, 50000, false}, {50000, 51999, true}, {50000, 52000, false}};
+    for (const auto& r : rows) {
+        jvm()->myInvokeInProcessMsg = r.started;
+        now = r.now;
+        EXPECT_EQ(jvm()->isInvokeInProcess(), r.inProcess) << r.started << " at " << r.now;
+    }
 }
 
 TEST_F(ModelSession, HoldEventsRetriesErrorsTwelveTimesButNotATimeOut)
@@ -94,16 +67,15 @@ TEST_F(ModelSession, HoldEventsRetriesErrorsTwelveTimesButNotATimeOut)
 // A class pkg/A whose method run has locals `a` (an object) and `s` (a
 // string), stopped in thread 1, frame 9; the object is of class pkg/B with
 // an int field `b`.
-class ModelValues : public ModelSession {
+class ModelValues : public ModelTest {
 protected:
     void SetUp() override
     {
-        ModelSession::SetUp();
+        ModelTest::SetUp();
         auto a = registerClass(0x100, "Lpkg/A;");
         auto b = registerClass(0x200, "Lpkg/B;");
         auto run = addMethod(a, 0x55cecbfa2550, "run", "()V", {{0, 10}});
-        a->SuperClassID = 0;
-        b->SuperClassID = 0;
+        a->SuperClassID = b->SuperClassID = 0;
         JDWPJVariableTable vars;
         vars.Slot = {{0, "a", "Lpkg/B;", 100, 1}, {0, "s", "Ljava/lang/String;", 100, 2}};
         vars.slotsCount = 2;
@@ -123,8 +95,8 @@ protected:
         vm->onPayload(9, 1, std::string("\x01", 1) + be64(0x200));
         vm->onPayload(9, 2, be32(1) + "I" + be32(5));
         vm->onPayload(10, 1, jstr(std::string(20, 'x') + "#y"));
-        vm->onPayload(2, 4, be32(0)); // no further fields or methods
-        vm->onPayload(2, 5, be32(0));
+        for (int cmd : {4, 5}) // no further fields or methods
+            vm->onPayload(2, cmd, be32(0));
         vm->onPayload(3, 1, be64(0));
         jvm()->GoVMStateChange(VMSuspend, 1);
         jvm()->GoBreakpoint(0, 1, "pkg/A", 0x100, 0x55cecbfa2550, 10, 0);
@@ -132,28 +104,27 @@ protected:
     }
 };
 
-TEST_F(ModelValues, DottedPathPutsTheLastElementFirst)
+// A dotted path puts the last element first; only the last element is cut
+// and escaped.
+TEST_F(ModelValues, GetValueTextLayouts)
 {
-    EXPECT_EQ(jvm()->getValue("a.b"), "#a.b: 5#\r\na: Type: pkg/B - ObjID: 119");
-    EXPECT_EQ(jvm()->getValue("a.zz"), "a.zz - Not available!\r\na: Type: pkg/B - ObjID: 119");
-    EXPECT_EQ(jvm()->getValue("zz"), "") << "a single unknown name gives nothing";
+    const struct { const char* expr; int32_t maxSize; std::string expected; } rows[] = {
+        {"a.b", 512, "#a.b: 5#\r\na: Type: pkg/B - ObjID: 119"},
+        {"a.zz", 512, "a.zz - Not available!\r\na: Type: pkg/B - ObjID: 119"},
+        {"zz", 512, ""}, // a single unknown name gives nothing
+        {"s", 22, "s: #xxxxxxxxxxxxxxxxxxxx{~}y#"},
+        {"s", 4, "s: #xxxx#"},
+    };
+    for (const auto& r : rows) {
+        jvm()->setMaxValueSize(r.maxSize);
+        EXPECT_EQ(jvm()->getValue(r.expr), r.expected) << r.expr;
+    }
     EXPECT_FALSE(jvm()->evaluating());
     EXPECT_FALSE(jvm()->muteStateEvents());
-}
-
-TEST_F(ModelValues, OnlyTheLastElementIsCutAndEscaped)
-{
-    jvm()->setMaxValueSize(22);
-    EXPECT_EQ(jvm()->getValue("s"), "s: #xxxxxxxxxxxxxxxxxxxx{~}y#");
-    jvm()->setMaxValueSize(4);
-    EXPECT_EQ(jvm()->getValue("s"), "s: #xxxx#");
-}
-
-TEST_F(ModelValues, ExpressionsThatAreNoNamesSendNothing)
-{
+    vm->clearCommands();
     for (const char* expr : {"", "a:b", "x=1", "12", "\"quoted", "1.5"})
         EXPECT_EQ(jvm()->getValue(expr), "") << expr;
-    EXPECT_TRUE(vm->commands().empty());
+    EXPECT_TRUE(vm->commands().empty()) << "expressions that are no names send nothing";
 }
 
 TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)

@@ -2,6 +2,7 @@
 // name and group, the live state, the odd parent-group property, and the
 // arming of every non-system thread for suspend-at-next-step.
 #include <map>
+#include <tuple>
 
 #include "model_test_support.h"
 
@@ -10,26 +11,22 @@ using namespace jdwpkrvdbg::model_test;
 
 namespace {
 
+// Threads 1 and 2 in "system" (group 0x100), 3 and 4 in "main" (0x200);
+// thread 5's group cannot be read.
 class ModelThreads : public ModelTest {
 public:
-    // Threads 1 and 2 in "system" (group 0x100), 3 and 4 in "main" (0x200);
-    // thread 5's group cannot be read.
-    void installGroups()
+    void SetUp() override
     {
+        ModelTest::SetUp();
         vm->on(11, 5, [](const SentCommand& c, std::string& out, uint16_t& err) {
             static const std::map<std::string, uint64_t> groups{
                 {be64(1), 0x100}, {be64(2), 0x100}, {be64(3), 0x200}, {be64(4), 0x200}};
             auto it = groups.find(c.payload);
-            if (it == groups.end()) {
-                err = 10; // INVALID_THREAD
-                return true;
-            }
-            err = 0;
-            out = be64(it->second);
+            err = it == groups.end() ? 10 /* INVALID_THREAD */ : 0;
+            out = err ? "" : be64(it->second);
             return true;
         });
-        vm->on(12, 1, [](const SentCommand& c, std::string& out, uint16_t& err) {
-            err = 0;
+        vm->on(12, 1, [](const SentCommand& c, std::string& out, uint16_t&) {
             out = jstr(c.payload == be64(0x100) ? "system" : "main");
             return true;
         });
@@ -49,7 +46,6 @@ public:
 TEST_F(ModelThreads, ListPositionsAndIds)
 {
     JXThreadList list;
-    EXPECT_EQ(list.Count(), 0);
     for (double id : {7.0, 3.0, 9007199254740991.0})
         list.addThread(id);
     list.addThread(3); // refused by the collection: ids are keys
@@ -64,7 +60,6 @@ TEST_F(ModelThreads, ListPositionsAndIds)
 
 TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
 {
-    installGroups();
     vm->onPayload(11, 1, jstr("main"));
     vm->onPayload(11, 4, be32(THREAD_STATE_SLEEPING) + be32(1));
     JXThread t;
@@ -77,10 +72,10 @@ TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
     EXPECT_TRUE(t.CanSuspend());
     EXPECT_EQ(t.ThreadState(), THREAD_STATE_SLEEPING);
     EXPECT_TRUE(t.ThreadSuspended());
-    EXPECT_EQ(countOf(11, 1), 1u);
-    EXPECT_EQ(countOf(11, 5), 1u);
-    EXPECT_EQ(countOf(12, 1), 1u);
-    EXPECT_EQ(countOf(11, 4), 2u) << "state and suspension are read on every access";
+    // Name and group once; state and suspension on every access.
+    const std::tuple<int, int, size_t> counts[] = {{11, 1, 1}, {11, 5, 1}, {12, 1, 1}, {11, 4, 2}};
+    for (auto [set, cmd, n] : counts)
+        EXPECT_EQ(countOf(set, cmd), n) << set << "/" << cmd;
     EXPECT_EQ(vm->commandsOf(11, 1)[0].payload, be64(3));
     EXPECT_EQ(vm->commandsOf(12, 1)[0].payload, be64(0x200));
 
@@ -91,7 +86,6 @@ TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
 
 TEST_F(ModelThreads, AnUnknownGroupCountsAsSuspendableAndTheParentGroupIsZero)
 {
-    installGroups();
     JXThread t;
     t.threadID = 5;
     EXPECT_EQ(t.parentThreadGroupID(), 0);
@@ -105,7 +99,6 @@ TEST_F(ModelThreads, AnUnknownGroupCountsAsSuspendableAndTheParentGroupIsZero)
 
 TEST_F(ModelThreads, RegisterSuspendArmsEveryThreadOutsideTheSystemGroupOnce)
 {
-    installGroups();
     JXThreadList list;
     for (double id : {1, 2, 3, 4, 5})
         list.addThread(id);
@@ -130,7 +123,6 @@ TEST_F(ModelThreads, RegisterSuspendArmsEveryThreadOutsideTheSystemGroupOnce)
 
 TEST_F(ModelThreads, AFailedStopRequestIsTriedAgain)
 {
-    installGroups();
     vm->onPayload(15, 1, "", 10);
     JXThread t;
     t.threadID = 3;
@@ -146,15 +138,12 @@ TEST_F(ModelThreads, AFailedStopRequestIsTriedAgain)
 
 TEST_F(ModelThreads, SuspendNextStepArmsAllThreadsQuietly)
 {
-    installGroups();
     vm->onPayload(1, 4, be32(3) + be64(1) + be64(3) + be64(4));
     EXPECT_TRUE(jvm()->SuspendNextStep());
-    std::vector<std::pair<int, int>> order;
-    for (const auto& c : vm->commands())
-        if (!(c.set == 11 || c.set == 12))
-            order.emplace_back(c.set, c.cmd);
+    auto order = wire(); // without the thread and group queries
+    std::erase_if(order, [](const auto& sc) { return sc.first == 11 || sc.first == 12; });
     // AllThreads, Suspend, one step request per user thread, Resume.
-    EXPECT_EQ(order, (std::vector<std::pair<int, int>>{{1, 4}, {1, 8}, {15, 1}, {15, 1}, {1, 9}}));
+    EXPECT_EQ(order, (Wire{{1, 4}, {1, 8}, {15, 1}, {15, 1}, {1, 9}}));
     EXPECT_EQ(steppedThreads(), (std::vector<std::string>{be64(3), be64(4)}));
     EXPECT_FALSE(jvm()->muteStateEvents()) << "restored";
     EXPECT_TRUE(log->states.empty()) << "no state change reaches the host";

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "jdwpkrvdbg/platform/Clock.h"
@@ -21,18 +22,12 @@ struct Pipe {
     Pipe()
     {
         int fds[2];
-        if (::pipe(fds) == 0) {
-            r = fds[0];
-            w = fds[1];
-        }
+        if (::pipe(fds) == 0)
+            r = fds[0], w = fds[1];
     }
     ~Pipe() { ::close(r), ::close(w); }
-    void put(char c = 'x') { ASSERT_EQ(::write(w, &c, 1), 1); }
-    void take()
-    {
-        char c;
-        ASSERT_EQ(::read(r, &c, 1), 1);
-    }
+    void put() { ASSERT_EQ(::write(w, "x", 1), 1); }
+    void take() { char c; ASSERT_EQ(::read(r, &c, 1), 1); }
 };
 
 class PumpTest : public ::testing::Test {
@@ -47,50 +42,35 @@ protected:
     size_t baseline_ = 0;
 };
 
-TEST_F(PumpTest, WatchRunsOnlyWhenReady)
-{
-    Pipe p;
-    std::vector<short> seen;
-    int id = pump().addWatch(p.r, POLLIN, [&](short revents) {
-        seen.push_back(revents);
-        p.take();
-    });
-    EXPECT_GT(id, 0);
-    EXPECT_EQ(pump().pumpOnce(0), 0);
-    p.put();
-    EXPECT_EQ(pump().pumpOnce(0), 1);
-    EXPECT_EQ(pump().pumpOnce(0), 0);
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0], POLLIN);
-    pump().removeWatch(id);
-    pump().removeWatch(id); // unknown ids are ignored
-}
-
 TEST_F(PumpTest, IdleRunsEveryPassAndPreventsBlocking)
 {
-    int runs = 0;
-    int id = pump().addIdle([&] { ++runs; });
+    std::vector<std::string> log;
+    int second = 0;
+    int first = pump().addIdle([&] {
+        log.push_back("first");
+        if (second == 0) // added during a pass: runs from the next one
+            second = pump().addIdle([&] { log.push_back("second"); });
+    });
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(pump().pumpOnce(60000), 1);
-    EXPECT_EQ(pump().pumpOnce(60000), 1);
+    EXPECT_EQ(pump().pumpOnce(60000), 2);
     // A blocking pass would have taken a minute.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-    EXPECT_EQ(runs, 2);
     DoEvents(); // one pass, no wait
-    EXPECT_EQ(runs, 3);
-    pump().removeIdle(id);
+    pump().removeIdle(first);
+    pump().removeIdle(second);
     EXPECT_EQ(pump().pumpOnce(0), 0);
-    EXPECT_EQ(runs, 3);
+    EXPECT_EQ(log, (std::vector<std::string>{"first", "first", "second", "first", "second"}));
 }
 
-TEST_F(PumpTest, NestedPassFromCallback)
+TEST_F(PumpTest, WatchRunsWhenReadyAlsoInANestedPass)
 {
     Pipe p;
     std::vector<std::string> log;
     int depth = 0;
     int idle = pump().addIdle([&] { log.push_back("idle@" + std::to_string(depth)); });
-    int watch = pump().addWatch(p.r, POLLIN, [&](short) {
-        log.push_back("watch@" + std::to_string(depth));
+    int watch = pump().addWatch(p.r, POLLIN, [&](short revents) {
+        log.push_back("watch@" + std::to_string(depth) + (revents == POLLIN ? "" : " with other events"));
         if (depth == 0) {
             // Still readable: the nested pass must run this watch again.
             ++depth;
@@ -101,42 +81,51 @@ TEST_F(PumpTest, NestedPassFromCallback)
             p.take();
         }
     });
+    EXPECT_EQ(pump().pumpOnce(0), 1); // not ready yet
     p.put();
     EXPECT_EQ(pump().pumpOnce(0), 2);
-    EXPECT_EQ(log, (std::vector<std::string>{"watch@0", "watch@1", "idle@1", "nested ran 2", "idle@0"}));
+    EXPECT_EQ(pump().pumpOnce(0), 1); // taken
+    EXPECT_EQ(log, (std::vector<std::string>{"idle@0", "watch@0", "watch@1", "idle@1", "nested ran 2", "idle@0",
+                                             "idle@0"}));
     pump().removeWatch(watch);
+    pump().removeWatch(watch); // unknown ids are ignored
     pump().removeIdle(idle);
 }
 
-TEST_F(PumpTest, CallbackRemovesItselfAndAnother)
+// A callback removes (itself and) or narrows the events of another watch
+// that is ready in the same pass: that one must not run.
+TEST_F(PumpTest, CallbackRemovesOrNarrowsAWatchReadyInTheSamePass)
 {
-    Pipe a;
-    Pipe b;
-    int idA = 0;
-    int idB = 0;
-    int bRuns = 0;
-    std::string afterRemoval;
     const std::string payload(200, 'p'); // heap-held capture: freed too early would show
-    idA = pump().addWatch(a.r, POLLIN, [&, payload](short) {
+    for (bool remove : {true, false}) {
+        SCOPED_TRACE(remove ? "removes" : "narrows");
+        Pipe a, b;
+        int idA = 0, idB = 0, bRuns = 0;
+        std::string afterRemoval;
+        idA = pump().addWatch(a.r, POLLIN, [&, payload, remove](short) {
+            a.take();
+            if (!remove)
+                return pump().setWatchEvents(idB, POLLOUT); // a read end never becomes writable
+            pump().removeWatch(idA);
+            pump().removeWatch(idB);
+            afterRemoval = payload; // captures still alive after removing itself
+        });
+        idB = pump().addWatch(b.r, POLLIN, [&](short) { ++bRuns; });
+        a.put();
+        b.put();
+        EXPECT_EQ(pump().pumpOnce(0), 1);
+        EXPECT_EQ(pump().pumpOnce(0), 0);
+        EXPECT_EQ(bRuns, 0);
+        EXPECT_EQ(afterRemoval, remove ? payload : "");
         pump().removeWatch(idA);
         pump().removeWatch(idB);
-        afterRemoval = payload; // captures still alive after removing itself
-    });
-    idB = pump().addWatch(b.r, POLLIN, [&](short) { ++bRuns; });
-    a.put();
-    b.put();
-    EXPECT_EQ(pump().pumpOnce(0), 1);
-    EXPECT_EQ(afterRemoval, payload);
-    EXPECT_EQ(bRuns, 0);
-    EXPECT_EQ(pump().pumpOnce(0), 0);
+    }
 }
 
 TEST_F(PumpTest, NestedPassRemovesWatchPendingInOuterPass)
 {
-    Pipe a;
-    Pipe b;
-    int idB = 0;
-    int bRuns = 0;
+    Pipe a, b;
+    int idB = 0, bRuns = 0;
     int idA = pump().addWatch(a.r, POLLIN, [&](short) {
         a.take();
         int idle = 0;
@@ -159,36 +148,6 @@ TEST_F(PumpTest, NestedPassRemovesWatchPendingInOuterPass)
     pump().removeWatch(idA);
 }
 
-TEST_F(PumpTest, NarrowedEventsAreNotReported)
-{
-    Pipe a;
-    Pipe b; // both write ends are writable at once
-    int idB = 0;
-    int bRuns = 0;
-    int idA = pump().addWatch(a.w, POLLOUT, [&](short) { pump().setWatchEvents(idB, POLLIN); });
-    idB = pump().addWatch(b.w, POLLOUT, [&](short) { ++bRuns; });
-    EXPECT_EQ(pump().pumpOnce(0), 1);
-    EXPECT_EQ(bRuns, 0);
-    pump().removeWatch(idA);
-    pump().removeWatch(idB);
-}
-
-TEST_F(PumpTest, IdleAddedDuringPassRunsFromNextPass)
-{
-    std::vector<std::string> log;
-    int second = 0;
-    int first = pump().addIdle([&] {
-        log.push_back("first");
-        if (second == 0)
-            second = pump().addIdle([&] { log.push_back("second"); });
-    });
-    pump().pumpOnce(0);
-    pump().pumpOnce(0);
-    EXPECT_EQ(log, (std::vector<std::string>{"first", "first", "second"}));
-    pump().removeIdle(first);
-    pump().removeIdle(second);
-}
-
 TEST_F(PumpTest, TimersFollowInjectedTicks)
 {
     // Start just below the wrap of the 32-bit tick counter.
@@ -197,28 +156,21 @@ TEST_F(PumpTest, TimersFollowInjectedTicks)
     std::vector<uint32_t> fired;
     int id = pump().addTimer(100, [&] { fired.push_back(now); });
 
-    struct Step {
-        uint32_t advance;
-        size_t firedAfter;
+    const std::pair<uint32_t, size_t> steps[] = { // ticks to advance, runs after the pass
+        {0, 0},    // not due
+        {99, 0},   // one tick short (across the wrap)
+        {1, 1},    // due
+        {50, 1},   // re-armed from the firing time
+        {50, 2},   // due again
+        {1000, 3}, // late: fires once, no burst of missed ticks
+        {0, 3},
+        {100, 4},  // re-armed from the late firing
     };
-    const Step steps[] = {
-        {0, 0},   // not due
-        {99, 0},  // one tick short (across the wrap)
-        {1, 1},   // due
-        {50, 1},  // re-armed from the firing time
-        {50, 2},  // due again
-        {1000, 3} // late: fires once, no burst of missed ticks
-    };
-    for (const Step& s : steps) {
-        now += s.advance;
+    for (const auto& [advance, runs] : steps) {
+        now += advance;
         pump().pumpOnce(0);
-        EXPECT_EQ(fired.size(), s.firedAfter) << "after advancing " << s.advance;
+        EXPECT_EQ(fired.size(), runs) << "after advancing " << advance;
     }
-    pump().pumpOnce(0);
-    EXPECT_EQ(fired.size(), 3u);
-    now += 100;
-    pump().pumpOnce(0);
-    EXPECT_EQ(fired.size(), 4u);
     pump().removeTimer(id);
     now += 1000;
     pump().pumpOnce(0);

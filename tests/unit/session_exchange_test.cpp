@@ -1,164 +1,93 @@
-// The request/reply exchange and the opening sequence against the scripted
-// transport: packet ids, framing of received bytes in any split, dispatch
-// order, nested synchronous calls, time-outs with an injected tick source,
-// and the handler's reactions to the transport's events.
-#include <gtest/gtest.h>
-
-#include <jdwpkrvdbg/jdwpkrvdbg.h>
-
-#include "ScriptedVM.h"
+// The request/reply exchange, the opening sequence and the connect loop
+// against the scripted transport: packet ids, framing of received bytes in
+// any split, dispatch order, nested synchronous calls, time-outs with an
+// injected tick source, and the handler's reactions to the transport's
+// events.
+#include "model_test_support.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::testing;
+using namespace jdwpkrvdbg::model_test;
 
 namespace {
 
-struct Recorder : JXMachineEvents {
-    std::vector<std::string> log;
-    std::function<void(const std::string&)> onDebug;
-    void Message(const std::string& p, int32_t b, const std::string& t) override
-    {
-        log.push_back("Message(" + p + "," + std::to_string(b) + "," + t + ")");
-    }
-    void VMStateChanged(VMState s) override { log.push_back("State(" + std::to_string(s) + ")"); }
-    void OpenConnection() override { log.push_back("Open"); }
-    void CloseConnection() override { log.push_back("Close"); }
-    void DebugMessage(const std::string& s) override
-    {
-        log.push_back("Debug(" + s + ")");
-        if (onDebug)
-            onDebug(s);
-    }
-    void ConsoleMessage(const std::string& s) override { log.push_back("Console(" + s + ")"); }
-    bool has(const std::string& entry) const { return std::find(log.begin(), log.end(), entry) != log.end(); }
-};
-
-class SessionFixture : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        handler = JDWPHandler::create();
-        transport = std::make_shared<ScriptedTransport>();
-        vm = std::make_unique<ScriptedVM>(transport);
-        recorder = std::make_shared<Recorder>();
-        handler->myJVM()->setEvents(recorder);
-        handler->setTransportFactory([this] { return transport; });
-    }
-    void TearDown() override
-    {
-        setTickSource(nullptr);
-        vm.reset();
-        handler->attachTransport(nullptr);
-        handler.reset();
-        setCurrentHandler(nullptr);
-    }
-    std::shared_ptr<JDWPHandler> handler;
-    std::shared_ptr<ScriptedTransport> transport;
-    std::unique_ptr<ScriptedVM> vm;
-    std::shared_ptr<Recorder> recorder;
-};
+using SessionOpening = ScriptedSessionTest;
 
 // A socket session whose handshake is done and whose opening requests went
 // unanswered: what the tests send and receive from here on is theirs.
-class SessionExchange : public SessionFixture {
+class SessionExchange : public SessionOpening {
 protected:
     void SetUp() override
     {
-        SessionFixture::SetUp();
+        SessionOpening::SetUp();
         ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true));
         ASSERT_TRUE(MessagePump::instance().pumpUntil([&] { return !vm->commandsOf(1, 7).empty(); }, 2000));
         handler->removeMessage(handler->myMaxSendID);
         vm->clearCommands();
         transport->sent.clear();
-        recorder->log.clear();
+        log->all.clear();
     }
 };
 
-TEST(SessionIds, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
+using SessionIds = SessionOpening;
+
+TEST_F(SessionIds, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
 {
-    auto handler = JDWPHandler::create();
-    auto transport = std::make_shared<ScriptedTransport>();
     handler->attachTransport(transport);
     transport->connectedFlag = true;
     auto f = handler->myFactory();
     auto a = f->createGetVersionMessage();
     auto b = f->createResumeMessage();
     auto c = f->createSuspendMessage();
-    EXPECT_EQ(a->myID, 1);
-    EXPECT_EQ(b->myID, 2);
-    EXPECT_EQ(c->myID, 3);
+    EXPECT_EQ(std::tuple(a->myID, b->myID, c->myID), std::tuple(1, 2, 3));
     EXPECT_TRUE(handler->sendAsync(a));
     EXPECT_FALSE(handler->sendAsync(a)) << "the same command twice is refused";
-    ASSERT_EQ(transport->sent.size(), 1u);
-    EXPECT_EQ(transport->sent[0], std::string("\x00\x00\x00\x0b\x00\x00\x00\x01\x00\x01\x01", 11));
+    EXPECT_EQ(transport->sent,
+              std::vector<std::string>{std::string("\x00\x00\x00\x0b" "\x00\x00\x00\x01" "\x00\x01\x01", 11)});
     EXPECT_EQ(handler->getMessage(1), a);
     EXPECT_EQ(handler->getMessage(7), nullptr);
-    handler->attachTransport(nullptr);
-    handler.reset();
-    setCurrentHandler(nullptr);
 }
 
+const std::string kVersion = jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n");
+
+// Two Version replies, first cut at every offset, the rest in five-byte
+// pieces: a packet is queued for dispatch only when it is whole.
 TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
 {
-    // Two Version replies, split at every offset, and the same bytes whole.
-    const std::string version = jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n");
-    for (size_t cut = 0; cut <= 2 * (11 + version.size()); ++cut) {
+    const size_t whole = 11 + kVersion.size();
+    for (size_t cut = 0; cut <= 2 * whole; ++cut) {
         auto f = handler->myFactory();
         auto m1 = f->createGetVersionMessage();
         auto m2 = f->createGetVersionMessage();
         handler->sendAsync(m1);
         handler->sendAsync(m2);
-        const std::string both = replyPacket(static_cast<uint32_t>(m1->myID), version) +
-                                 replyPacket(static_cast<uint32_t>(m2->myID), version);
-        handler->myJVM()->VMName.clear();
-        recorder->log.clear();
-        transport->raiseReceive(both.substr(0, cut));
-        transport->raiseReceive(both.substr(cut));
+        const std::string both = replyPacket(static_cast<uint32_t>(m1->myID), kVersion) +
+                                 replyPacket(static_cast<uint32_t>(m2->myID), kVersion);
+        jvm()->VMName.clear();
+        log->all.clear();
+        for (size_t from = 0; from < both.size();) {
+            const size_t to = from < cut ? cut : std::min(both.size(), from + 5);
+            transport->raiseReceive(both.substr(from, to - from));
+            from = to;
+            EXPECT_EQ(transport->processEventEnabled, from >= whole) << "cut " << cut << " at " << from;
+        }
         transport->pumpProcessEvents();
-        EXPECT_EQ(handler->myJVM()->VMName, "n") << "cut " << cut;
-        EXPECT_EQ(std::count(recorder->log.begin(), recorder->log.end(), "Debug( *** n v)"), 2) << "cut " << cut;
+        EXPECT_EQ(jvm()->VMName, "n") << "cut " << cut;
+        EXPECT_EQ(log->count("Debug( *** n v)"), 2u) << "cut " << cut;
         EXPECT_EQ(handler->pendingSentCount(), 0u) << "cut " << cut;
         EXPECT_FALSE(transport->processEventEnabled) << "dispatch switches processevent off when drained";
     }
 }
 
-TEST_F(SessionExchange, APacketInThreePiecesIsQueuedOnlyWhenWhole)
-{
-    auto m = handler->myFactory()->createGetVersionMessage();
-    handler->sendAsync(m);
-    const std::string packet = replyPacket(static_cast<uint32_t>(m->myID), jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
-    transport->raiseReceive(packet.substr(0, 5));
-    EXPECT_FALSE(transport->processEventEnabled);
-    transport->raiseReceive(packet.substr(5, 10));
-    EXPECT_FALSE(transport->processEventEnabled);
-    transport->raiseReceive(packet.substr(15));
-    EXPECT_TRUE(transport->processEventEnabled);
-    transport->pumpProcessEvents();
-    EXPECT_EQ(handler->myJVM()->VMName, "n");
-}
-
-TEST_F(SessionExchange, SyncCallGetsItsReplyThroughThePump)
-{
-    vm->installDefaults();
-    auto reply = handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000);
-    ASSERT_NE(reply, nullptr);
-    EXPECT_EQ(reply->myFlags, 128);
-    EXPECT_EQ(reply->myCommandSet, 1);
-    EXPECT_EQ(reply->myCommand, 1);
-    EXPECT_EQ(handler->myJVM()->VMVersion, "17.0.15");
-    EXPECT_EQ(handler->pendingSyncCount(), 0u);
-    EXPECT_EQ(handler->pendingSentCount(), 0u);
-}
-
+// Sync calls get their replies through the pump, a nested one first.
 TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
 {
     vm->installDefaults();
     vm->onPayload(11, 1, jstr("main"));
     std::vector<std::string> order;
-    recorder->onDebug = [&](const std::string& s) {
+    log->onDebug = [&](const std::string& s) {
         if (s.find("Scripted VM") == std::string::npos && s.find("OpenJDK") == std::string::npos)
             return;
-        recorder->onDebug = nullptr;
+        log->onDebug = nullptr;
         auto inner = handler->sendSync(handler->myFactory()->createGetThreadNameMessage(1), 4000);
         ASSERT_NE(inner, nullptr);
         order.push_back("inner:" + inner->myDataContainer()->RequestThreadName);
@@ -167,17 +96,9 @@ TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
     ASSERT_NE(outer, nullptr);
     order.push_back("outer");
     EXPECT_EQ(order, (std::vector<std::string>{"inner:main", "outer"}));
-}
-
-TEST_F(SessionExchange, SyncWhileDisconnectedReturnsAtOnce)
-{
-    transport->connectedFlag = false;
-    uint32_t calls = 0;
-    setTickSource([&] { return ++calls; });
-    EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000), nullptr);
-    EXPECT_LT(calls, 5u) << "no waiting when nothing was sent";
-    EXPECT_TRUE(transport->sent.empty());
-    EXPECT_EQ(handler->pendingSyncCount(), 0u);
+    EXPECT_EQ(std::tuple(outer->myFlags, outer->myCommandSet, outer->myCommand), std::tuple(128, 1, 1));
+    EXPECT_EQ(jvm()->VMVersion, "17.0.15");
+    EXPECT_EQ(handler->pendingSyncCount() + handler->pendingSentCount(), 0u);
 }
 
 TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
@@ -189,18 +110,24 @@ TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
     EXPECT_GE(now, 5000u);
     EXPECT_EQ(handler->pendingSentCount(), 1u) << "the command stays until its answer comes";
     vm->reply(static_cast<uint32_t>(msg->myID), jstr("d") + be32(1) + be32(2) + jstr("late") + jstr("vm"));
-    EXPECT_EQ(handler->myJVM()->VMVersion, "late");
+    EXPECT_EQ(jvm()->VMVersion, "late");
     EXPECT_EQ(handler->pendingSentCount(), 0u);
+
+    transport->connectedFlag = false;
+    const uint32_t before = now;
+    EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000), nullptr);
+    EXPECT_LT(now - before, 500u) << "no waiting while disconnected";
+    EXPECT_EQ(transport->sent.size(), 1u) << "nothing sent while disconnected";
+    EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
 TEST_F(SessionExchange, UnknownReplyIdDiscardsTheWholeBuffer)
 {
     auto m = handler->myFactory()->createGetVersionMessage();
     handler->sendAsync(m);
-    const std::string good = replyPacket(static_cast<uint32_t>(m->myID), jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n"));
-    transport->raiseReceive(replyPacket(99, "") + good);
+    transport->raiseReceive(replyPacket(99, "") + replyPacket(static_cast<uint32_t>(m->myID), kVersion));
     transport->pumpProcessEvents();
-    EXPECT_EQ(handler->myJVM()->VMName, "") << "the packet behind an unknown reply goes with it (intended)";
+    EXPECT_EQ(jvm()->VMName, "") << "the packet behind an unknown reply goes with it (intended)";
 }
 
 TEST_F(SessionExchange, MalformedLengthEndsTheSessionCleanly)
@@ -208,7 +135,7 @@ TEST_F(SessionExchange, MalformedLengthEndsTheSessionCleanly)
     transport->raiseReceive(std::string("\x00\x00\x00\x05garbage", 11));
     EXPECT_GE(transport->closeCount, 1);
     EXPECT_FALSE(handler->isConnected());
-    EXPECT_TRUE(recorder->has("State(0)") || handler->myJVM()->JVMState() == VMDead);
+    EXPECT_TRUE(log->has("State(0)") || jvm()->JVMState() == VMDead);
     // A later packet finds an empty buffer and a closed session: nothing crashes.
     transport->raiseReceive(std::string("\x7f\xff\xff\xff", 4));
 }
@@ -217,33 +144,24 @@ TEST_F(SessionExchange, ConsoleTextEndsLinesWithCrLf)
 {
     transport->raisePipe("a\nb\r\nc\n");
     transport->raisePipe("tail");
-    EXPECT_TRUE(recorder->has("Console(a\r\nb\r\nc\r\n)"));
-    EXPECT_TRUE(recorder->has("Console(tail)"));
+    EXPECT_EQ(log->all, (std::vector<std::string>{"Console(a\r\nb\r\nc\r\n)", "Console(tail)"}));
 }
-
-class SessionOpening : public SessionFixture {};
 
 TEST_F(SessionOpening, HandshakeIdSizesVersionRequestsAndResumeInThatOrder)
 {
     vm->installDefaults();
     ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "5005", true));
     // Let the opening sequence run through the pump.
-    MessagePump::instance().pumpUntil(
-        [&] { return !vm->commandsOf(1, 9).empty() && !handler->myJVM()->VMName.empty(); }, 2000);
+    MessagePump::instance().pumpUntil([&] { return countOf(1, 9) && !jvm()->VMName.empty(); }, 2000);
     ASSERT_EQ(transport->sent.at(0), "JDWP-Handshake");
-    std::vector<std::pair<int, int>> wire;
-    for (const auto& c : vm->commands())
-        wire.emplace_back(c.set, c.cmd);
-    const std::vector<std::pair<int, int>> expected{{1, 7}, {1, 1}, {15, 1}, {15, 1}, {15, 1}, {1, 9}};
-    EXPECT_EQ(wire, expected);
-    ASSERT_GE(vm->commands().size(), 3u);
+    ASSERT_EQ(wire(), (Wire{{1, 7}, {1, 1}, {15, 1}, {15, 1}, {15, 1}, {1, 9}}));
     EXPECT_EQ(static_cast<unsigned char>(vm->commands()[2].payload[0]), EK_EXCEPTION_CATCH);
     EXPECT_EQ(static_cast<unsigned char>(vm->commands()[3].payload[0]), EK_CLASS_PREPARE);
-    EXPECT_EQ(handler->myJVM()->VMName, "OpenJDK 64-Bit Server VM");
-    EXPECT_TRUE(recorder->has("Debug( *** OpenJDK 64-Bit Server VM 17.0.15)"));
-    EXPECT_TRUE(recorder->has("Open"));
-    EXPECT_TRUE(recorder->has("Debug( *** Connect [Socket] 127.0.0.1:5005)"));
-    EXPECT_EQ(handler->myJVM()->JVMState(), VMRunning);
+    EXPECT_EQ(jvm()->VMName, "OpenJDK 64-Bit Server VM");
+    for (const char* e :
+         {"Debug( *** OpenJDK 64-Bit Server VM 17.0.15)", "Open", "Debug( *** Connect [Socket] 127.0.0.1:5005)"})
+        EXPECT_TRUE(log->has(e)) << e;
+    EXPECT_EQ(jvm()->JVMState(), VMRunning);
 }
 
 TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
@@ -252,10 +170,9 @@ TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
     uint32_t now = 0;
     setTickSource([&] { return now += 10; });
     EXPECT_FALSE(handler->startVM("/usr/bin/java", "-a=%SharedName% -b=%SharedName%", "S1", false, true));
-    ASSERT_EQ(transport->startedCommandLines.size(), 1u);
-    EXPECT_EQ(transport->startedCommandLines[0], "/usr/bin/java -a=S1 -b=S1");
+    EXPECT_EQ(transport->startedCommandLines, std::vector<std::string>{"/usr/bin/java -a=S1 -b=S1"});
     EXPECT_GT(transport->sharedConnects.size(), 1u) << "ConnectShared is called on every try";
-    EXPECT_EQ(std::count(recorder->log.begin(), recorder->log.end(), "Debug( *** Connect [SHMem] S1)"), 1);
+    EXPECT_EQ(log->count("Debug( *** Connect [SHMem] S1)"), 1u);
 }
 
 TEST_F(SessionOpening, NoConnectionGivesUpAfterFourSecondsWithTheFailureBox)
@@ -267,13 +184,12 @@ TEST_F(SessionOpening, NoConnectionGivesUpAfterFourSecondsWithTheFailureBox)
     EXPECT_FALSE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true));
     EXPECT_GT(now, 4000u);
     EXPECT_LT(now, 6000u);
-    EXPECT_TRUE(recorder->has("Debug( *** Try 60/100)") || recorder->has("Debug( *** Try 59/100)") ||
-                std::any_of(recorder->log.begin(), recorder->log.end(),
+    EXPECT_TRUE(std::any_of(log->all.begin(), log->all.end(),
                             [](const std::string& s) { return s.rfind("Debug( *** Try ", 0) == 0; }));
-    EXPECT_TRUE(recorder->has("Debug( *** JDWP-Connection failed ...)"));
-    EXPECT_TRUE(recorder->has("Message(Debugger failed! Process terminated!\r\nConnection refused (127.0.0.1:1),16,"
+    EXPECT_TRUE(log->has("Debug( *** JDWP-Connection failed ...)"));
+    EXPECT_TRUE(log->has("Message(Debugger failed! Process terminated!\r\nConnection refused (127.0.0.1:1),16,"
                               "Korvane Debugger)"));
-    EXPECT_TRUE(recorder->has("Close"));
+    EXPECT_TRUE(log->has("Close"));
 }
 
 TEST_F(SessionOpening, DisconnectBeforeStartSendsNothing)
@@ -287,14 +203,52 @@ TEST_F(SessionOpening, RemoteDropShowsTheBoxUnlessAskedFor)
     vm->installDefaults();
     ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "h", "1", true));
     transport->raiseDisconnected();
-    EXPECT_TRUE(recorder->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
-    EXPECT_EQ(handler->myJVM()->JVMState(), VMDead);
+    EXPECT_TRUE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
+    EXPECT_EQ(jvm()->JVMState(), VMDead);
 
-    recorder->log.clear();
+    log->all.clear();
     ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "h", "1", true));
     handler->Disconnect();
     transport->raiseDisconnected();
-    EXPECT_FALSE(recorder->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
+    EXPECT_FALSE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
+}
+
+// The connect loop: a started VM that writes to its console (the agent's
+// "Listening for transport ..." line) ends the loop's 50 ms pause, so the
+// next try comes at once; a VM that stays silent is still tried on the 50 ms
+// marks. Every reading of the clock is a millisecond later.
+class ConnectLoop : public SessionOpening {
+protected:
+    // Clock readings until the VM, listening from the first pump pass on,
+    // is connected; with `announce` it says so on its console.
+    uint32_t startListeningVM(bool announce)
+    {
+        setTickSource([this] { return ++now_; });
+        transport->connectOnRequest = false;
+        const int idle = MessagePump::instance().addIdle([this, announce] {
+            if (transport->connectOnRequest)
+                return;
+            transport->connectOnRequest = true;
+            if (announce)
+                transport->raisePipe("Listening for transport dt_socket at address: 5005\n");
+        });
+        EXPECT_TRUE(handler->startVM("/usr/bin/java", "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y Main", "",
+                                     false, true, 0, "127.0.0.1", "5005", true));
+        MessagePump::instance().removeIdle(idle);
+        EXPECT_EQ(transport->socketConnects.size(), 2u) << "the refused try before the loop, and one in it";
+        return now_ - 1000;
+    }
+    uint32_t now_ = 1000;
+};
+
+TEST_F(ConnectLoop, TheListeningLineEndsThePauseAndTheTryComesAtOnce)
+{
+    EXPECT_LT(startListeningVM(true), 50u);
+}
+
+TEST_F(ConnectLoop, ASilentVMIsTriedOnTheFiftyMillisecondMark)
+{
+    EXPECT_GE(startListeningVM(false), 50u);
 }
 
 } // namespace
