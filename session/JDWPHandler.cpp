@@ -276,8 +276,14 @@ void JDWPHandler::Disconnect()
         return;
     bDisconnecting = true;
     disposeVM();
+    // Our transport closes and kills without raising events of its own, so
+    // the end of the session is reported here, as a drop of the connection
+    // would report it; the VM may already have closed it after the Dispose.
+    const bool wasConnected = JDWPCon_->TransportConnected();
     JDWPCon_->CloseTransport();
     JDWPCon_->KillProcess();
+    if (wasConnected && myJVM_) // a session object being torn down gets no events
+        disconnected();
 }
 
 void JDWPHandler::disposeVM()

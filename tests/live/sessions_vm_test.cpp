@@ -1,0 +1,65 @@
+// One host, many sessions: the same handler and session objects debug one
+// VM after another, over the socket and the shared-memory transport, and
+// each session ends a different way (the program's end, the debugger's
+// Disconnect at a stop, exitVM at a stop). Every session must stop at the
+// breakpoints kept from the first, read values, step, and leave no pending
+// call, no stale state and nothing in /dev/shm for the next one.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "LiveSessionTest.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
+
+namespace {
+
+int line(const std::string& marker)
+{
+    return lineOf("tests/java/Values.java", "// " + marker);
+}
+
+enum class End { RunsToItsEnd, Disconnect, ExitVM };
+
+TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
+{
+    jvm->setTargetClassName({"Values", "Point"});
+    jvm->addBreakpoint("Values", line("@values-stop"));
+    jvm->addBreakpoint("Values", line("@level2"));
+    const End ends[] = {End::RunsToItsEnd, End::Disconnect, End::ExitVM};
+    for (int round = 0; round < 6; ++round) {
+        const bool shmem = round % 2 == 1;
+        const End end = ends[round % 3];
+        SCOPED_TRACE("session " + std::to_string(round) + (shmem ? " over shared memory" : " over the socket"));
+        const std::string name = "krvsessions-" + std::to_string(::getpid()) + "-" + std::to_string(round);
+        const size_t stops = log->stops.size();
+        ASSERT_TRUE(shmem ? launchShmem(name, "Values") : launch("Values")) << dump();
+        ASSERT_TRUE(waitStop(stops)) << dump();
+        EXPECT_EQ(lastStop().line, line("@values-stop"));
+        EXPECT_EQ(jvm->getValue("i"), "i: #-7#");
+        EXPECT_EQ(jvm->getValue("p.x").rfind("#p.x: 3#", 0), 0u) << jvm->getValue("p.x");
+        ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << dump();
+        ASSERT_TRUE(waitStop(stops + 1)) << dump();
+        EXPECT_EQ(lastStop().line, line("@values-stop") + 1);
+        ASSERT_TRUE(resumeToStopAt(line("@level2"))) << dump();
+
+        switch (end) {
+        case End::RunsToItsEnd:
+            EXPECT_EQ(runToEnd(), 0) << dump();
+            break;
+        case End::Disconnect:
+            handler->Disconnect();
+            break;
+        case End::ExitVM:
+            handler->exitVM();
+            break;
+        }
+        ASSERT_TRUE(waitDead()) << dump();
+        EXPECT_EQ(handler->pendingSyncCount(), 0u);
+        EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + name));
+    }
+    EXPECT_TRUE(log->boxes.empty()) << log->boxes.front();
+}
+
+} // namespace
