@@ -110,13 +110,19 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         return false;
     auto jvm = myJVM();
     try {
-        bDisconnecting = false;
-        jvm->cleanup();
         // What is left of the previous session goes first: a VM that reported
         // its death may still be exiting, and the end of its connection or
-        // process, seen later, would otherwise end the new session.
-        JDWPCon_->CloseTransport();
+        // process, seen later, would otherwise end the new session. A
+        // connection still up is ended as Disconnect ends it, so the host
+        // sees that session close.
+        if (JDWPCon_->TransportConnected()) {
+            bDisconnecting = true;
+            JDWPCon_->CloseTransport();
+            disconnected();
+        }
         JDWPCon_->KillProcess();
+        bDisconnecting = false;
+        jvm->cleanup();
         const std::string commandLine = ReplaceAll(JVMParam, "%SharedName%", SharedName);
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();

@@ -2,8 +2,9 @@
 // VM after another, over the socket and the shared-memory transport, and
 // each session ends a different way (the program's end, the debugger's
 // Disconnect at a stop, exitVM at a stop). Every session must stop at the
-// breakpoints kept from the first, read values, step, and leave no pending
-// call, no stale state and nothing in /dev/shm for the next one.
+// breakpoints kept from the first, read values, step, be reported opened and
+// closed once, and leave no pending call, no stale state and nothing in
+// /dev/shm for the next one.
 #include <unistd.h>
 
 #include <filesystem>
@@ -60,6 +61,12 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + name));
     }
     EXPECT_TRUE(log->boxes.empty()) << log->boxes.front();
+    // Each session opened and closed once, in turn, however it ended.
+    EXPECT_TRUE(pumpUntil([&] { return log->lines.size() >= 12; }, 5000));
+    std::vector<std::string> expected;
+    for (int round = 0; round < 6; ++round)
+        expected.insert(expected.end(), {"OpenConnection", "CloseConnection"});
+    EXPECT_EQ(log->lines, expected);
 }
 
 } // namespace
