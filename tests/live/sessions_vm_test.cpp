@@ -1,7 +1,8 @@
 // One host, many sessions: the same handler and session objects debug one
 // VM after another, over the socket and the shared-memory transport, and
 // each session ends a different way (the program's end, the debugger's
-// Disconnect at a stop, exitVM at a stop). Every session must stop at the
+// Disconnect at a stop, exitVM at a stop), then attached to VMs that listen
+// by themselves. Every session must stop at the
 // breakpoints kept from the first, read values, step, be reported opened and
 // closed once, and leave no pending call, no stale state and nothing in
 // /dev/shm for the next one.
@@ -61,10 +62,31 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + name));
     }
     EXPECT_TRUE(log->boxes.empty()) << log->boxes.front();
+
+    // Then attached to VMs that listen by themselves: one the debugger lets
+    // go, one that goes away under it (the user hears of that one only).
+    for (bool remoteDies : {false, true}) {
+        SCOPED_TRACE(remoteDies ? "attached, the VM dies" : "attached, Disconnect");
+        ListeningVM remote("Values", testsClassPath());
+        const size_t stops = log->stops.size();
+        handler->bRemoteConnection = true;
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(remote.port()), true))
+            << dump();
+        ASSERT_TRUE(waitStop(stops)) << dump();
+        EXPECT_EQ(lastStop().line, line("@values-stop"));
+        EXPECT_EQ(jvm->getValue("i"), "i: #-7#");
+        if (remoteDies)
+            remote.process().kill();
+        else
+            handler->Disconnect();
+        ASSERT_TRUE(waitDead()) << dump();
+    }
+    EXPECT_EQ(log->boxes, std::vector<std::string>{"Remote Java Virtual Machine disconnected!|64|Debugger"});
+
     // Each session opened and closed once, in turn, however it ended.
-    EXPECT_TRUE(pumpUntil([&] { return log->lines.size() >= 12; }, 5000));
+    EXPECT_TRUE(pumpUntil([&] { return log->lines.size() >= 16; }, 5000));
     std::vector<std::string> expected;
-    for (int round = 0; round < 6; ++round)
+    for (int round = 0; round < 8; ++round)
         expected.insert(expected.end(), {"OpenConnection", "CloseConnection"});
     EXPECT_EQ(log->lines, expected);
 }
