@@ -113,7 +113,9 @@ bool ShmemChannel::removeStale(const std::string& name)
             return false;
         std::string obj = objectName(name);
         pid_t creator = 0;
-        return objectIsStale(obj, creator) && shm_unlink(obj.c_str()) == 0;
+        // Called once the launched VM is gone: it may have died halfway
+        // through creating the object (killed as it listened again).
+        return objectIsStale(obj, creator, true) && shm_unlink(obj.c_str()) == 0;
     } catch (...) {
         return false;
     }

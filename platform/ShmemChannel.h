@@ -24,7 +24,8 @@ public:
     // Removes the channel object of that name if the VM that created it has
     // ended (a VM killed while still waiting for a debugger leaves it behind).
     // For the side that launched and killed the VM: call it once the process
-    // is gone. True when something was removed.
+    // is gone (an object it left half-built is then removed too). True when
+    // something was removed.
     static bool removeStale(const std::string& name);
 
     // False with a clear error when the VM's channel is not there (yet), is

@@ -608,7 +608,10 @@ private:
 
 // Looks at an existing object of that name without changing it. Stale:
 // its creator is gone, or it never got a header and is older than the grace time.
-inline bool objectIsStale(const std::string& obj, pid_t& creator)
+// halfBuiltIsStale: the caller knows that the only process that could be
+// building this object has ended, so one without its header is a leftover
+// however young it is.
+inline bool objectIsStale(const std::string& obj, pid_t& creator, bool halfBuiltIsStale = false)
 {
     creator = 0;
     int fd = shm_open(obj.c_str(), O_RDONLY | O_CLOEXEC, 0);
@@ -617,7 +620,7 @@ inline bool objectIsStale(const std::string& obj, pid_t& creator)
     struct stat st {};
     bool stale = false;
     if (fstat(fd, &st) == 0) {
-        bool young = time(nullptr) - st.st_ctime < kHalfBuiltGraceSeconds;
+        bool young = !halfBuiltIsStale && time(nullptr) - st.st_ctime < kHalfBuiltGraceSeconds;
         if (size_t(st.st_size) < sizeof(SharedHeader)) {
             stale = !young;
         } else if (void* p = mmap(nullptr, sizeof(SharedHeader), PROT_READ, MAP_SHARED, fd, 0); p != MAP_FAILED) {

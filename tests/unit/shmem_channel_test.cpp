@@ -4,7 +4,9 @@
 // checks, claims, a closing or crashed VM, and that nothing is left in /dev/shm.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -355,6 +357,18 @@ TEST(ShmemChannel, LeftoversOfACrashedVmAreRemoved)
         EXPECT_FALSE(ShmemChannel::removeStale(name));
         EXPECT_TRUE(objectExists(name));
     }
+
+    // A VM killed while it built the object leaves it without a header: a VM
+    // creating that name meanwhile must not take it while it may still be
+    // built, but whoever killed the VM removes it at once.
+    const int fd = shm_open(objectName(name).c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    ASSERT_GE(fd, 0);
+    ::close(fd);
+    Mapping unused;
+    EXPECT_FALSE(createChannel(name, unused, error));
+    EXPECT_NE(error.find("is in use"), std::string::npos) << error;
+    EXPECT_TRUE(ShmemChannel::removeStale(name));
+    EXPECT_FALSE(objectExists(name));
 
     // Found by the next VM: it takes the name over.
     leaveStale();
