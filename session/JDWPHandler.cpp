@@ -265,9 +265,16 @@ void JDWPHandler::disconnected()
 void JDWPHandler::terminated()
 {
     history_.recordNote("process terminated");
+    // The process's end may be seen before its connection's: the connection
+    // closed here raises no event of its own, so its close is reported here.
+    const bool wasConnected = JDWPCon_ && JDWPCon_->TransportConnected();
     if (JDWPCon_)
         JDWPCon_->CloseTransport();
     myJVM()->GoVMStateChange(VMDead, -1);
+    if (wasConnected) {
+        bHandshakeDone = false;
+        myJVM()->GoCloseConnection();
+    }
 }
 
 void JDWPHandler::pipestream(const std::string& text)

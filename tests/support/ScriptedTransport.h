@@ -34,6 +34,7 @@ public:
     // Raise events as the real transport would.
     void raiseConnected() { connectedFlag = true; if (events_) events_->connected(); }
     void raiseDisconnected() { connectedFlag = false; if (events_) events_->disconnected(); }
+    void raiseTerminated() { processRunning = false; if (events_) events_->terminated(); }
     void raiseReceive(const std::string& bytes) { if (events_) events_->receive(bytes); }
     void raisePipe(const std::string& text) { if (events_) events_->pipestream(text); }
     // Raises processevent until the session switches it off (bounded).

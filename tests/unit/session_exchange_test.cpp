@@ -213,6 +213,30 @@ TEST_F(SessionOpening, RemoteDropShowsTheBoxUnlessAskedFor)
     EXPECT_FALSE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
 }
 
+TEST_F(SessionOpening, EverySessionIsReportedClosedOnceHoweverItEnds)
+{
+    vm->installDefaults();
+    const std::pair<const char*, std::function<void()>> ends[] = {
+        {"the connection drops", [&] { transport->raiseDisconnected(); }},
+        {"the process's end is seen first", [&] { transport->raiseTerminated(); }},
+        {"Disconnect", [&] { handler->Disconnect(); }},
+        {"the next startVM while connected", [] {}},
+    };
+    for (const auto& [what, end] : ends) {
+        log->clear();
+        ASSERT_TRUE(handler->startVM("java", "Main", "", false, true, 0, "h", "1", true)) << what;
+        end();
+        ASSERT_TRUE(handler->startVM("java", "Main", "", false, true, 0, "h", "1", true)) << what;
+        std::vector<std::string> connections;
+        for (const auto& e : log->all)
+            if (e == "Open" || e == "Close")
+                connections.push_back(e);
+        EXPECT_EQ(connections, (std::vector<std::string>{"Open", "Close", "Open"})) << what;
+        EXPECT_FALSE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)")) << what;
+        transport->raiseTerminated();
+    }
+}
+
 // The connect loop: a started VM that writes to its console (the agent's
 // "Listening for transport ..." line) ends the loop's 50 ms pause, so the
 // next try comes at once; a VM that stays silent is still tried on the 50 ms
