@@ -115,11 +115,8 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         // process, seen later, would otherwise end the new session. A
         // connection still up is ended as Disconnect ends it, so the host
         // sees that session close.
-        if (JDWPCon_->TransportConnected()) {
-            bDisconnecting = true;
-            JDWPCon_->CloseTransport();
-            disconnected();
-        }
+        bDisconnecting = true;
+        closeTransportReporting();
         JDWPCon_->KillProcess();
         bDisconnecting = false;
         jvm->cleanup();
@@ -265,16 +262,22 @@ void JDWPHandler::disconnected()
 void JDWPHandler::terminated()
 {
     history_.recordNote("process terminated");
-    // The process's end may be seen before its connection's: the connection
-    // closed here raises no event of its own, so its close is reported here.
-    const bool wasConnected = JDWPCon_ && JDWPCon_->TransportConnected();
+    // The process's end may be seen before its connection's.
     if (JDWPCon_)
-        JDWPCon_->CloseTransport();
+        closeTransportReporting();
     myJVM()->GoVMStateChange(VMDead, -1);
-    if (wasConnected) {
-        bHandshakeDone = false;
-        myJVM()->GoCloseConnection();
-    }
+}
+
+// Our transport raises no event when it closes a connection itself, so a
+// connection that was still up is reported ended here, as its drop would be
+// (the caller decides about the box through bDisconnecting). A session object
+// being torn down gets no events.
+void JDWPHandler::closeTransportReporting()
+{
+    const bool wasConnected = JDWPCon_->TransportConnected();
+    JDWPCon_->CloseTransport();
+    if (wasConnected && myJVM_)
+        disconnected();
 }
 
 void JDWPHandler::pipestream(const std::string& text)
@@ -289,14 +292,9 @@ void JDWPHandler::Disconnect()
         return;
     bDisconnecting = true;
     disposeVM();
-    // Our transport closes and kills without raising events of its own, so
-    // the end of the session is reported here, as a drop of the connection
-    // would report it; the VM may already have closed it after the Dispose.
-    const bool wasConnected = JDWPCon_->TransportConnected();
-    JDWPCon_->CloseTransport();
+    // The VM may already have closed the connection after the Dispose.
+    closeTransportReporting();
     JDWPCon_->KillProcess();
-    if (wasConnected && myJVM_) // a session object being torn down gets no events
-        disconnected();
 }
 
 void JDWPHandler::disposeVM()

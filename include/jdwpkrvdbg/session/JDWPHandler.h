@@ -110,6 +110,7 @@ private:
     void framingStep();
     void protocolError(const std::string& reason);
     void armHandshakeTimeout();
+    void closeTransportReporting();
 
     int handshakeTimer_ = 0;
     // Counts the console texts of the started VM, so that the connect loop
