@@ -14,7 +14,7 @@ function(run what)
 endfunction()
 
 run("library configure" ${CMAKE_COMMAND} -S ${PROJECT_DIR} -B ${WORK_DIR}/library
-  -DCMAKE_BUILD_TYPE=Release -DJDWPKRVDBG_BUILD_TOOLS=OFF -DJDWPKRVDBG_BUILD_TESTS=OFF
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DJDWPKRVDBG_BUILD_TOOLS=OFF -DJDWPKRVDBG_BUILD_TESTS=OFF -DJDWPKRVDBG_WERROR=OFF
   -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON -DCMAKE_DISABLE_FIND_PACKAGE_PkgConfig=ON)
 run("library build" ${CMAKE_COMMAND} --build ${WORK_DIR}/library --target jdwpkrvdbg dt_shmem -j 2)
 run("library install" ${CMAKE_COMMAND} --install ${WORK_DIR}/library --prefix ${prefix})
