@@ -119,8 +119,14 @@ std::shared_ptr<JXClass> JXMachine::addClassByName(const std::string& refClassNa
         return nullptr;
     if (auto found = getClassByName(refClassName, false))
         return found;
-    // The name goes to the VM as given (the VM only knows signatures).
-    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetClassIDBySignatureMessage(refClassName));
+    // The VM knows classes by signature only, so an internal name (pkg/Name)
+    // is asked as Lpkg/Name;. Sent bare it never matches: a class loaded
+    // before an attach (whose prepare event never came) could not be found,
+    // and its breakpoints would never be set.
+    std::string signature = refClassName;
+    if (signature.back() != ';' && signature.front() != '[')
+        signature = "L" + signature + ";";
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetClassIDBySignatureMessage(signature));
     if (!replyOk(reply))
         return nullptr;
     const auto& data = reply->myDataContainer();

@@ -208,6 +208,10 @@ TEST_F(ModelRegistry, ClassesBySignatureAndByObjectAreAskedOnce)
     vm->onPayload(1, 2, be32(0));
     EXPECT_EQ(jvm()->getClassByName("Lpkg/NotLoaded;", true), nullptr);
     EXPECT_EQ(jvm()->classCount(), 1);
+    // An internal name is asked as the signature the VM knows.
+    vm->onPayload(1, 2, be32(0));
+    EXPECT_EQ(jvm()->getClassByName("pkg/Internal", true), nullptr);
+    EXPECT_EQ(vm->commandsOf(1, 2).back().payload, jstr("Lpkg/Internal;"));
 
     vm->onPayload(9, 1, u8(1) + be64(0x66));
     vm->onPayload(2, 1, jstr("Lpkg/Obj;"));

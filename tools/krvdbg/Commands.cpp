@@ -161,6 +161,7 @@ std::vector<std::string> Commands::helpLines()
         "  stop                           list breakpoints and stop points",
         "  clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]   remove one; clear alone lists them",
         "  run                            start the program and wait for the first stop or its end",
+        "                                 (attached to a program that runs: returns with it running)",
         "  cont                           continue and wait for the next stop or the end",
         "  step | next | step up          one line into calls | over calls | out of the method",
         "  print EXPR [in CLASS]          a variable, a field or a method without arguments, also as a",
@@ -175,6 +176,7 @@ std::vector<std::string> Commands::helpLines()
         "  wait [MS]                      wait until the VM stops or ends (default 30000 ms)",
         "  help                           this list",
         "  quit                           end the session (a launched program is ended too)",
+        "Ctrl-C while krvdbg waits suspends the program and shows where each thread is.",
     };
 }
 
@@ -287,7 +289,6 @@ CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& place
     const std::string internal = ClassNames::toInternal(place.className);
     const std::string java = ClassNames::toJava(internal);
     session_.addTarget(internal);
-    session_.learnClass(internal);
     auto& jvm = session_.jvm();
     jvm.addBreakpoint(internal, place.line);
     const auto bp = jvm.getBreakPoint(internal, place.line);
@@ -313,7 +314,6 @@ CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& place
     const std::string internal = ClassNames::toInternal(place.className);
     place.className = ClassNames::toJava(internal);
     session_.addTarget(internal);
-    session_.learnClass(internal);
     auto& jvm = session_.jvm();
     jvm.addStopPoint(internal, place.method, place.offset);
     const auto bp = jvm.getStopPoint(internal, place.method, place.offset);

@@ -119,13 +119,6 @@ bool Session::stuckAtStart()
            lastSuspend_ > lastResumeReply_ && jvm().JVMState() == VMSuspend;
 }
 
-void Session::learnClass(const std::string& internalName)
-{
-    // Asked by signature: the VM knows no class by its bare internal name.
-    if (alive() && !jvm().getClassByName(internalName, false))
-        jvm().getClassByName("L" + internalName + ";", true);
-}
-
 void Session::addTarget(const std::string& internalName, bool apply)
 {
     if (!targetSet_.insert(internalName).second)
@@ -286,7 +279,6 @@ bool Session::attachedToRunningProgram()
     for (const auto& bp : jvm().breakpoints()) {
         if (!bp || bp->UsedByVM || bp->JustStepping)
             continue;
-        learnClass(bp->ClassName);
         if (bp->StopPoint)
             bp->registerStopPoint();
         else

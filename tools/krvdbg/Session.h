@@ -60,10 +60,6 @@ public:
     // is killed, an attached one is let go).
     void shutdown();
 
-    // Makes a class that the VM loaded before krvdbg attached known to the
-    // session (the class-prepare events of such classes were never seen),
-    // so that a breakpoint in it can be set. Internal form.
-    void learnClass(const std::string& internalName);
     // A class of the program (internal form) or a pattern; its stops are
     // reported. `apply` false: only collected, for a later apply.
     void addTarget(const std::string& internalName, bool apply = true);
