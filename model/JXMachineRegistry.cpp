@@ -119,8 +119,14 @@ std::shared_ptr<JXClass> JXMachine::addClassByName(const std::string& refClassNa
         return nullptr;
     if (auto found = getClassByName(refClassName, false))
         return found;
-    // The name goes to the VM as given (the VM only knows signatures).
-    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetClassIDBySignatureMessage(refClassName));
+    // The VM knows classes by signature only, so an internal name (pkg/Name)
+    // is asked as Lpkg/Name;. Sent bare it never matches: a class loaded
+    // before an attach (whose prepare event never came) could not be found,
+    // and its breakpoints would never be set.
+    std::string signature = refClassName;
+    if (signature.back() != ';' && signature.front() != '[')
+        signature = "L" + signature + ";";
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetClassIDBySignatureMessage(signature));
     if (!replyOk(reply))
         return nullptr;
     const auto& data = reply->myDataContainer();
@@ -213,11 +219,35 @@ bool JXMachine::redefineClass(const std::string& ClassName, const std::string& C
     return true;
 }
 
+namespace {
+// An include name with '*' at its start or end is a pattern as the VM's
+// class filters know them ("com.acme.*", "*.Main", "*"), in either the
+// dotted or the internal form; it matches the internal name of a class. Any
+// other name matches exactly.
+bool includeMatches(const std::string& include, const std::string& internalName)
+{
+    const bool leading = !include.empty() && include.front() == '*';
+    const bool trailing = include.size() > 1 && include.back() == '*';
+    if (!leading && !trailing)
+        return include == internalName;
+    std::string core = include.substr(leading ? 1 : 0, include.size() - (leading ? 1 : 0) - (trailing ? 1 : 0));
+    std::replace(core.begin(), core.end(), '.', '/');
+    if (core.size() > internalName.size())
+        return false;
+    if (leading && trailing)
+        return internalName.find(core) != std::string::npos;
+    if (trailing)
+        return internalName.compare(0, core.size(), core) == 0;
+    return internalName.compare(internalName.size() - core.size(), core.size(), core) == 0;
+}
+} // namespace
+
 bool JXMachine::isPossibleClass(const std::string& refName) const
 {
     if (refName == kDebugClassName)
         return false;
-    return std::find(myIncludeClassNames.begin(), myIncludeClassNames.end(), refName) != myIncludeClassNames.end();
+    return std::any_of(myIncludeClassNames.begin(), myIncludeClassNames.end(),
+                       [&](const std::string& include) { return includeMatches(include, refName); });
 }
 
 std::vector<JDWPModifier> JXMachine::getExcludeModifier() const

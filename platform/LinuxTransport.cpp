@@ -9,6 +9,7 @@
 // the socket generation before it touches the connection again.
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
+#include "ChildLauncher.h"
 #include "ShmemChannel.h"
 
 #include <dlfcn.h>
@@ -19,7 +20,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -236,15 +236,13 @@ bool LinuxTransport::StartProcess(const std::string& Path, const std::string& Co
         KillProcess();
     closePipe();
 
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 2);
-    argv.push_back(const_cast<char*>(Path.c_str()));
+    platform_detail::ChildSpec spec;
+    spec.path = Path;
+    spec.argv.push_back(Path);
     for (std::string& w : words)
-        argv.push_back(w.data());
-    argv.push_back(nullptr);
+        spec.argv.push_back(std::move(w));
 
     const std::string libDir = libraryPath();
-    std::vector<std::string> envStrings;
     bool sawLibraryPath = false;
     for (char** e = environ; e && *e; ++e) {
         std::string_view entry(*e);
@@ -257,66 +255,36 @@ bool LinuxTransport::StartProcess(const std::string& Path, const std::string& Co
                 value += ':';
                 value += old;
             }
-            envStrings.push_back(std::move(value));
+            spec.env.push_back(std::move(value));
         } else {
-            envStrings.emplace_back(entry);
+            spec.env.emplace_back(entry);
         }
     }
     if (!libDir.empty() && !sawLibraryPath)
-        envStrings.push_back("LD_LIBRARY_PATH=" + libDir);
-    std::vector<char*> envp;
-    envp.reserve(envStrings.size() + 1);
-    for (std::string& s : envStrings)
-        envp.push_back(s.data());
-    envp.push_back(nullptr);
+        spec.env.push_back("LD_LIBRARY_PATH=" + libDir);
 
     int pipeFds[2] = {-1, -1};
     if (bUsePipe && ::pipe2(pipeFds, O_CLOEXEC) != 0) {
         statusText_ = "Cannot start " + Path + ": no pipe for its console (" + errorText(errno) + ")";
         return false;
     }
+    // Without a console the VM is kept away from the host's terminal: it
+    // reads nothing from it, and Ctrl-C there (a signal to the terminal's
+    // foreground process group) is the host's alone. With a console it shares
+    // the terminal, and so the host's group, as a console program would.
+    spec.stdinNull = !bConsole;
+    spec.outputFd = pipeFds[1];
+    spec.outputNull = !bUsePipe && !bConsole;
+    spec.ownProcessGroup = !bConsole;
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (!bConsole)
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    if (bUsePipe) {
-        // dup2 clears close-on-exec on the copies; both pipe ends close on exec.
-        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 1);
-        posix_spawn_file_actions_adddup2(&actions, pipeFds[1], 2);
-    } else if (!bConsole) {
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    }
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || (__GLIBC__ == 2 && __GLIBC_MINOR__ >= 34))
-    // The host's own descriptors (sockets, files) are not the VM's business.
-    posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-#endif
-
-    posix_spawnattr_t attr;
-    posix_spawnattr_init(&attr);
-    sigset_t mask;
-    sigemptyset(&mask);
-    posix_spawnattr_setsigmask(&attr, &mask);
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    for (int sig : {SIGPIPE, SIGCHLD, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1, SIGUSR2})
-        sigaddset(&defaults, sig);
-    posix_spawnattr_setsigdefault(&attr, &defaults);
-    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-
-    pid_t pid = 0;
-    int rc = Path.find('/') == std::string::npos
-                 ? ::posix_spawnp(&pid, Path.c_str(), &actions, &attr, argv.data(), envp.data())
-                 : ::posix_spawn(&pid, Path.c_str(), &actions, &attr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
+    int error = 0;
+    const pid_t pid = platform_detail::launchChild(spec, error);
     if (pipeFds[1] >= 0)
         ::close(pipeFds[1]);
-    if (rc != 0) {
+    if (pid == 0) {
         if (pipeFds[0] >= 0)
             ::close(pipeFds[0]);
-        statusText_ = "Cannot start " + Path + ": " + errorText(rc);
+        statusText_ = "Cannot start " + Path + ": " + errorText(error);
         return false;
     }
 

@@ -1,13 +1,17 @@
 // krvdbg end to end: the program is run as a child with --json and a script,
 // against the demo program of examples/demo, and the JSON lines it writes
 // are checked: stops, values, steps, the stack, console text, the exception
-// stop and the end; malformed commands that must not end the session; and
-// the failures that end it with a non-zero status.
+// stop and the end; malformed commands that must not end the session; the
+// failures that end it with a non-zero status; which classes a step enters;
+// attaching to a program that runs; and what signals to krvdbg do to the VM
+// (Ctrl-C in a real pseudo-terminal).
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 
 #include <nlohmann/json.hpp>
@@ -59,22 +63,37 @@ struct KrvdbgRun {
     }
 };
 
+const std::string kKrvdbg = std::string(JDWPKRVDBG_BUILD_DIR) + "/tools/krvdbg";
+
+// A script file that is removed with the object.
+struct ScriptFile {
+    explicit ScriptFile(const std::string& script)
+    {
+        const int fd = ::mkstemp(path);
+        if (fd >= 0)
+            ::close(fd);
+        std::ofstream(path) << script;
+    }
+    ~ScriptFile() { std::remove(path); }
+    char path[32] = "/tmp/krvdbg-test-XXXXXX";
+};
+
+std::unique_ptr<ChildProcess> startKrvdbg(const std::vector<std::string>& options, const ScriptFile& script)
+{
+    std::vector<std::string> argv{kKrvdbg, "--json", "--script", script.path};
+    argv.insert(argv.end(), options.begin(), options.end());
+    return std::make_unique<ChildProcess>(argv, std::vector<std::string>{"JDWPKRVDBG_SHMEM_DIR=" + shmemLibraryDir()});
+}
+
 KrvdbgRun runKrvdbg(const std::vector<std::string>& options, const std::string& script)
 {
-    char path[] = "/tmp/krvdbg-test-XXXXXX";
-    const int fd = ::mkstemp(path);
-    if (fd >= 0)
-        ::close(fd);
-    std::ofstream(path) << script;
-    std::vector<std::string> argv{std::string(JDWPKRVDBG_BUILD_DIR) + "/tools/krvdbg", "--json", "--script", path};
-    argv.insert(argv.end(), options.begin(), options.end());
-    ChildProcess child(argv, {"JDWPKRVDBG_SHMEM_DIR=" + shmemLibraryDir()});
+    const ScriptFile file(script);
+    auto child = startKrvdbg(options, file);
     KrvdbgRun run;
-    run.status = child.wait(90000);
+    run.status = child->wait(90000);
     // The rest of the output, up to the end of the pipe.
-    child.waitForLine("\x01 never printed", 5000);
-    std::remove(path);
-    run.output = child.output();
+    child->waitForLine("\x01 never printed", 5000);
+    run.output = child->output();
     for (size_t start = 0, end = 0; start < run.output.size(); start = end + 1) {
         end = std::min(run.output.find('\n', start), run.output.size());
         const std::string line = run.output.substr(start, end - start);
@@ -206,8 +225,10 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
         EXPECT_NE(d["s"].get<std::string>().rfind(" *** ", 0), 0u) << d.dump();
 }
 
-TEST(Krvdbg, StepsPastClassesOutsideTheProgramListsThreadsAndPopsAFrame)
+TEST(Krvdbg, StepsIntoTheProgramsOwnClassListsThreadsAndPopsAFrame)
 {
+    // No breakpoint and no --target names demo.Cart: it is the program's
+    // because it is in the class path's folder.
     const int addCall = lineOf(kShop, "@shop-add");
     const std::string script =
         "stop at demo.Shop:" + std::to_string(addCall) + "\nrun\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
@@ -222,42 +243,158 @@ TEST(Krvdbg, StepsPastClassesOutsideTheProgramListsThreadsAndPopsAFrame)
             mainSuspended = t["ThreadSuspended"].get<bool>();
     EXPECT_TRUE(mainSuspended) << run.command("threads").dump();
 
-    // Only demo.Shop is the program here (no breakpoint names Cart or Item),
-    // so the step runs through Cart.add and Item.getPrice and stops on the
-    // next line of Shop.fill.
-    EXPECT_TRUE(stoppedAt(run.command("step"), "demo/Shop", lineOf(kShop, "@shop-added"))) << run.output;
-
+    EXPECT_TRUE(stoppedAt(run.command("step"), "demo/Cart", lineOf(kCart, "@cart-throw") - 1)) << run.output;
     const auto wheres = run.commands("where");
     ASSERT_EQ(wheres.size(), 2u);
-    ASSERT_EQ(wheres[0]["result"]["frames"].size(), 2u) << wheres[0].dump();
-    EXPECT_EQ(wheres[0]["result"]["frames"][0]["MethodName"], "fill");
+    ASSERT_EQ(wheres[0]["result"]["frames"].size(), 3u) << wheres[0].dump();
+    EXPECT_EQ(wheres[0]["result"]["frames"][0]["MethodName"], "add");
     const json popped = run.command("pop");
     EXPECT_FALSE(popped.contains("error")) << popped.dump();
-    EXPECT_EQ(popped["result"]["MethodName"], "main");
-    EXPECT_EQ(popped["result"]["LineNr"], lineOf(kShop, "@main-fill"));
-    ASSERT_EQ(wheres[1]["result"]["frames"].size(), 1u) << wheres[1].dump();
-    EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "main");
+    EXPECT_EQ(popped["result"]["MethodName"], "fill");
+    EXPECT_EQ(popped["result"]["LineNr"], addCall);
+    ASSERT_EQ(wheres[1]["result"]["frames"].size(), 2u) << wheres[1].dump();
+    EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "fill");
 
-    // Out of main's call of fill (run again from its start after the pop):
-    // the stop is back in main, after the call.
+    // Out of fill (run again from the call after the pop): back in main.
     const json up = run.command("step up");
-    EXPECT_FALSE(up.contains("error")) << up.dump();
     EXPECT_EQ(up["result"]["ClassName"], "demo/Shop") << up.dump();
     EXPECT_EQ(run.command("quit")["result"], "quit");
 }
 
-TEST(Krvdbg, StepsIntoATargetClassAndOutAgain)
+TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPatternsName)
 {
+    // The demo's classes once more, packed in a jar: a library unless named.
+    const std::string jar = std::string(JDWPKRVDBG_BUILD_DIR) + "/krvdbg-test-demo.jar";
+    const std::string jarTool = javaPath().substr(0, javaPath().rfind('/') + 1) + "jar";
+    ASSERT_EQ(ChildProcess({jarTool, "cf", jar, "-C", examplesClassPath(), "demo"}).wait(60000), 0);
     const std::string script = "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) +
-                               "\nrun\nstep\nstep up\nquit\n";
-    auto options = demoOptions();
-    options.insert(options.begin(), {"--target", "demo.Cart"});
-    const KrvdbgRun run = runKrvdbg(options, script);
+                               "\nrun\nwait\nstep\nquit\n";
+    const struct {
+        const char* name;
+        std::string classPath; // empty: attach
+        std::vector<std::string> targets;
+        std::string stepsInto;
+    } cases[] = {
+        {"a class in a folder", examplesClassPath(), {}, "demo/Cart"},
+        {"a class in a jar", jar, {}, "demo/Shop"},
+        {"a jar's classes named by a pattern", jar, {"--target", "demo.*"}, "demo/Cart"},
+        {"a class named by a suffix pattern", jar, {"--target", "*.Cart"}, "demo/Cart"},
+        {"attached, a pattern", "", {"--target", "demo.*"}, "demo/Cart"},
+    };
+    for (const auto& c : cases) {
+        std::unique_ptr<ListeningVM> vm;
+        std::vector<std::string> options = c.targets;
+        if (c.classPath.empty()) {
+            vm = std::make_unique<ListeningVM>("demo.Shop", examplesClassPath());
+            options.insert(options.end(), {"--attach", "127.0.0.1:" + std::to_string(vm->port())});
+        } else {
+            options.insert(options.end(), {"--quiet", "-cp", c.classPath, "--java", javaPath(), "demo.Shop"});
+        }
+        const KrvdbgRun run = runKrvdbg(options, script);
+        EXPECT_EQ(run.status, 0) << c.name << "\n" << run.output;
+        EXPECT_EQ(run.command("step")["result"].value("ClassName", ""), c.stepsInto) << c.name << "\n" << run.output;
+    }
+    std::remove(jar.c_str());
+}
+
+TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
+{
+    ListeningVM vm("Sleeper", testsClassPath(), false);
+    ASSERT_GT(vm.port(), 0);
+    ASSERT_NE(vm.process().waitForLine("sleeper ready", 20000), "");
+    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
+    // The breakpoint is set before the attach, in a class loaded long before.
+    const std::string script = "stop at Sleeper:" + std::to_string(loop) + "\nrun\nwait 30000\nwhere\nquit\n";
+    const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
     ASSERT_EQ(run.status, 0) << run.output;
-    const json into = run.command("step");
-    EXPECT_EQ(into["result"]["ClassName"], "demo/Cart") << into.dump();
-    EXPECT_EQ(into["result"]["LineNr"], lineOf(kCart, "@cart-throw") - 1) << into.dump();
-    EXPECT_EQ(run.command("step up")["result"]["ClassName"], "demo/Shop") << run.output;
+    EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("wait 30000"), "Sleeper", loop)) << run.output;
+    EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], "main") << run.output;
+    // quit lets an attached VM go: it keeps running.
+    EXPECT_TRUE(processRunning(vm.process().pid()));
+}
+
+pid_t sleeperPid(ChildProcess& child)
+{
+    const std::string line = child.waitForLine("sleeper ready pid=", 30000);
+    const size_t at = line.find("pid=");
+    return at == std::string::npos ? 0 : std::atoi(line.c_str() + at + 4);
+}
+
+bool waitUntilGone(pid_t pid)
+{
+    for (int i = 0; i < 1000 && processRunning(pid); ++i)
+        ::usleep(10000);
+    return !processRunning(pid);
+}
+
+TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
+{
+    const struct { int signal; bool attach; } cases[] = {
+        {SIGKILL, false}, {SIGTERM, false}, {SIGHUP, false}, {SIGTERM, true},
+    };
+    for (const auto& c : cases) {
+        const std::string name = std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched");
+        std::unique_ptr<ListeningVM> vm;
+        std::unique_ptr<ChildProcess> krvdbg;
+        pid_t vmPid = 0;
+        if (c.attach) {
+            vm = std::make_unique<ListeningVM>("Sleeper", testsClassPath(), false);
+            vmPid = sleeperPid(vm->process());
+            const ScriptFile script("run\nwait 60000\n");
+            krvdbg = startKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm->port())}, script);
+            ASSERT_NE(krvdbg->waitForLine("\"outcome\":\"running\"", 30000), "") << name << krvdbg->output();
+        } else {
+            const ScriptFile script("run\n");
+            krvdbg = startKrvdbg({"-cp", testsClassPath(), "--java", javaPath(), "Sleeper"}, script);
+            vmPid = sleeperPid(*krvdbg);
+        }
+        ASSERT_GT(vmPid, 0) << name << krvdbg->output();
+        ::kill(krvdbg->pid(), c.signal);
+        EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << name << krvdbg->output();
+        if (c.signal != SIGKILL) {
+            // Ended as quit ends it: the session's end was reported first.
+            krvdbg->waitForLine("\x01 never printed", 5000);
+            EXPECT_NE(krvdbg->output().find("{\"event\":\"CloseConnection\"}"), std::string::npos)
+                << name << krvdbg->output();
+        }
+        if (c.attach)
+            EXPECT_TRUE(processRunning(vmPid)) << name;
+        else
+            EXPECT_TRUE(waitUntilGone(vmPid)) << name << ": the VM outlived krvdbg";
+    }
+}
+
+TEST(Krvdbg, CtrlCInATerminalSuspendsTheProgramInsteadOfKillingIt)
+{
+    ChildProcess krvdbg({kKrvdbg, "--json", "--quiet", "--java", javaPath(), "-cp", testsClassPath(), "Sleeper"}, {},
+                        true);
+    // Typed at the prompt, as a user types.
+    ASSERT_TRUE(krvdbg.waitForText("krvdbg> ", 20000)) << krvdbg.output();
+    krvdbg.send("run\r");
+    const pid_t vmPid = sleeperPid(krvdbg);
+    ASSERT_GT(vmPid, 0) << krvdbg.output();
+    // The VM is out of the terminal's reach: a process group of its own, no
+    // terminal to read from.
+    EXPECT_EQ(::getpgid(vmPid), vmPid);
+    char stdinTarget[256] = {};
+    EXPECT_GT(::readlink(("/proc/" + std::to_string(vmPid) + "/fd/0").c_str(), stdinTarget, sizeof stdinTarget - 1), 0);
+    EXPECT_STREQ(stdinTarget, "/dev/null");
+
+    krvdbg.send("\x03");
+    const std::string interrupted = krvdbg.waitForLine("\"outcome\":\"interrupted\"", 20000);
+    EXPECT_NE(interrupted.find("\"state\":1"), std::string::npos) << krvdbg.output();
+    EXPECT_NE(interrupted.find("\"ClassName\":\"Sleeper\""), std::string::npos) << interrupted;
+    EXPECT_TRUE(processRunning(vmPid));
+    // The stopped thread is the current one: where shows its stack.
+    ASSERT_TRUE(krvdbg.waitForText("krvdbg> ", 20000)) << krvdbg.output();
+    krvdbg.send("where\r");
+    const std::string where = krvdbg.waitForLine("\"command\":\"where\"", 20000);
+    EXPECT_NE(where.find("\"MethodName\":\"main\""), std::string::npos) << krvdbg.output();
+    ASSERT_TRUE(krvdbg.waitForText("krvdbg> ", 20000)) << krvdbg.output();
+    krvdbg.send("quit\r");
+    EXPECT_EQ(krvdbg.wait(20000), 0) << krvdbg.output();
+    EXPECT_TRUE(waitUntilGone(vmPid));
 }
 
 TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
@@ -265,10 +402,13 @@ TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
     ListeningVM vm("demo.Shop", examplesClassPath());
     ASSERT_GT(vm.port(), 0);
     const int store = lineOf(kCart, "@cart-store");
-    const std::string script = "stop at demo.Cart:" + std::to_string(store) + "\nrun\nprint item.name\ncont\nquit\n";
+    // A VM started suspended starts the program when krvdbg attaches, and
+    // run waits for the first stop (wait then says it is there already).
+    const std::string script =
+        "stop at demo.Cart:" + std::to_string(store) + "\nrun\nwait\nprint item.name\ncont\nquit\n";
     const KrvdbgRun run = runKrvdbg({"--trace", "--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
     ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("wait"), "demo/Cart", store)) << run.output;
     EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
     EXPECT_TRUE(stoppedAt(run.command("cont"), "demo/Cart", store));
     bool sawIdSizes = false, sawReply = false;

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -60,16 +61,9 @@ std::string socketAgent(int port, bool suspend)
            ",address=127.0.0.1:" + std::to_string(port);
 }
 
-ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv)
+ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv,
+                           bool terminal)
 {
-    int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0)
-        throw std::runtime_error("pipe failed");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
     std::vector<std::string> envStore(extraEnv);
     for (char** e = environ; *e; ++e)
         envStore.emplace_back(*e);
@@ -80,12 +74,42 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
         env.push_back(e.data());
     args.push_back(nullptr);
     env.push_back(nullptr);
+    if (terminal) {
+        winsize size{};
+        size.ws_row = 50;
+        size.ws_col = 200;
+        int master = -1;
+        pid_ = ::forkpty(&master, nullptr, nullptr, &size);
+        if (pid_ < 0)
+            throw std::runtime_error("forkpty failed");
+        if (pid_ == 0) {
+            ::execve(args[0], args.data(), env.data());
+            ::_exit(127);
+        }
+        ::fcntl(master, F_SETFD, FD_CLOEXEC);
+        fd_ = master;
+        return;
+    }
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe failed");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
     int rc = posix_spawnp(&pid_, args[0], &actions, nullptr, args.data(), env.data());
     posix_spawn_file_actions_destroy(&actions);
     ::close(fds[1]);
     fd_ = fds[0];
     if (rc != 0)
         throw std::runtime_error(std::string("spawn failed: ") + std::strerror(rc));
+}
+
+void ChildProcess::send(const std::string& text)
+{
+    if (fd_ >= 0 && ::write(fd_, text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        throw std::runtime_error("cannot write to the child");
 }
 
 ChildProcess::~ChildProcess()
@@ -131,6 +155,21 @@ std::string ChildProcess::waitForLine(const std::string& text, int timeoutMs)
     }
 }
 
+bool ChildProcess::waitForText(const std::string& text, int timeoutMs)
+{
+    const int64_t deadline = nowMs() + timeoutMs;
+    for (;;) {
+        const size_t at = output_.find(text, scanned_);
+        if (at != std::string::npos) {
+            scanned_ = at + text.size();
+            return true;
+        }
+        const int64_t left = deadline - nowMs();
+        if (left <= 0 || (!readSome(static_cast<int>(left)) && fd_ < 0))
+            return false;
+    }
+}
+
 void ChildProcess::kill()
 {
     if (pid_ > 0) {
@@ -151,11 +190,13 @@ int ChildProcess::wait(int timeoutMs)
     return -1;
 }
 
-ListeningVM::ListeningVM(const std::string& mainClass, const std::string& classPath)
+ListeningVM::ListeningVM(const std::string& mainClass, const std::string& classPath, bool suspend)
 {
     process_ = std::make_unique<ChildProcess>(std::vector<std::string>{
-        javaPath(), "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:0", "-cp", classPath,
-        mainClass});
+        javaPath(),
+        std::string("-agentlib:jdwp=transport=dt_socket,server=y,suspend=") + (suspend ? "y" : "n") +
+            ",address=127.0.0.1:0",
+        "-cp", classPath, mainClass});
     const std::string line = process_->waitForLine("Listening for transport dt_socket at address:", 20000);
     const size_t colon = line.rfind(':');
     if (colon != std::string::npos)
@@ -165,6 +206,17 @@ ListeningVM::ListeningVM(const std::string& mainClass, const std::string& classP
 TickShift::TickShift()
 {
     setTickSource([this] { return static_cast<uint32_t>(nowMs()) + offset_; });
+}
+
+bool processRunning(pid_t pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    if (!std::getline(stat, text))
+        return false;
+    // pid (comm) state ...: the state follows the last ')'.
+    const size_t close = text.rfind(')');
+    return close != std::string::npos && close + 2 < text.size() && text[close + 2] != 'Z' && text[close + 2] != 'X';
 }
 
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs)

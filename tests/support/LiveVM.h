@@ -26,10 +26,14 @@ std::string shmemLibraryDir();
 // project, e.g. "tests/java/Stepper.java") that contains `marker`; 0 if none.
 int lineOf(const std::string& sourceFile, const std::string& marker);
 
-// A child process whose stdout and stderr are read through a pipe.
+// A child process whose stdout and stderr are read through a pipe, or, with
+// `terminal`, that runs in a pseudo-terminal of its own (its controlling
+// terminal, stdin included: what send() writes is typed there, "\x03" is
+// Ctrl-C).
 class ChildProcess {
 public:
-    ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {});
+    ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {},
+                 bool terminal = false);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -38,7 +42,10 @@ public:
     // Reads output until a line contains `text` or `timeoutMs` passes; the
     // whole line is returned ("" on time-out or end of output).
     std::string waitForLine(const std::string& text, int timeoutMs);
+    // The same for text that need not end a line (a prompt).
+    bool waitForText(const std::string& text, int timeoutMs);
     const std::string& output() const { return output_; }
+    void send(const std::string& text);
     void kill();
     // Waits for the exit; returns the exit status or -1 on time-out.
     int wait(int timeoutMs);
@@ -53,10 +60,11 @@ private:
 
 // A debuggee started by the test with the socket agent listening on a port
 // the agent chose itself (address=127.0.0.1:0); port() is read from its
-// "Listening for transport dt_socket at address:" line.
+// "Listening for transport dt_socket at address:" line. With `suspend` false
+// the program runs before a debugger attaches.
 class ListeningVM {
 public:
-    ListeningVM(const std::string& mainClass, const std::string& classPath);
+    ListeningVM(const std::string& mainClass, const std::string& classPath, bool suspend = true);
     int port() const { return port_; }
     ChildProcess& process() { return *process_; }
 
@@ -122,6 +130,9 @@ public:
 private:
     uint32_t offset_ = 0;
 };
+
+// Whether process `pid` still runs (a zombie does not).
+bool processRunning(pid_t pid);
 
 // Pumps the library's events until `done()` or `timeoutMs` passed.
 bool pumpUntil(const std::function<bool()>& done, int timeoutMs = 10000);

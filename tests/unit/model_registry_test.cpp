@@ -126,12 +126,19 @@ TEST_F(ModelRegistry, MethodWithoutParamsIgnoresCaseAndClimbsTheHierarchy)
 
 TEST_F(ModelRegistry, ClassFilters)
 {
-    jvm()->setTargetClassName({"Module1", "Class1", "VB/Debug"});
+    // Names match exactly; a '*' at either end makes a pattern, written
+    // dotted or in the internal form.
+    jvm()->setTargetClassName({"Module1", "Class1", "VB/Debug", "com.acme.*", "*.Main", "org/x/*"});
     const std::pair<const char*, bool> rows[] = {
         {"Module1", true}, {"module1", false}, {"Module", false}, {"VB/Debug", false}, {"", false},
+        {"com/acme/App", true}, {"com/acme/sub/App$1", true}, {"com/acmex/App", false}, {"com/Acme/App", false},
+        {"app/Main", true}, {"app/MainX", false}, {"Main", false}, {"org/x/Y", true}, {"org/y/X", false},
     };
     for (const auto& [name, expected] : rows)
         EXPECT_EQ(jvm()->isPossibleClass(name), expected) << name;
+    jvm()->setTargetClassName({"*"});
+    EXPECT_TRUE(jvm()->isPossibleClass("any/Class"));
+    EXPECT_FALSE(jvm()->isPossibleClass("VB/Debug")) << "the debug-print hook is never the program";
 
     // The default exclusions themselves show in the step requests' bytes.
     EXPECT_EQ(JXMachine::getUBoundMod(jvm()->getExcludeModifier()), 5);
@@ -201,6 +208,10 @@ TEST_F(ModelRegistry, ClassesBySignatureAndByObjectAreAskedOnce)
     vm->onPayload(1, 2, be32(0));
     EXPECT_EQ(jvm()->getClassByName("Lpkg/NotLoaded;", true), nullptr);
     EXPECT_EQ(jvm()->classCount(), 1);
+    // An internal name is asked as the signature the VM knows.
+    vm->onPayload(1, 2, be32(0));
+    EXPECT_EQ(jvm()->getClassByName("pkg/Internal", true), nullptr);
+    EXPECT_EQ(vm->commandsOf(1, 2).back().payload, jstr("Lpkg/Internal;"));
 
     vm->onPayload(9, 1, u8(1) + be64(0x66));
     vm->onPayload(2, 1, jstr("Lpkg/Obj;"));

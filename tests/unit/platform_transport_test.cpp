@@ -173,6 +173,8 @@ TEST_F(TransportTest, RunsProcessesWithConsoleCapturedOrDiscarded)
         // Stdin is /dev/null and the library path goes in front.
         {"/bin/sh", R"(-c 'read x; echo "read=$?"; printf %s "$LD_LIBRARY_PATH"')", true, "read=1\n" + libs, 0},
         {"/bin/sh", "-c 'echo hidden; echo hidden >&2'", false, "", 0},
+        // A process group of its own: the terminal's Ctrl-C is not its business.
+        {"/bin/sh", R"x(-c 'test "$(cut -d" " -f5 /proc/$$/stat)" = $$ && printf own-group')x", true, "own-group", 0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);

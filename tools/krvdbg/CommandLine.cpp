@@ -107,7 +107,7 @@ CommandLine::Result CommandLine::parse(const std::vector<std::string>& args)
             o.classPath = v;
         } else if (a == "--target") {
             if (!value(a, v) || v.empty())
-                return fail("--target needs a class name (pkg.Name)");
+                return fail("--target needs a class name or a pattern (pkg.Name, com.acme.*)");
             o.targets.push_back(v);
         } else if (a == "--exclude") {
             if (!value(a, v) || v.empty())
@@ -170,7 +170,9 @@ std::string CommandLine::usage()
            "  --shmem                 use the shared-memory transport instead of a socket\n"
            "  --attach HOST:PORT      attach to a VM started with\n"
            "                          -agentlib:jdwp=transport=dt_socket,server=y,address=PORT\n"
-           "  --target CLASS          one more class of the program (its stops are shown)\n"
+           "  --target CLASS|PATTERN  classes of the program besides those in the class path's\n"
+           "                          folders (their stops are shown, step enters them), e.g.\n"
+           "                          com.acme.* for classes in a jar, which is a library else\n"
            "  --exclude PATTERN       classes whose events are not wanted (e.g. org.slf4j.*)\n"
            "  --sourcepath DIRS       folders of the sources (':'-separated), to show stop lines\n"
            "  --script FILE           read the commands from FILE\n"

@@ -12,6 +12,9 @@
 #include <jdwpkrvdbg/model/JXMethod.h>
 #include <jdwpkrvdbg/model/JXThread.h>
 #include <jdwpkrvdbg/model/JXThreadList.h>
+#include <jdwpkrvdbg/protocol/JDWPMessage.h>
+#include <jdwpkrvdbg/protocol/JDWPMessageData.h>
+#include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
 
 #include "ClassNames.h"
@@ -82,6 +85,62 @@ std::string oneLine(const std::string& s)
     return out;
 }
 
+// Where a suspended thread is: its first frame in the program's own code,
+// else its top frame.
+struct ThreadPlace {
+    bool found = false;
+    bool program = false;
+    std::string className, method;
+    int line = 0;
+    double classID = 0, methodID = 0;
+    std::string inside; // the top frame's method when the place is below it
+};
+
+ThreadPlace placeOf(Session& session, double threadID)
+{
+    constexpr int32_t kMaxFrames = 64;
+    constexpr int32_t kWaitMs = 4000;
+    auto& handler = session.handler();
+    auto& jvm = session.jvm();
+    ThreadPlace place;
+    const auto countReply = handler.sendSync(handler.myFactory()->createGetFrameCountMessage(threadID), kWaitMs);
+    if (!countReply || !countReply->hasDataContainer())
+        return place;
+    const auto count = static_cast<int32_t>(std::llround(countReply->myDataContainer()->RequestFrameCount));
+    if (count <= 0)
+        return place;
+    const auto reply =
+        handler.sendSync(handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kWaitMs);
+    if (!reply || !reply->hasDataContainer())
+        return place;
+    std::string top;
+    for (const auto& frame : reply->myDataContainer()->requestFrame()) {
+        const JDWPJLocation& loc = frame.FrameLocation;
+        const auto cls = jvm.getClassByID(loc.ClassID, true);
+        const auto method = cls ? cls->JMethodID(loc.MethodID) : nullptr;
+        if (!method)
+            continue;
+        ThreadPlace here;
+        here.found = true;
+        here.className = cls->ClassName();
+        here.method = method->MethodName;
+        here.classID = loc.ClassID;
+        here.methodID = loc.MethodID;
+        here.program = jvm.isPossibleClass(here.className);
+        double line = 0;
+        if (method->LocationToSrcLine(loc, line))
+            here.line = static_cast<int>(std::llround(line));
+        if (!place.found)
+            place = here;
+        if (here.program) {
+            if (&frame != &reply->myDataContainer()->requestFrame().front())
+                here.inside = ClassNames::toJava(place.className) + "." + place.method;
+            return here;
+        }
+    }
+    return place;
+}
+
 json stopJson(const StopInfo& stop)
 {
     json j{{"threadID", jsonNumber(stop.threadID)}, {"ClassName", stop.className}, {"LineNr", stop.line},
@@ -102,6 +161,7 @@ std::vector<std::string> Commands::helpLines()
         "  stop                           list breakpoints and stop points",
         "  clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]   remove one; clear alone lists them",
         "  run                            start the program and wait for the first stop or its end",
+        "                                 (attached to a program that runs: returns with it running)",
         "  cont                           continue and wait for the next stop or the end",
         "  step | next | step up          one line into calls | over calls | out of the method",
         "  print EXPR [in CLASS]          a variable, a field or a method without arguments, also as a",
@@ -116,6 +176,7 @@ std::vector<std::string> Commands::helpLines()
         "  wait [MS]                      wait until the VM stops or ends (default 30000 ms)",
         "  help                           this list",
         "  quit                           end the session (a launched program is ended too)",
+        "Ctrl-C while krvdbg waits suspends the program and shows where each thread is.",
     };
 }
 
@@ -355,9 +416,79 @@ CommandOutcome Commands::waited(const std::string& cmd, WaitOutcome how, uint32_
         o.text.push_back("The VM did not stop within " + std::to_string(timeoutMs) + " ms; it keeps running.");
         break;
     case WaitOutcome::Interrupted:
-        o.result = {{"outcome", "interrupted"}};
-        o.text.push_back("Interrupted; the VM keeps running (suspend stops it).");
+        return interrupted(cmd);
+    case WaitOutcome::Ending:
+        o.result = {{"outcome", "ending"}};
+        o.text.push_back("Ending on a signal: the session ends as quit ends it.");
         break;
+    }
+    return o;
+}
+
+CommandOutcome Commands::interrupted(const std::string& cmd)
+{
+    if (session_.ended())
+        return waited(cmd, WaitOutcome::Ended);
+    auto& jvm = session_.jvm();
+    if (!session_.suspended()) {
+        jvm.SuspendVM();
+        MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); },
+                                          kStateConfirmMs);
+        session_.printer().flush();
+        if (session_.ended())
+            return waited(cmd, WaitOutcome::Ended);
+        if (jvm.JVMState() != VMSuspend) {
+            CommandOutcome o;
+            o.command = cmd;
+            o.result = {{"outcome", "interrupted"}, {"state", static_cast<int>(jvm.JVMState())}};
+            o.text.push_back("Interrupted; the VM did not confirm the suspend and may still run (VM state: " +
+                             TextPrinter::stateName(jvm.JVMState()) + ").");
+            return o;
+        }
+        session_.events().noteSuspended();
+    }
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"outcome", "interrupted"}, {"state", static_cast<int>(VMSuspend)}, {"threads", json::array()}};
+    o.text.push_back("Interrupted: the VM is suspended. Its threads:");
+    // The thread that runs the program's own code becomes the current one,
+    // so that where, print and step work on it; "main" is preferred.
+    double current = 0;
+    int currentRank = 0;
+    double currentClass = 0, currentMethod = 0;
+    auto list = session_.handler().getAllThreads();
+    for (int32_t i = 1; list && i <= list->Count(); ++i) {
+        auto t = list->Item(i);
+        if (!t)
+            continue;
+        const std::string name = t->ThreadName();
+        json item{{"threadID", jsonNumber(t->threadID)}, {"ThreadName", name}};
+        std::string place = "(no Java frame)";
+        const ThreadPlace at = placeOf(session_, t->threadID);
+        if (at.found) {
+            item["ClassName"] = at.className;
+            item["MethodName"] = at.method;
+            item["LineNr"] = at.line > 0 ? json(at.line) : json(nullptr);
+            place = ClassNames::toJava(at.className) + "." + at.method +
+                    (at.line > 0 ? " line " + std::to_string(at.line) : std::string());
+            if (!at.inside.empty())
+                place += " (in " + at.inside + ")";
+            const int rank = at.program ? (name == "main" ? 3 : 2) : (name == "main" ? 1 : 0);
+            if (current == 0 || rank > currentRank) {
+                current = t->threadID;
+                currentRank = rank;
+                currentClass = at.classID;
+                currentMethod = at.methodID;
+            }
+        }
+        o.result["threads"].push_back(item);
+        o.text.push_back("  " + std::to_string(std::llround(t->threadID)) + "  " + name + "  " + place);
+    }
+    if (current != 0) {
+        jvm.GoSilentBreak(current, currentClass, currentMethod);
+        o.result["threadID"] = jsonNumber(current);
+        o.text.push_back("Current thread: " + std::to_string(std::llround(current)) +
+                         " (cont, step, where and print work on it).");
     }
     return o;
 }
@@ -370,6 +501,16 @@ CommandOutcome Commands::run(const std::string& cmd)
     if (!session_.start()) {
         startFailed_ = true;
         return CommandOutcome::failure(cmd, session_.failureText());
+    }
+    // A program that was already running when krvdbg attached has no
+    // first stop to wait for: the prompt comes back with it running.
+    if (session_.options().mode == LaunchMode::Attach && session_.attachedToRunningProgram()) {
+        CommandOutcome o;
+        o.command = cmd;
+        o.result = {{"outcome", "running"}};
+        o.text.push_back("Attached to the running program; it keeps running (set breakpoints, suspend it, or wait "
+                         "for a stop).");
+        return o;
     }
     // The VM starts suspended; the library resumes it at the end of its
     // opening sequence, so what is left is to wait for the first stop.

@@ -42,6 +42,9 @@ private:
     CommandOutcome holdOrRelease(const std::string& cmd, bool hold);
     CommandOutcome wait(const std::string& cmd, const Args& args);
 
+    // Ctrl-C during a wait: the program is suspended and each thread's place
+    // is shown.
+    CommandOutcome interrupted(const std::string& cmd);
     // The outcome of a command that let the VM run: how the wait ended.
     CommandOutcome waited(const std::string& cmd, WaitOutcome how, uint32_t timeoutMs = 0);
     // An empty string when the VM is in a state the command can work in,

@@ -1,10 +1,12 @@
 // The command loop.
 #include "Controller.h"
 
+#include <csignal>
 #include <cstdio>
 
 #include "ClassNames.h"
 #include "CommandSyntax.h"
+#include "Interrupt.h"
 
 namespace krvdbg {
 
@@ -13,7 +15,7 @@ int Controller::run()
     Printer& printer = session_.printer();
     for (;;) {
         const auto line = reader_.next();
-        if (!line)
+        if (!line || Interrupt::endingSignal() != 0)
             break;
         if (CommandSyntax::stripComment(*line).empty())
             continue;
@@ -25,11 +27,13 @@ int Controller::run()
             std::fprintf(stderr, "krvdbg: %s\n", session_.failureText().c_str());
             return kExitNoVM;
         }
-        if (commands_.quitRequested())
+        if (commands_.quitRequested() || Interrupt::endingSignal() != 0)
             break;
         if (session_.ended())
             return finishAfterEnd();
     }
+    if (const int sig = Interrupt::endingSignal(); sig != 0)
+        std::fprintf(stderr, "krvdbg: %s: ending the session as quit does\n", sig == SIGHUP ? "SIGHUP" : "SIGTERM");
     session_.shutdown();
     return kExitOk;
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <string_view>
 
 #include <jdwpkrvdbg/model/JXBreakpoint.h>
@@ -16,6 +17,7 @@
 #include <jdwpkrvdbg/session/modMain.h>
 
 #include "ClassNames.h"
+#include "ProgramClasses.h"
 #include "Interrupt.h"
 
 namespace krvdbg {
@@ -52,14 +54,28 @@ Session::Session(const Options& options, Printer& printer) : options_(options), 
     events_->setStateHook([this](VMState state) { onStateChanged(state); });
     handler_->history().setListener([this](const std::string& line) { onPacketLine(line); });
 
-    // The program's classes: the main class, every class named in a
-    // breakpoint (added as they come) and --target.
+    // The program's classes: the main class, the classes in the class
+    // path's folders, --target (classes and patterns), and every class named
+    // in a breakpoint (added as they come). A launched VM's class path is
+    // java's: -cp, else $CLASSPATH, else the current folder.
     if (!options_.mainClass.empty())
         addTarget(ClassNames::toInternal(options_.mainClass));
+    std::string classPath = options_.classPath;
+    if (classPath.empty() && options_.mode != LaunchMode::Attach) {
+        const char* env = std::getenv("CLASSPATH");
+        classPath = env && *env ? env : ".";
+    }
+    if (!classPath.empty()) {
+        const ProgramClasses::Found found = ProgramClasses::inFolders(classPath);
+        for (const auto& c : found.classes)
+            addTarget(c, false);
+        if (found.truncated)
+            events_->DebugMessage(" *** The class path's folders hold too many files to look at all: classes not "
+                                  "found there are the program's only when --target names them");
+    }
     for (const auto& t : options_.targets)
-        addTarget(ClassNames::toInternal(t));
-    if (targets_.empty())
-        jvm().setTargetClassName({});
+        addTarget(ProgramClasses::targetName(t), false);
+    jvm().setTargetClassName(targets_);
     // The JDK's own internals are not the program either; the library's
     // defaults name the public packages only.
     auto excludes = jvm().getExcludeClassNames();
@@ -90,8 +106,11 @@ void Session::onPacketLine(const std::string& line)
 
 void Session::onStateChanged(VMState state)
 {
-    if (state == VMSuspend)
+    if (state == VMSuspend) {
         lastSuspend_ = ++sequence_;
+        if (lastResumeReply_ == 0)
+            suspendedAtOpening_ = true;
+    }
 }
 
 bool Session::stuckAtStart()
@@ -100,13 +119,13 @@ bool Session::stuckAtStart()
            lastSuspend_ > lastResumeReply_ && jvm().JVMState() == VMSuspend;
 }
 
-void Session::addTarget(const std::string& internalName)
+void Session::addTarget(const std::string& internalName, bool apply)
 {
-    for (const auto& t : targets_)
-        if (t == internalName)
-            return;
+    if (!targetSet_.insert(internalName).second)
+        return;
     targets_.push_back(internalName);
-    jvm().setTargetClassName(targets_);
+    if (apply)
+        jvm().setTargetClassName(targets_);
 }
 
 int Session::freeLocalPort()
@@ -229,6 +248,8 @@ WaitOutcome Session::waitForStop(uint32_t timeoutMs)
         }
         if (ended())
             return WaitOutcome::Ended;
+        if (Interrupt::endingSignal() != 0)
+            return WaitOutcome::Ending;
         if (Interrupt::take())
             return WaitOutcome::Interrupted;
         if (stuckAtStart()) {
@@ -245,6 +266,25 @@ WaitOutcome Session::waitForStop(uint32_t timeoutMs)
         pump.pumpOnce(static_cast<int>(slice));
         printer_.flush();
     }
+}
+
+bool Session::attachedToRunningProgram()
+{
+    // The opening sequence is a few round trips; its Resume reply ends it.
+    constexpr uint32_t kOpeningMs = 4000;
+    MessagePump::instance().pumpUntil([&] { return lastResumeReply_ > 0 || ended(); }, kOpeningMs);
+    printer_.flush();
+    if (ended() || suspendedAtOpening_ || events_->stopCount() > 0)
+        return false;
+    for (const auto& bp : jvm().breakpoints()) {
+        if (!bp || bp->UsedByVM || bp->JustStepping)
+            continue;
+        if (bp->StopPoint)
+            bp->registerStopPoint();
+        else
+            bp->registerBreakPoint();
+    }
+    return true;
 }
 
 void Session::pumpFor(uint32_t ms)

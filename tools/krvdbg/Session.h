@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <jdwpkrvdbg/model/JXMachine.h>
@@ -18,7 +19,8 @@
 
 namespace krvdbg {
 
-enum class WaitOutcome { Stopped, Ended, TimedOut, Interrupted };
+// Ending: a TERM or HUP asked krvdbg to end.
+enum class WaitOutcome { Stopped, Ended, TimedOut, Interrupted, Ending };
 
 class Session {
 public:
@@ -42,6 +44,12 @@ public:
     // or `timeoutMs` (0: no limit). After a stop the session's current
     // thread and frame are those of the stop.
     WaitOutcome waitForStop(uint32_t timeoutMs = 0);
+    // Attach mode, after start(): pumps until the opening sequence is over
+    // and tells whether the program was already running (the VM was not
+    // started suspended: no start event stopped it). Breakpoints set before
+    // are then registered at once, since their classes are loaded already
+    // and will not be prepared again.
+    bool attachedToRunningProgram();
     // Pumps for at most `ms` (events that are already on their way).
     void pumpFor(uint32_t ms);
     // After the end: lets the last console output of the process arrive.
@@ -52,8 +60,9 @@ public:
     // is killed, an attached one is let go).
     void shutdown();
 
-    // The class of the program, internal form; its stops are reported.
-    void addTarget(const std::string& internalName);
+    // A class of the program (internal form) or a pattern; its stops are
+    // reported. `apply` false: only collected, for a later apply.
+    void addTarget(const std::string& internalName, bool apply = true);
 
     jdwpkrvdbg::JDWPHandler& handler() { return *handler_; }
     jdwpkrvdbg::JXMachine& jvm() { return *handler_->myJVM(); }
@@ -81,10 +90,12 @@ private:
     std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler_;
     std::shared_ptr<HostEvents> events_;
     std::vector<std::string> targets_;
+    std::unordered_set<std::string> targetSet_;
     uint64_t sequence_ = 0;
     uint64_t lastResumeReply_ = 0;
     uint64_t lastSuspend_ = 0;
     bool startResumed_ = false;
+    bool suspendedAtOpening_ = false;
     bool started_ = false;
     bool shutDown_ = false;
     std::string failureText_;

@@ -144,7 +144,7 @@ std::optional<std::string> TerminalReader::next()
     const int watch = pump.addWatch(STDIN_FILENO, POLLIN, [this](short) { readPlain(); });
 #endif
     prompting_ = true;
-    while (!done_) {
+    while (!done_ && Interrupt::endingSignal() == 0) {
         pump.pumpOnce(kPumpSliceMs);
         printer_.flush();
         if (Interrupt::take() && !done_) {
@@ -166,7 +166,7 @@ std::optional<std::string> TerminalReader::next()
 #ifdef KRVDBG_HAVE_LIBEDIT
     rl_callback_handler_remove();
 #endif
-    if (eof_) {
+    if (eof_ || !done_) {
         std::fputs("\n", stdout);
         std::fflush(stdout);
         return std::nullopt;

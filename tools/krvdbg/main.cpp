@@ -64,5 +64,7 @@ int main(int argc, char** argv)
         status = controller.run();
     }
     reader.reset();
+    std::fflush(stdout);
+    Interrupt::finishEnding();
     return status;
 }

@@ -1,5 +1,6 @@
 // LinuxTransport: the JDWPCon of the Linux platform layer. It launches the VM
-// with posix_spawn (console captured through a pipe when asked), watches the
+// (console captured through a pipe when asked; a VM never outlives its host,
+// and one without a console has a process group of its own), watches the
 // process through a pidfd, connects by non-blocking TCP, and delivers every
 // event from MessagePump callbacks on the host's thread — never from inside
 // the operation that the host called.

@@ -3,12 +3,18 @@
 // expected results; the real-VM behaviour is tested in tests/live.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 
 #include "ClassNames.h"
 #include "CommandLine.h"
 #include "CommandSyntax.h"
 #include "JsonPrinter.h"
+#include "ProgramClasses.h"
 #include "Session.h"
 #include "SourceLines.h"
 #include "TextPrinter.h"
@@ -122,9 +128,30 @@ TEST(KrvdbgNames, ClassFormsAndLaunchQuoting)
         {Session::quoteWord, "/a/b:c.jar", "/a/b:c.jar"}, {Session::quoteWord, "two words", "'two words'"},
         {Session::quoteWord, "it's", "'it'\\''s'"}, {Session::quoteWord, "", "''"},
         {Session::quoteWord, "$HOME", "'$HOME'"},
+        {ProgramClasses::targetName, "demo.Cart", "demo/Cart"}, {ProgramClasses::targetName, "com.acme.*", "com.acme.*"},
+        {ProgramClasses::targetName, "*.Main", "*.Main"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.convert(c.in), c.out) << c.in;
+}
+
+TEST(KrvdbgProgramClasses, TheClassPathsFoldersHoldTheProgramJarsAndWildcardsDoNot)
+{
+    namespace fs = std::filesystem;
+    const fs::path root = fs::temp_directory_path() / ("krvdbg-classes-" + std::to_string(::getpid()));
+    for (const char* file : {"a/demo/Shop.class", "a/demo/Shop$1.class", "a/demo/sub/X.class", "a/module-info.class",
+                             "a/demo/package-info.class", "a/demo/notes.txt", "b/Main.class", "lib.jar"}) {
+        fs::create_directories((root / file).parent_path());
+        std::ofstream(root / file) << "x";
+    }
+    const std::string r = root.string();
+    const std::string classPath = r + "/a:" + r + "/lib.jar:" + r + "/b/:" + r + "/missing:" + r + "/*";
+    auto found = ProgramClasses::inFolders(classPath);
+    std::sort(found.classes.begin(), found.classes.end());
+    EXPECT_EQ(found.classes, (std::vector<std::string>{"Main", "demo/Shop", "demo/Shop$1", "demo/sub/X"}));
+    EXPECT_FALSE(found.truncated);
+    EXPECT_TRUE(ProgramClasses::inFolders(classPath, 3).truncated);
+    fs::remove_all(root);
 }
 
 TEST(KrvdbgTextPrinter, StopsAreReportedWithTheEventsThatFollowThemAndConsoleLinesStayWhole)
