@@ -59,8 +59,8 @@ void JXMachine::cleanup()
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;
     // A call or a step of the previous session (one its VM died in, say)
-    // must not reach into this one: within 2 s of an invocation the first
-    // events of the new VM would be resumed as the call's own.
+    // must not reach into this one: while a call counts as waiting, the
+    // first events of the new VM would be resumed as the call's own.
     myInvokeInProcessMsg = 0;
     myInvokeTimedOut_ = false;
     myStepInProcess = false;
