@@ -1,7 +1,9 @@
 // JXMachine, part: value inspection and the stack. Evaluates dotted
 // expressions over locals, fields, getter methods and statics while the VM is
 // suspended, reads the current thread's frames and pops the top frame.
-#include <cstdlib>
+#include <cmath>
+#include <string>
+#include <vector>
 
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXField.h"
@@ -400,9 +402,16 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
     if (myEvaluating)
         return std::string();
     const uint32_t timeoutsBefore = myInvokeTimeouts_;
-    myEvaluating = myMuteStateEvents = true;
-    std::string result = evaluatePath(TargetVar, PossibleStaticClass);
-    myEvaluating = myMuteStateEvents = false;
+    std::string result;
+    {
+        // Both guards hold for the whole evaluation and are cleared on every exit.
+        struct Guard {
+            JXMachine& m;
+            explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
+            ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
+        } guard(*this);
+        result = evaluatePath(TargetVar, PossibleStaticClass);
+    }
     // A call that did not return left the VM running; the state change that
     // the evaluation kept muted is the host's to know.
     if (myInvokeTimeouts_ != timeoutsBefore && myInvokeTimedOut_)
