@@ -102,11 +102,15 @@ bool JXMachine::isInvokeInProcess() const
 
 void JXMachine::invocationReplied()
 {
-    if (myInvokeInProcessMsg != 0) {
+    // The handler forgets a request when its reply is parsed, before the
+    // reply is decoded; so the call whose request is gone is the one that
+    // has been answered.
+    auto handler = getCurrentHandler();
+    if (myInvokeInProcessMsg != 0 && !handler->getMessage(myInvokeWaitingID_)) {
         myInvokeInProcessMsg = 0;
         return;
     }
-    if (myInvokeTimedOut_) {
+    if (myInvokeTimedOut_ && !handler->getMessage(myInvokeTimedOutID_)) {
         // The reply of a call that was given up on: the call has returned
         // at last, and the VM has suspended its threads again as they were
         // when the call began.

@@ -280,6 +280,7 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
     // window (invocationReplied); so does the end of the wait.
     const uint32_t now = GetTickCount();
     myInvokeInProcessMsg = now != 0 ? static_cast<int32_t>(now) : 1;
+    myInvokeWaitingID_ = request->myID;
     auto reply = handler->sendSync(request, kWait);
     myInvokeInProcessMsg = 0;
     if (!reply && handler->isConnected() && myState != VMDead) {
@@ -287,6 +288,7 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
         // it, the stop's frames are gone until they are suspended again.
         myInvokeTimedOut_ = true;
         myInvokeTimedOutThread_ = myCurrentThreadID;
+        myInvokeTimedOutID_ = request->myID;
         ++myInvokeTimeouts_;
         myFrameValid = false;
         GoVMStateChange(VMRunning, -1);

@@ -220,6 +220,10 @@ private:
     // this thread; no other call is started there until it returns.
     bool myInvokeTimedOut_ = false;
     double myInvokeTimedOutThread_ = 0;
+    // Packet ids of the call that waits and of the one that timed out: a
+    // reply is told by its request having left the handler's sent table.
+    double myInvokeWaitingID_ = 0;
+    double myInvokeTimedOutID_ = 0;
     uint32_t myInvokeTimeouts_ = 0;
 };
 
