@@ -59,9 +59,10 @@ void JXMachine::cleanup()
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;
     // A call or a step of the previous session (one its VM died in, say)
-    // must not reach into this one: within 2 s of an invocation the first
-    // events of the new VM would be resumed as the call's own.
+    // must not reach into this one: while a call counts as waiting, the
+    // first events of the new VM would be resumed as the call's own.
     myInvokeInProcessMsg = 0;
+    myInvokeTimedOut_ = false;
     myStepInProcess = false;
     // The entries outlive the VM, their requests do not: each one is
     // registered afresh when its class is loaded in the new VM, and no
@@ -93,10 +94,29 @@ bool JXMachine::exitVM()
 
 bool JXMachine::isInvokeInProcess() const
 {
-    if (myInvokeInProcessMsg == 0)
-        return false;
-    const int32_t now = static_cast<int32_t>(GetTickCount());
-    return std::llabs(static_cast<long long>(now) - static_cast<long long>(myInvokeInProcessMsg)) < 2000;
+    // The stamp is cleared when the call's reply is handled (or its wait
+    // ends), not after a fixed time: the program's own stops that come soon
+    // after an evaluation are reported, and a slow call's events are not.
+    return myInvokeInProcessMsg != 0;
+}
+
+void JXMachine::invocationReplied()
+{
+    // The handler forgets a request when its reply is parsed, before the
+    // reply is decoded; so the call whose request is gone is the one that
+    // has been answered.
+    auto handler = getCurrentHandler();
+    if (myInvokeInProcessMsg != 0 && !handler->getMessage(myInvokeWaitingID_)) {
+        myInvokeInProcessMsg = 0;
+        return;
+    }
+    if (myInvokeTimedOut_ && !handler->getMessage(myInvokeTimedOutID_)) {
+        // The reply of a call that was given up on: the call has returned
+        // at last, and the VM has suspended its threads again as they were
+        // when the call began.
+        myInvokeTimedOut_ = false;
+        GoVMStateChange(VMSuspend, -1);
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -241,6 +261,9 @@ void JXMachine::resumeForInvocation()
 
 bool JXMachine::SuspendVM()
 {
+    // Wherever the threads stop now, the frame of the last stop is not
+    // theirs: the next evaluation asks for the top frame afresh.
+    myFrameValid = false;
     auto handler = getCurrentHandler();
     handler->sendAsync(handler->myFactory()->createSuspendMessage());
     return false; // always False by design

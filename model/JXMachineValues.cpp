@@ -1,7 +1,9 @@
 // JXMachine, part: value inspection and the stack. Evaluates dotted
 // expressions over locals, fields, getter methods and statics while the VM is
 // suspended, reads the current thread's frames and pops the top frame.
-#include <cstdlib>
+#include <cmath>
+#include <string>
+#include <vector>
 
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXField.h"
@@ -40,17 +42,66 @@ JDWPJVarValue firstValue(const std::shared_ptr<JDWPMessage>& reply)
     return value;
 }
 
-// Numeric as the host's language sees it: optional blanks and sign, digits
-// with at most one decimal point, an optional exponent.
+// Numeric when written as a number: optional blanks around an optional
+// sign, digits with at most one decimal point (at least one digit), and an
+// optional exponent with digits. What the C library would also parse (nan,
+// inf, infinity, hexadecimal) are names.
 bool isNumeric(const std::string& text)
 {
-    if (text.empty())
+    size_t i = 0;
+    const size_t n = text.size();
+    auto blanks = [&] {
+        while (i < n && (text[i] == ' ' || text[i] == '\t'))
+            ++i;
+    };
+    auto digits = [&] {
+        const size_t start = i;
+        while (i < n && text[i] >= '0' && text[i] <= '9')
+            ++i;
+        return i - start;
+    };
+    blanks();
+    if (i < n && (text[i] == '+' || text[i] == '-'))
+        ++i;
+    size_t mantissa = digits();
+    if (i < n && text[i] == '.') {
+        ++i;
+        mantissa += digits();
+    }
+    if (mantissa == 0)
         return false;
-    char* end = nullptr;
-    std::strtod(text.c_str(), &end);
-    while (end && (*end == ' ' || *end == '\t'))
-        ++end;
-    return end && *end == '\0' && end != text.c_str();
+    if (i < n && (text[i] == 'e' || text[i] == 'E')) {
+        ++i;
+        if (i < n && (text[i] == '+' || text[i] == '-'))
+            ++i;
+        if (digits() == 0)
+            return false;
+    }
+    blanks();
+    return i == n;
+}
+
+// The error code of a reply compared with a JDWP code in either byte order:
+// the socket framing reads the code's two bytes little-endian (kept so, for
+// what myErrorCode shows), the shared-memory framing as they are meant.
+bool hasError(const std::shared_ptr<JDWPMessage>& reply, JDWPErrorCodes code)
+{
+    if (!reply)
+        return false;
+    const int32_t c = static_cast<int32_t>(code);
+    const int32_t swapped = ((c & 0xFF) << 8) | ((c >> 8) & 0xFF);
+    const int32_t got = static_cast<int32_t>(reply->myErrorCode);
+    return got == c || got == swapped;
+}
+
+// A value that is not the program's but says in words why there is none.
+JDWPJVarValue wordsValue(const std::string& words, bool found)
+{
+    JDWPJVarValue value;
+    value.VarType = VAR_VOID;
+    value.VarValue = words;
+    value.Found = found;
+    return value;
 }
 
 } // namespace
@@ -63,8 +114,10 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
     if (frames) {
         if (frames->myErrorCode == 0) {
             const auto& list = frames->myDataContainer()->requestFrame();
-            if (!list.empty())
+            if (!list.empty()) {
                 myCurrentFrameID = list.front().FrameID;
+                myFrameMethodID_ = list.front().FrameLocation.MethodID;
+            }
         } else if (!bIgnoreError) {
             refreshFrameID(true);
         }
@@ -133,44 +186,85 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
 bool JXMachine::PopFrame()
 {
     auto handler = getCurrentHandler();
-    return succeeded(
+    const bool popped = succeeded(
         handler->sendSync(handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kWait));
+    // The frame is gone; the next evaluation asks for the new top frame
+    // instead of reading the old one's slots.
+    if (popped)
+        myFrameValid = false;
+    return popped;
 }
 
 JDWPJVarValue JXMachine::getValueFromLocalTable(const std::string& TargetVar, const std::shared_ptr<JXMethod>& tmpMethod,
-                                                const std::shared_ptr<JXClass>& tmpClass)
+                                                const std::shared_ptr<JXClass>&)
+{
+    bool decisive = false;
+    return readLocal(TargetVar, tmpMethod, decisive);
+}
+
+JDWPJVarValue JXMachine::readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive)
 {
     JDWPJVarValue notFound;
-    if (!tmpMethod)
+    decisive = false;
+    if (!method)
         return notFound;
-    const JDWPJVariableTableSlot slot = tmpMethod->getVarSlot(TargetVar);
+    const JDWPJVariableTableSlot slot = method->getVarSlot(name);
     if (slot.vt_name.empty())
         return notFound;
+    // From here on the name is a local of the method: only "not in scope
+    // at this code index" lets a field of the same name stand in.
+    decisive = true;
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
-    auto reply = handler->sendSync(
-        factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature), kWait);
+    auto read = [&] {
+        // A frame of another method (the stop has moved: a popped frame, a
+        // pause elsewhere) has other slots; reading this slot there would
+        // show another variable's value.
+        if (myFrameMethodID_ != 0 && myFrameMethodID_ != method->MethodID)
+            return std::shared_ptr<JDWPMessage>();
+        return handler->sendSync(
+            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature), kWait);
+    };
+    auto reply = read();
     if (!reply)
         return notFound;
-    if (reply->myErrorCode == ERR_INVALID_SLOT)
+    if (hasError(reply, ERR_INVALID_SLOT)) {
+        decisive = false;
         return notFound;
-    if (reply->myErrorCode == ERR_INVALID_FRAMEID) {
-        refreshFrameID();
-        reply = handler->sendSync(
-            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature), kWait);
     }
-    return firstValue(reply);
+    if (hasError(reply, ERR_INVALID_FRAMEID)) {
+        refreshFrameID();
+        reply = read();
+        if (hasError(reply, ERR_INVALID_SLOT)) {
+            decisive = false;
+            return notFound;
+        }
+    }
+    JDWPJVarValue value = firstValue(reply);
+    if (value.Found)
+        decisive = false;
+    return value;
 }
 
 JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID, double MethodID, bool MethodIsStatic,
                                                 bool bForce)
 {
     JDWPJVarValue notFound;
+    std::string name = "the method";
+    if (auto cls = getClassByID(ClassID))
+        if (auto method = cls->JMethodID(MethodID))
+            name = method->MethodName;
+    // No method of the program runs in save mode, whoever asks; the value
+    // says why it is missing.
+    if (mySaveMode)
+        return wordsValue("(not evaluated: it needs a call of " + name + ", and save mode runs no method of the program)",
+                          false);
     if (!bForce && isInvokeInProcess())
         return notFound;
-    // The stamp makes the event decoder resume, rather than report, the
-    // events that the invocation causes; it expires by itself after 2 s.
-    myInvokeInProcessMsg = static_cast<int32_t>(GetTickCount());
+    if (myInvokeTimedOut_ && myInvokeTimedOutThread_ == myCurrentThreadID)
+        return wordsValue("(not evaluated: it needs a call of " + name +
+                              ", and an earlier call is still running in this thread)",
+                          false);
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
     std::shared_ptr<JDWPMessage> request;
@@ -181,7 +275,28 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
             return notFound;
         request = factory->createInvokeMethodMessage(ObjectID, myCurrentThreadID, ClassID, MethodID);
     }
-    return firstValue(handler->sendSync(request, kWait));
+    // While the call waits for its reply, the event decoder resumes rather
+    // than reports the events that it causes. The reply's decoder ends that
+    // window (invocationReplied); so does the end of the wait.
+    const uint32_t now = GetTickCount();
+    myInvokeInProcessMsg = now != 0 ? static_cast<int32_t>(now) : 1;
+    myInvokeWaitingID_ = request->myID;
+    auto reply = handler->sendSync(request, kWait);
+    myInvokeInProcessMsg = 0;
+    if (!reply && handler->isConnected() && myState != VMDead) {
+        // The call runs on in the VM (a loop, a wait): all threads run with
+        // it, the stop's frames are gone until they are suspended again.
+        myInvokeTimedOut_ = true;
+        myInvokeTimedOutThread_ = myCurrentThreadID;
+        myInvokeTimedOutID_ = request->myID;
+        ++myInvokeTimeouts_;
+        myFrameValid = false;
+        GoVMStateChange(VMRunning, -1);
+        return wordsValue("(" + name + " did not return within " + std::to_string(kWait / 1000) +
+                              " s: the call timed out and is still running in the VM)",
+                          true);
+    }
+    return firstValue(reply);
 }
 
 JDWPJVarValue JXMachine::getFieldValue(const std::string& name, const std::shared_ptr<JXClass>& cls, double objectID)
@@ -209,10 +324,22 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
                                          const std::shared_ptr<JXMethod>& currentMethod,
                                          std::shared_ptr<JXClass>& currentClass, const std::string& PossibleStaticClass)
 {
+    // A call that was not made (save mode, a call still running) leaves its
+    // reason in words; when nothing else yields the name, they are its value.
+    std::string refused;
+    auto call = [&](double object, const std::shared_ptr<JXClass>& cls, const std::shared_ptr<JXMethod>& method) {
+        JDWPJVarValue r = getValueFromMethodCall(object, cls->ClassID, method->MethodID, method->isStatic());
+        if (!r.Found && !r.VarValue.empty() && refused.empty())
+            refused = r.VarValue;
+        return r;
+    };
+    auto missing = [&] { return refused.empty() ? JDWPJVarValue() : wordsValue(refused, true); };
+
     JDWPJVarValue r;
     if (objectID == 0) {
-        r = getValueFromLocalTable(name, currentMethod, currentClass);
-        if (r.Found)
+        bool decisive = false;
+        r = readLocal(name, currentMethod, decisive);
+        if (r.Found || decisive)
             return r;
         if (myThisObjectID != 0) {
             auto objectClass = getClassByObjectID(myThisObjectID);
@@ -220,7 +347,7 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
             if (!cls)
                 return JDWPJVarValue();
             if (auto getter = cls->JMethodWithoutParams("$" + name)) {
-                r = getValueFromMethodCall(myThisObjectID, cls->ClassID, getter->MethodID, getter->isStatic());
+                r = call(myThisObjectID, cls, getter);
                 if (r.Found)
                     return r;
             }
@@ -238,23 +365,24 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
         r = getFieldValue(name, currentClass, 0);
         if (r.Found)
             return r;
-        if (!mySaveMode && currentClass) {
+        if (currentClass) {
             if (auto method = currentClass->JMethodWithoutParams(name)) {
-                r = getValueFromMethodCall(myThisObjectID, currentClass->ClassID, method->MethodID, method->isStatic());
+                r = call(myThisObjectID, currentClass, method);
                 if (r.Found)
                     return r;
             }
         }
         auto staticClass = getCurrentHandler()->myJVM()->getClassByName(PossibleStaticClass, true);
         if (!staticClass)
-            return JDWPJVarValue();
+            return missing();
         currentClass = staticClass;
         if (auto method = staticClass->JMethodWithoutParams(name)) {
-            r = getValueFromMethodCall(myThisObjectID, staticClass->ClassID, method->MethodID, method->isStatic());
+            r = call(myThisObjectID, staticClass, method);
             if (r.Found)
                 return r;
         }
-        return getFieldValue(name, staticClass, 0);
+        r = getFieldValue(name, staticClass, 0);
+        return r.Found ? r : missing();
     }
     auto objectClass = getClassByObjectID(objectID);
     auto cls = objectClass ? getEventClassFromClass(objectClass) : nullptr;
@@ -263,44 +391,56 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
     r = getFieldValue(name, cls, objectID);
     if (r.Found)
         return r;
-    if (!mySaveMode) {
-        if (auto method = cls->JMethodWithoutParams(name))
-            return getValueFromMethodCall(objectID, cls->ClassID, method->MethodID, method->isStatic());
+    if (auto method = cls->JMethodWithoutParams(name)) {
+        r = call(objectID, cls, method);
+        if (r.Found)
+            return r;
     }
-    return JDWPJVarValue();
+    return missing();
 }
 
 std::string JXMachine::getValue(const std::string& TargetVar, const std::string& PossibleStaticClass)
 {
     if (myEvaluating)
         return std::string();
-    // Both guards hold for the whole evaluation and are cleared on every exit.
-    struct Guard {
-        JXMachine& m;
-        explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
-        ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
-    } guard(*this);
+    const uint32_t timeoutsBefore = myInvokeTimeouts_;
+    std::string result;
+    {
+        // Both guards hold for the whole evaluation and are cleared on every exit.
+        struct Guard {
+            JXMachine& m;
+            explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
+            ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
+        } guard(*this);
+        result = evaluatePath(TargetVar, PossibleStaticClass);
+    }
+    // A call that did not return left the VM running; the state change that
+    // the evaluation kept muted is the host's to know.
+    if (myInvokeTimeouts_ != timeoutsBefore && myInvokeTimedOut_)
+        GoVMStateChange(VMRunning, -1);
+    return result;
+}
 
+std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass)
+{
+    if (TargetVar.empty() || TargetVar.find(':') != std::string::npos || TargetVar.find('=') != std::string::npos ||
+        TargetVar[0] == '"' || isNumeric(TargetVar))
+        return std::string();
+    // The frame first: after a pause or a popped frame it tells where the
+    // thread is now.
+    if (!myFrameValid) {
+        refreshFrameID();
+        if (!myFrameValid)
+            return std::string(); // no frame to be had: an empty text; intended
+    }
     std::shared_ptr<JXClass> currentClass = getClassByID(myCurrentClassID, true);
     std::shared_ptr<JXMethod> currentMethod = currentClass ? currentClass->JMethodID(myCurrentMethodID) : nullptr;
-    if (!currentClass || !currentMethod || TargetVar.empty() || TargetVar.find(':') != std::string::npos ||
-        TargetVar.find('=') != std::string::npos || TargetVar[0] == '"' || isNumeric(TargetVar))
+    if (!currentClass || !currentMethod)
         return std::string();
     std::string target;
     for (char c : TargetVar)
         if (c != '\r' && c != '\n')
             target += c;
-
-    std::string result;
-    if (!myFrameValid) {
-        refreshFrameID();
-        if (!myFrameValid) {
-            // "VMDEAD" is written and then overwritten by the common exit,
-            // which copies the still empty text: the host gets ""; intended.
-            result = "VMDEAD";
-            return std::string();
-        }
-    }
 
     std::vector<std::string> elements;
     for (size_t start = 0;;) {
@@ -310,6 +450,7 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
             break;
         start = dot + 1;
     }
+    std::string result;
     std::string path;
     std::string pending;
     double objectID = 0;
@@ -329,6 +470,9 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
         }
         if (r.VarType == VAR_OBJECT)
             objectID = r.RefID;
+        // Nothing (a void result, or words saying why there is no value)
+        // has members: the next name is not available.
+        const bool noMembers = r.VarType == VAR_VOID && i != last;
         std::string line;
         if (i == last) {
             if (myMaxValueSize >= 0 && text.size() > static_cast<size_t>(myMaxValueSize))
@@ -342,6 +486,10 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
         if (i != last)
             result = "\r\n" + result;
         pending.clear();
+        if (noMembers) {
+            pending = path + "." + elements[i + 1] + " - Not available!";
+            break;
+        }
     }
     if (result.compare(0, 2, "\r\n") == 0)
         result = pending + result;

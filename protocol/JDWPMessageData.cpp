@@ -223,10 +223,25 @@ bool JDWPMessageData::processSuperClass(const std::string& s)
 
 bool JDWPMessageData::processGetThis(const std::string& s)
 {
-    int64_t pos = 1;
-    JDWPJVarValue value;
-    readTaggedValue(s, pos, value);
-    RequestObjectID = value.RefID;
+    // Only the id is wanted, so the object is not rendered: rendering a
+    // thread invokes its toString, whose reply refreshes the frame and
+    // would come back here without end.
+    RequestObjectID = 0;
+    if (s.empty())
+        return true;
+    switch (static_cast<unsigned char>(s[0])) {
+    case VAR_OBJECT:
+    case VAR_ARRAY:
+    case VAR_CLASSOBJECT:
+    case VAR_THREADGROUP:
+    case VAR_CLASSLOADER:
+    case VAR_THREAD:
+    case VAR_STRING:
+        ReadNumber(s, 2, RequestObjectID, objectWidth());
+        break;
+    default:
+        break;
+    }
     return true;
 }
 
@@ -511,6 +526,8 @@ bool JDWPMessageData::processInvokeStaticMethod(const std::string& s)
 bool JDWPMessageData::processInvocationResult(const std::string& s)
 {
     auto handler = getCurrentHandler();
+    // The call is over: what happens from here on is the program's own.
+    handler->myJVM()->invocationReplied();
     requestVar_.assign(1, JDWPJVarValue());
     int64_t pos = 1;
     readTaggedValue(s, pos, requestVar_[0]);

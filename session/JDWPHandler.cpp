@@ -564,8 +564,18 @@ std::string JDWPHandler::ObjectToStringWithMethod(double RequestObjectID, bool C
     }
     if (!method || !owner)
         return std::string();
-    return jvm->getValueFromMethodCall(RequestObjectID, owner->ClassID, method->MethodID, method->isStatic(), true)
-        .VarValue;
+    // A render runs a method whose result may be rendered in turn; past a
+    // few levels (only a broken or hostile peer gets there) the class name
+    // stands in, so that no chain of replies can recurse without end.
+    constexpr int kMaxRenderDepth = 2;
+    if (myRenderDepth_ >= kMaxRenderDepth)
+        return cls->ClassName();
+    ++myRenderDepth_;
+    std::string text =
+        jvm->getValueFromMethodCall(RequestObjectID, owner->ClassID, method->MethodID, method->isStatic(), true)
+            .VarValue;
+    --myRenderDepth_;
+    return text;
 }
 
 std::string JDWPHandler::ObjectToString(double RequestObjectID, bool ClassNameOnly)

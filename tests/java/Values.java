@@ -1,11 +1,18 @@
 // A debuggee for value inspection: locals of every primitive type, strings,
 // objects with fields and getters, statics, arrays, null, and stand-ins of
-// the Korvane runtime's variant, array and enumeration wrappers.
+// the Korvane runtime's variant, array and enumeration wrappers; an object
+// whose toString never returns; and a Thread subclass stopped in its run().
 public class Values {
     static int counter = 42;
     static String label = "static label";
+    // Same name as a parameter of the level methods.
+    static int x = 1000;
 
-    public static void main(String[] args) {
+    static String greeting() {
+        return "hello";
+    }
+
+    public static void main(String[] args) throws InterruptedException {
         int i = -7;
         long l = 1234567890123L;
         double d = 2.5;
@@ -23,9 +30,13 @@ public class Values {
         Box.VBVariantBox v = new Box.VBVariantBox("var#iant");
         Box.VBArrayBox va = new Box.VBArrayBox();
         Colors col = new Colors();
+        Spinner spin = new Spinner();
         System.out.println("values ready");                 // @values-stop
         int r = level1(i);
         System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str);
+        Worker worker = new Worker(p);
+        worker.start();
+        worker.join();
     }
 
     static int level1(int x) {
@@ -102,3 +113,27 @@ class VBEnumClass {
 class Colors extends VBEnumClass {
 }
 
+class Spinner {
+    @Override
+    public String toString() {
+        long n = 0;
+        while (n >= 0) n++;                                  // @spin
+        return "never";
+    }
+}
+
+class Worker extends Thread {
+    int rounds = 3;
+    Point target;
+
+    Worker(Point target) {
+        super("worker");
+        this.target = target;
+    }
+
+    @Override
+    public void run() {
+        int twice = rounds * 2;
+        System.out.println("worker " + twice);               // @in-run
+    }
+}

@@ -434,6 +434,34 @@ TEST(Krvdbg, DebugsOverSharedMemory)
     EXPECT_NE(run.console().find("Total: 850 cents for 3 items\r\n"), std::string::npos) << run.output;
 }
 
+// A toString that never returns: print says so, the program is running with
+// the call, suspend brings the thread back and where shows it inside the
+// call; quit ends the session.
+TEST(Krvdbg, AnEvaluationThatNeverReturnsSaysSoAndSuspendFindsTheThread)
+{
+    const std::string values = "tests/java/Values.java";
+    const std::string script = "stop at Values:" + std::to_string(lineOf(values, "@values-stop")) +
+                               "\nrun\nprint spin.toString\nwhere\nsuspend\nwhere\nquit\n";
+    const KrvdbgRun run =
+        runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Values"}, script);
+    ASSERT_EQ(run.status, 0) << run.output;
+    const json print = run.command("print spin.toString");
+    EXPECT_EQ(print["result"]["found"], true) << print.dump();
+    EXPECT_NE(print["result"].value("value", "").find("timed out and is still running in the VM"), std::string::npos)
+        << print.dump();
+    const auto wheres = run.commands("where");
+    ASSERT_EQ(wheres.size(), 2u) << run.output;
+    EXPECT_NE(wheres[0].value("error", "").find("the VM is running"), std::string::npos) << wheres[0].dump();
+    EXPECT_EQ(run.command("suspend")["result"]["state"], 1) << run.output;
+    const json frames = wheres[1]["result"]["frames"];
+    ASSERT_GE(frames.size(), 2u) << wheres[1].dump();
+    EXPECT_EQ(frames[0]["ClassName"], "Spinner");
+    EXPECT_EQ(frames[0]["MethodName"], "toString");
+    EXPECT_EQ(frames[0]["LineNr"], lineOf(values, "@spin"));
+    EXPECT_EQ(frames.back()["MethodName"], "main");
+    EXPECT_EQ(run.command("quit")["result"], "quit");
+}
+
 TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)
 {
     const std::string address = "127.0.0.1:" + std::to_string(freeTcpPort());

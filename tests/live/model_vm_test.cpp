@@ -33,7 +33,7 @@ protected:
     void resumeToStop(const std::string& cls, int lineNr)
     {
         const size_t stops = log->stops.size();
-        resumePastInvocationWindow();
+        resume();
         ASSERT_TRUE(waitStop(stops)) << dump();
         EXPECT_EQ(lastStop().className, cls);
         EXPECT_EQ(lastStop().line, lineNr) << dump();

@@ -1,8 +1,9 @@
 // Value inspection against a real VM, at one stop of tests/java/Values:
-// locals of every type, fields, getters (and save mode), the runtime's
-// wrapper classes, the text layout of missing names, truncation and
-// escaping, evaluation calls whose events are kept from the host; then the
-// stack three calls deep and popping a frame.
+// locals of every type, fields, getters (and save mode, which runs nothing),
+// the runtime's wrapper classes, the text layout of missing names,
+// truncation and escaping, evaluation calls whose events are kept from the
+// host while the program's own next stop is not; then the stack three calls
+// deep and popping a frame. Also a stop in run() of a Thread subclass.
 #include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
@@ -51,14 +52,13 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
         EXPECT_EQ(jvm->getValue(expr), text) << expr;
     EXPECT_EQ(jvm->getValue("arr").rfind("arr: #[I@", 0), 0u) << jvm->getValue("arr");
 
-    // Dotted paths read fields and getters; save mode invokes nothing.
+    // Dotted paths read fields and getters, also right after the wrappers'
+    // calls above.
     const std::string pointLine = jvm->getValue("p").substr(3); // "#Type: Point - ObjID: N#"
     ASSERT_EQ(pointLine.rfind("#Type: Point - ObjID: ", 0), 0u) << pointLine;
     const std::string pointText = pointLine.substr(1, pointLine.size() - 2);
     EXPECT_EQ(jvm->getValue("p.x"), "#p.x: 3#\r\np: " + pointText);
     EXPECT_EQ(jvm->getValue("p.zzz"), "p.zzz - Not available!\r\np: " + pointText);
-    // Past the 2 s after the wrappers' calls in which no call is made.
-    clock.advance(2000);
     handler->history().clear();
     EXPECT_EQ(jvm->getValue("p.title"), "#p.title: title:pt#\r\np: " + pointText) << dump();
     EXPECT_GE(invocations(), 1) << "the getter ran in the VM";
@@ -66,18 +66,36 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
     // it has been handled by the time getValue returns.
     EXPECT_EQ(log->stops.size(), 1u) << "the getter's breakpoint did not stop the host";
     EXPECT_EQ(jvm->JVMState(), VMSuspend);
+
+    // Save mode runs no method of the program: getters, static methods,
+    // toString and the wrappers' debug text all say so instead.
     jvm->setSaveMode(true);
     handler->history().clear();
-    EXPECT_EQ(jvm->getValue("p.title"), "p.title - Not available!\r\np: " + pointText);
+    const std::string notRun = ", and save mode runs no method of the program)";
+    const std::vector<std::pair<std::pair<std::string, std::string>, std::string>> saved{
+        {{"p.title", ""}, "#p.title: (not evaluated: it needs a call of $title" + notRun + "#\r\np: " + pointText},
+        {{"greeting", "Values"}, "greeting: #(not evaluated: it needs a call of greeting" + notRun + "#"},
+        {{"arr", ""}, "arr: #(not evaluated: it needs a call of toString" + notRun + "#"},
+        {{"v", ""}, "v: #(not evaluated: it needs a call of toDebugString" + notRun + "#"},
+        {{"p.x", ""}, "#p.x: 3#\r\np: " + pointText},
+    };
+    for (const auto& [expr, text] : saved)
+        EXPECT_EQ(jvm->getValue(expr.first, expr.second), text) << expr.first;
     EXPECT_EQ(invocations(), 0) << dump();
     jvm->setSaveMode(false);
+    EXPECT_EQ(jvm->getValue("greeting", "Values"), "greeting: #hello#");
 
     // Long values are cut; escaping is not.
     jvm->setMaxValueSize(12);
     EXPECT_EQ(jvm->getValue("longText"), "longText: #012345678901#");
     EXPECT_EQ(jvm->getValue("hashes"), "hashes: #a{~}b{~}c#");
 
-    ASSERT_TRUE(resumeToStopAt(line("@level3"))) << dump();
+    // The program's next stop, right after the evaluations' calls, is
+    // reported.
+    const size_t seen = log->stops.size();
+    resume();
+    ASSERT_TRUE(waitStop(seen)) << "the stop after an evaluation was resumed unreported\n" << dump();
+    ASSERT_EQ(lastStop().line, line("@level3"));
     auto trace = jvm->getStackTrace();
     ASSERT_GE(trace.size(), 4u);
     const std::vector<std::pair<std::string, int>> frames{
@@ -91,13 +109,45 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
     EXPECT_EQ(trace[3][2], "main");
     EXPECT_EQ(jvm->getStackCount(), static_cast<int32_t>(trace.size()));
 
-    jvm->refreshFrameID();
+    EXPECT_EQ(jvm->getValue("x"), "x: #-5#");
     ASSERT_TRUE(jvm->PopFrame());
-    jvm->refreshFrameID();
+    // The popped frame's locals are gone: the static field of the same name
+    // does not stand in for them.
+    EXPECT_EQ(jvm->getValue("x"), "");
     trace = jvm->getStackTrace();
     ASSERT_FALSE(trace.empty());
     EXPECT_EQ(trace[0][2], "level2");
     EXPECT_EQ(trace[0][4], std::to_string(line("@level2")));
+    // Once the host moves the stop to the caller, its locals read.
+    auto values = jvm->getClassByName("Values", true);
+    ASSERT_NE(values, nullptr);
+    auto level2 = values->JMethod("level2(I)I");
+    ASSERT_NE(level2, nullptr);
+    jvm->GoSilentBreak(jvm->currentThreadID(), values->ClassID, level2->MethodID);
+    EXPECT_EQ(jvm->getValue("x"), "x: #-6#");
+}
+
+// Rendering a thread calls its toString, whose reply refreshes the frame; at
+// a stop inside run() of a Thread subclass that refresh meets `this`, the
+// thread, again: the stop must show as any other.
+TEST_F(LiveValues, AStopInRunOfAThreadSubclassShowsThisItsFieldsAndLocals)
+{
+    jvm->setTargetClassName({"Values", "Worker"});
+    jvm->addBreakpoint("Worker", line("@in-run"));
+    ASSERT_TRUE(launch("Values"));
+    ASSERT_TRUE(waitStop(0)) << dump();
+    EXPECT_EQ(lastStop().className, "Worker");
+    EXPECT_EQ(lastStop().line, line("@in-run"));
+    EXPECT_EQ(jvm->getValue("this"), "this: #Thread[worker,5,main]#");
+    EXPECT_EQ(jvm->getValue("rounds"), "rounds: #3#");
+    EXPECT_EQ(jvm->getValue("twice"), "twice: #6#");
+    const std::string target = jvm->getValue("target.x");
+    EXPECT_EQ(target.rfind("#target.x: 3#\r\ntarget: Type: Point - ObjID: ", 0), 0u) << target;
+    auto trace = jvm->getStackTrace();
+    ASSERT_FALSE(trace.empty());
+    EXPECT_EQ(trace[0][1], "Worker");
+    EXPECT_EQ(trace[0][2], "run");
+    EXPECT_EQ(runToEnd(), 0) << dump();
 }
 
 } // namespace

@@ -155,11 +155,17 @@ TEST_F(TaggedValues, ValueListsAdvanceTwiceAfterEachElement)
 
 TEST_F(TaggedValues, ThisObjectAndInvocationResults)
 {
-    JDWPMessageData self;
-    EXPECT_TRUE(self.processGetThis("t\x00\x00\x00\x00\x00\x00\x00\x63"s));
-    EXPECT_EQ(self.RequestObjectID, 99);
-    self.processGetThis("");
-    EXPECT_EQ(self.RequestObjectID, 0);
+    // The id of `this` whatever kind of object it is; nothing else is read.
+    for (char tag : "Lt[cgls"s) {
+        JDWPMessageData self;
+        EXPECT_TRUE(self.processGetThis(std::string(1, tag) + "\x00\x00\x00\x00\x00\x00\x00\x63"s));
+        EXPECT_EQ(self.RequestObjectID, 99) << tag;
+    }
+    for (const std::string& none : {""s, "L\x00\x00\x00\x00\x00\x00\x00\x00"s, "I\x00\x00\x00\x63"s}) {
+        JDWPMessageData self;
+        self.processGetThis(none);
+        EXPECT_EQ(self.RequestObjectID, 0);
+    }
 
     const std::pair<std::string, const char*> cases[] = {
         {"I\x00\x00\x00\x05L\x00\x00\x00\x00\x00\x00\x00\x00"s, "5"},
@@ -212,6 +218,23 @@ TEST_F(VMValues, StringsAndPlainObjects)
     data.processInvokeMethod("I\x00\x00\x00\x05L\x00\x00\x00\x00\x00\x00\x00\x66"s);
     ASSERT_EQ(data.requestVar().size(), 1u);
     EXPECT_EQ(data.requestVar()[0].VarValue, "pkg/Thing") << "an invocation exception shows its class name";
+}
+
+// A thread renders through its toString; the frame refresh after that call
+// asks for `this`, which must not render it again. A result that is itself
+// rendered by a call stops after two calls in a row.
+TEST_F(VMValues, RendersNeverRecurseWithoutEnd)
+{
+    JDWPMessageData self;
+    self.processGetThis("t"s + be64(0x66));
+    EXPECT_EQ(self.RequestObjectID, 0x66);
+    EXPECT_TRUE(vm->commands().empty()) << "`this` was rendered";
+
+    vm->onPayload(2, 5, be32(1) + be64(0x61) + jstr("toString") + jstr("()Ljava/lang/String;") + be32(1));
+    vm->onPayload(9, 6, "t" + be64(0x66) + "L" + be64(0));
+    vm->onPayload(16, 3, "L" + be64(0));
+    EXPECT_EQ(valueOf("t"s + be64(0x66)).VarValue, "pkg/Thing");
+    EXPECT_EQ(vm->commandsOf(9, 6).size(), 2u);
 }
 
 TEST_F(VMValues, RuntimeWrappersRenderThroughTheirDebugString)

@@ -1,7 +1,9 @@
 // The session object against a scripted VM: the state machine and its
 // thread and frame bookkeeping, the argument rules of the Breakpoint event,
-// the invocation window, the retry rule of HoldEvents, the guards of an
-// evaluation, and the text layout of getValue over a dotted path.
+// the retry rule of HoldEvents, the guards of an evaluation, the text layout
+// of getValue over a dotted path, which names are numbers, local reads with
+// stale frames and their errors, and the window of an evaluation's call
+// (also one that never returns).
 #include "model_test_support.h"
 
 namespace jdwpkrvdbg::model_test {
@@ -42,19 +44,6 @@ TEST_F(ModelSession, BreakpointEventRoundsHalfToEvenAndReportsOffsetsOfStopPoint
     EXPECT_EQ(m->currentLine(), 12.5);
 }
 
-TEST_F(ModelSession, InvocationWindowLastsBelowTwoSeconds)
-{
-    uint32_t now = 50000;
-    setTickSource([&] { return now; });
-    const struct { uint32_t started, now; bool inProcess; } rows[] = {
-        {0, 50000, false}, {50000, 51999, true}, {50000, 52000, false}};
-    for (const auto& r : rows) {
-        jvm()->myInvokeInProcessMsg = r.started;
-        now = r.now;
-        EXPECT_EQ(jvm()->isInvokeInProcess(), r.inProcess) << r.started << " at " << r.now;
-    }
-}
-
 TEST_F(ModelSession, HoldEventsRetriesErrorsTwelveTimesButNotATimeOut)
 {
     vm->onPayload(1, 15, "", 113);
@@ -64,43 +53,91 @@ TEST_F(ModelSession, HoldEventsRetriesErrorsTwelveTimesButNotATimeOut)
     EXPECT_EQ(vm->commandsOf(1, 16).size(), 1u);
 }
 
-// A class pkg/A whose method run has locals `a` (an object) and `s` (a
-// string), stopped in thread 1, frame 9; the object is of class pkg/B with
-// an int field `b`.
+// A class pkg/A whose static method run has locals `a` (an object), `s` (a
+// string), `nan`, `inf`, `infinity` and `k` (ints; pkg/A also has a static
+// field k), stopped in thread 1, frame 9. The object is of class pkg/B with
+// an int field `b` and a getter `label`.
 class ModelValues : public ModelTest {
 protected:
+    static constexpr uint64_t kRun = 0x55cecbfa2550;
+    static constexpr uint64_t kOther = 0x55cecbfa2990;
+    struct Answer {
+        uint16_t error;
+        std::string value;
+    };
+    // StackFrame.GetValues answers by slot, and the method of the top frame
+    // at each frame query: in turn, the last one repeating.
+    std::map<uint32_t, std::vector<Answer>> locals;
+    std::vector<uint64_t> frameMethods{kRun};
+    std::map<uint32_t, size_t> localTurns;
+    size_t frameTurn = 0;
+
+    template <class T>
+    static const T& inTurn(const std::vector<T>& answers, size_t& turn)
+    {
+        return answers[std::min(turn++, answers.size() - 1)];
+    }
+    static std::string intValue(uint32_t v) { return "I" + be32(v); }
+
     void SetUp() override
     {
         ModelTest::SetUp();
         auto a = registerClass(0x100, "Lpkg/A;");
         auto b = registerClass(0x200, "Lpkg/B;");
-        auto run = addMethod(a, 0x55cecbfa2550, "run", "()V", {{0, 10}});
+        auto run = addMethod(a, kRun, "run", "()V", {{0, 10}});
+        addMethod(b, 0x61, "label", "()Ljava/lang/String;");
         a->SuperClassID = b->SuperClassID = 0;
         JDWPJVariableTable vars;
-        vars.Slot = {{0, "a", "Lpkg/B;", 100, 1}, {0, "s", "Ljava/lang/String;", 100, 2}};
-        vars.slotsCount = 2;
+        vars.Slot = {{0, "a", "Lpkg/B;", 100, 1}, {0, "s", "Ljava/lang/String;", 100, 2}, {0, "nan", "I", 100, 3},
+                     {0, "inf", "I", 100, 4},     {0, "infinity", "I", 100, 5},          {0, "k", "I", 100, 6}};
+        vars.slotsCount = static_cast<double>(vars.Slot.size());
         run->SetVariableTable(vars);
-        auto field = std::make_shared<JXField>();
-        field->FieldID = 0x31;
-        field->FieldName = "b";
-        field->FieldSignature = "I";
-        b->addField(field);
-        vm->onPayload(11, 6, be32(1) + be64(9) + std::string("\x01", 1) + be64(0x100) + be64(0x55cecbfa2550) + be64(0));
+        auto field = [](double id, const std::string& name, double bits) {
+            auto f = std::make_shared<JXField>();
+            f->FieldID = id;
+            f->FieldName = name;
+            f->FieldSignature = "I";
+            f->FieldBits = bits;
+            return f;
+        };
+        b->addField(field(0x31, "b", 0));
+        a->addField(field(0x41, "k", 8));
+        locals = {{1, {{0, "L" + be64(0x77)}}}, {2, {{0, "s" + be64(0x78)}}}, {3, {{0, intValue(3)}}},
+                  {4, {{0, intValue(4)}}},      {5, {{0, intValue(5)}}},      {6, {{0, intValue(6)}}}};
+        vm->on(11, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
+            out = be32(1) + be64(9) + u8(1) + be64(0x100) + be64(inTurn(frameMethods, frameTurn)) + be64(0);
+            return true;
+        });
         vm->onPayload(16, 3, std::string("L") + be64(0)); // a static method: no this
-        vm->on(16, 1, [](const SentCommand& c, std::string& out, uint16_t&) {
-            const bool first = c.payload.substr(c.payload.size() - 5, 4) == be32(1);
-            out = be32(1) + (first ? std::string("L") + be64(0x77) : std::string("s") + be64(0x78));
+        vm->on(16, 1, [this](const SentCommand& c, std::string& out, uint16_t& error) {
+            const uint32_t slot = (static_cast<unsigned char>(c.payload[c.payload.size() - 2]));
+            const Answer& answer = inTurn(locals[slot], localTurns[slot]);
+            error = answer.error;
+            out = error ? std::string() : be32(1) + answer.value;
             return true;
         });
         vm->onPayload(9, 1, std::string("\x01", 1) + be64(0x200));
         vm->onPayload(9, 2, be32(1) + "I" + be32(5));
+        vm->onPayload(2, 6, be32(1) + "I" + be32(1000));
         vm->onPayload(10, 1, jstr(std::string(20, 'x') + "#y"));
         for (int cmd : {4, 5}) // no further fields or methods
             vm->onPayload(2, cmd, be32(0));
         vm->onPayload(3, 1, be64(0));
         jvm()->GoVMStateChange(VMSuspend, 1);
-        jvm()->GoBreakpoint(0, 1, "pkg/A", 0x100, 0x55cecbfa2550, 10, 0);
+        jvm()->GoBreakpoint(0, 1, "pkg/A", 0x100, kRun, 10, 0);
         vm->clearCommands();
+    }
+    // A new suspension in thread 1: the frame is asked for again.
+    void newStop()
+    {
+        jvm()->GoVMStateChange(VMRunning, -1);
+        jvm()->GoVMStateChange(VMSuspend, 1);
+    }
+    // The program's own breakpoint in pkg/A.run, as the VM reports it.
+    void breakpointEvent()
+    {
+        vm->event(u8(2) + be32(1) + u8(EK_BREAKPOINT) + be32(4) + be64(1) + u8(1) + be64(0x100) + be64(kRun) +
+                  be64(0));
     }
 };
 
@@ -121,10 +158,70 @@ TEST_F(ModelValues, GetValueTextLayouts)
     }
     EXPECT_FALSE(jvm()->evaluating());
     EXPECT_FALSE(jvm()->muteStateEvents());
-    vm->clearCommands();
-    for (const char* expr : {"", "a:b", "x=1", "12", "\"quoted", "1.5"})
-        EXPECT_EQ(jvm()->getValue(expr), "") << expr;
-    EXPECT_TRUE(vm->commands().empty()) << "expressions that are no names send nothing";
+}
+
+// Only what is written as a number is one; what else the C library would
+// read as a number (nan, inf, infinity, hexadecimal) is a name.
+TEST_F(ModelValues, NumbersAreWrittenAsNumbers)
+{
+    const struct { const char* expr; std::string expected; } rows[] = {
+        {"12", ""},          {"-1.5", ""},         {"+.5e-3", ""},         {" 7 ", ""},
+        {"1E5", ""},         {"", ""},             {"a:b", ""},            {"x=1", ""},
+        {"\"quoted", ""},    {"nan", "nan: #3#"},  {"NaN", "NaN: #3#"},    {"inf", "inf: #4#"},
+        {"infinity", "infinity: #5#"},             {"INFINITY", "INFINITY: #5#"},
+    };
+    for (const auto& r : rows) {
+        vm->clearCommands();
+        EXPECT_EQ(jvm()->getValue(r.expr), r.expected) << r.expr;
+        if (r.expected.empty()) {
+            EXPECT_TRUE(vm->commands().empty()) << r.expr << ": no name, nothing is sent";
+        }
+    }
+}
+
+// A local read that fails: error codes arrive byte-swapped over the wire
+// framing and are still told apart. Only "not in scope here" lets the field
+// of the same name stand in; a stale frame is asked for again and read
+// there, unless the stop has moved to another method (a popped frame, a
+// pause), whose slots are not this method's.
+TEST_F(ModelValues, LocalReadsWithStaleFramesAndErrors)
+{
+    const std::function<void()> none;
+    const std::function<void()> pop = [this] { EXPECT_TRUE(jvm()->PopFrame()); };
+    const std::function<void()> pause = [this] { jvm()->SuspendVM(); };
+    vm->onPayload(16, 4, "");
+    const struct {
+        const char* name;
+        const std::function<void()>& before;
+        std::vector<Answer> k;
+        std::vector<uint64_t> frames;
+        std::string expected;
+        size_t kReads, fieldReads;
+    } rows[] = {
+        {"not in scope here", none, {{35, ""}}, {kRun}, "k: #1000#", 1, 1},
+        {"a stale frame", none, {{30, ""}, {0, intValue(5)}}, {kRun}, "k: #5#", 2, 0},
+        {"stale, then not in scope", none, {{30, ""}, {35, ""}}, {kRun}, "k: #1000#", 2, 1},
+        {"another error", none, {{34, ""}}, {kRun}, "", 1, 0},
+        {"stale, and moved to another method", none, {{30, ""}}, {kRun, kOther}, "", 1, 0},
+        {"after PopFrame", pop, {{30, ""}}, {kRun, kOther}, "", 0, 0},
+        {"after SuspendVM", pause, {{30, ""}}, {kRun, kOther}, "", 0, 0},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        locals[6] = r.k;
+        localTurns.clear();
+        frameMethods = r.frames;
+        frameTurn = 0;
+        newStop();
+        if (r.before) {
+            EXPECT_EQ(jvm()->getValue("nan"), "nan: #3#");
+            r.before();
+        }
+        vm->clearCommands();
+        EXPECT_EQ(jvm()->getValue("k"), r.expected);
+        EXPECT_EQ(localTurns[6], r.kReads);
+        EXPECT_EQ(countOf(2, 6), r.fieldReads);
+    }
 }
 
 TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)
@@ -138,6 +235,56 @@ TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)
     EXPECT_EQ(jvm()->getValue("a.b").substr(0, 9), "#a.b: 5#\r");
     EXPECT_TRUE(vm->commandsOf(1, 9).empty());
     EXPECT_TRUE(vm->commandsOf(15, 1).empty());
+}
+
+// The events that come while an evaluation's call waits for its reply are
+// the call's own and are only resumed; from its reply on, the program's
+// events are reported again, however soon they come (the clock stands still
+// here).
+TEST_F(ModelValues, TheCallsWindowEndsWithItsReply)
+{
+    setTickSource([] { return 77000u; });
+    jvm()->setTargetClassName({"pkg/A"});
+    log->clear();
+    vm->on(9, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
+        EXPECT_TRUE(jvm()->isInvokeInProcess());
+        breakpointEvent(); // hit by the getter
+        out = "s" + be64(0x78) + "L" + be64(0);
+        return true;
+    });
+    EXPECT_EQ(jvm()->getValue("a.label"), "#a.label: xxxxxxxxxxxxxxxxxxxx{~}y#\r\na: Type: pkg/B - ObjID: 119");
+    EXPECT_TRUE(log->stops.empty()) << "the getter's own stop reached the host";
+    EXPECT_EQ(countOf(1, 9), 1u) << "the getter's own stop is resumed";
+    EXPECT_FALSE(jvm()->isInvokeInProcess());
+    breakpointEvent();
+    EXPECT_EQ(log->stops, std::vector<std::string>{"pkg/A:10+0"});
+}
+
+// A call that never returns: its value says so in words and the VM is
+// reported running (it runs with the call); no other call is started in
+// that thread meanwhile, and the call's late reply brings the stop back.
+TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
+{
+    uint32_t invocation = 0;
+    vm->on(9, 6, [&](const SentCommand& c, std::string&, uint16_t&) {
+        invocation = c.id;
+        return false;
+    });
+    const std::string a = "\r\na: Type: pkg/B - ObjID: 119";
+    EXPECT_EQ(jvm()->getValue("a.label"),
+              "#a.label: (label did not return within 4 s: the call timed out and is still running in the VM)#" + a);
+    EXPECT_EQ(jvm()->JVMState(), VMRunning);
+    ASSERT_FALSE(log->states.empty());
+    EXPECT_EQ(log->states.back(), VMRunning);
+    EXPECT_FALSE(jvm()->isInvokeInProcess());
+    EXPECT_EQ(jvm()->getValue("a.label"),
+              "#a.label: (not evaluated: it needs a call of label, and an earlier call is still running in this "
+              "thread)#" + a);
+    EXPECT_EQ(countOf(9, 6), 1u);
+    EXPECT_EQ(jvm()->getValue("a.label.b"), "a.label.b - Not available!\r\na.label: (not evaluated: it needs a call "
+                                            "of label, and an earlier call is still running in this thread)" + a);
+    vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0));
+    EXPECT_EQ(jvm()->JVMState(), VMSuspend);
 }
 
 } // namespace

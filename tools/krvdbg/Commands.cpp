@@ -271,6 +271,14 @@ std::string Commands::needAlive() const
     return {};
 }
 
+void Commands::noteCallStillRunning()
+{
+    // An evaluation whose call did not return leaves the program running
+    // (its value says so); suspend then brings the thread back.
+    if (session_.jvm().JVMState() == VMRunning)
+        session_.events().noteResume();
+}
+
 std::string Commands::needSuspended()
 {
     std::string why = needAlive();
@@ -553,6 +561,7 @@ CommandOutcome Commands::print(const std::string& cmd, const std::string& rest)
     if (!why.empty())
         return CommandOutcome::failure(cmd, why);
     const std::string raw = session_.jvm().getValue(e.path, ClassNames::toInternal(e.staticClass));
+    noteCallStillRunning();
     const ParsedValue v = ValueText::parse(raw);
     CommandOutcome o;
     o.command = cmd;
@@ -609,6 +618,7 @@ CommandOutcome Commands::locals(const std::string& cmd)
     o.result = {{"ClassName", cls->ClassName()}, {"MethodName", method->MethodName}, {"locals", json::array()}};
     for (const auto& slot : slots) {
         const ParsedValue v = ValueText::parse(jvm.getValue(slot.vt_name));
+        noteCallStillRunning();
         o.result["locals"].push_back({{"name", slot.vt_name},
                                       {"signature", slot.vt_signature},
                                       {"found", v.found},

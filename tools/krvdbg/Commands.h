@@ -50,6 +50,7 @@ private:
     // An empty string when the VM is in a state the command can work in,
     // else the reason why not.
     std::string needAlive() const;
+    void noteCallStillRunning();
     std::string needSuspended();
 
     Session& session_;

@@ -65,7 +65,12 @@ public:
     bool exitVM();
     void setSaveMode(bool v) { mySaveMode = v; }
     VMState JVMState() const { return myState; }
+    // True while a method call that the debugger started waits for its
+    // reply: the events of that time are the call's own.
     bool isInvokeInProcess() const;
+    // Told by the decoder of an invocation's reply, before anything else of
+    // the reply is read: the call is over, and so is its window.
+    void invocationReplied();
 
     // --- raising host events ---
     void MsgBoxW(const std::string& Prompt, int32_t Buttons, const std::string& Title);
@@ -175,6 +180,11 @@ private:
     JDWPJVarValue evaluateElement(const std::string& name, double& objectID, const std::shared_ptr<JXMethod>& currentMethod,
                                   std::shared_ptr<JXClass>& currentClass, const std::string& PossibleStaticClass);
     JDWPJVarValue getFieldValue(const std::string& name, const std::shared_ptr<JXClass>& cls, double objectID);
+    // A local of `method` in the current frame. `decisive` is set when the
+    // name is a local there but its value cannot be had (anything but "not
+    // in scope here"): no field of the same name may then stand in for it.
+    JDWPJVarValue readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive);
+    std::string evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass);
     void holdOrRelease(bool hold, int16_t ErrCount);
 
     std::shared_ptr<JXMachineEvents> myEvents_;
@@ -203,6 +213,18 @@ private:
     uint32_t myStopSerial_ = 0;
     bool myOpeningResumed_ = false;
     bool myResumeInFlight_ = false;
+    // The method of the frame that myCurrentFrameID names (from the last
+    // frame refresh): a slot of another method is not read in it.
+    double myFrameMethodID_ = 0;
+    // A call that got no reply within the wait still runs in the VM, in
+    // this thread; no other call is started there until it returns.
+    bool myInvokeTimedOut_ = false;
+    double myInvokeTimedOutThread_ = 0;
+    // Packet ids of the call that waits and of the one that timed out: a
+    // reply is told by its request having left the handler's sent table.
+    double myInvokeWaitingID_ = 0;
+    double myInvokeTimedOutID_ = 0;
+    uint32_t myInvokeTimeouts_ = 0;
 };
 
 } // namespace jdwpkrvdbg

@@ -137,6 +137,9 @@ private:
     std::deque<Msg> myReceivedQueue;
     bool bParsing = false;
     bool bDispatching = false;
+    // Renders under way that invoke a method (one inside the other when a
+    // call's result is itself rendered).
+    int myRenderDepth_ = 0;
 
     PacketHistory history_;
 };
