@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 
@@ -28,7 +29,13 @@ public:
     bool registerBreakPoint();
     bool registerStopPoint();
     bool unregisterBreakPoint();
-    bool registerStepEvent(JDWPStepDepth stepDepth);
+    // `extraExcludes`: class patterns skipped for the rest of this step, on
+    // top of the default exclusions.
+    bool registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes = {});
+    // The companion of a step that runs through code of no target: a method
+    // entry request for the step's thread, so that a call back into other
+    // code stops the step.
+    bool registerStepEntry(const std::vector<std::string>& extraExcludes);
     bool unregisterStepEvent(bool async = false);
 
     const JDWPJLocation& location() const { return myLocation_; }
@@ -36,6 +43,7 @@ public:
 private:
     bool registerAt(const JDWPJLocation& location);
     JDWPJLocation myLocation_;
+    EVENT_KIND myStepKind_ = EK_SINGLE_STEP;
 };
 
 } // namespace jdwpkrvdbg
