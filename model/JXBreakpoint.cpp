@@ -92,7 +92,8 @@ void appendExcludes(std::vector<JDWPModifier>& modifiers, const std::vector<std:
 
 } // namespace
 
-bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes)
+bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes,
+                                     bool noWait)
 {
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
@@ -116,6 +117,14 @@ bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth, const std::vector<
     appendExcludes(modifiers, extraExcludes);
     auto msg = factory->createGetEventRequestMessage(EK_SINGLE_STEP, JDWPSuspendPolicy::SS_All, modifiers,
                                                      static_cast<int32_t>(modifiers.size()), defaultFilter);
+    myStepKind_ = EK_SINGLE_STEP;
+    if (noWait) {
+        if (!handler->sendAsync(msg))
+            return false;
+        myPendingSet_ = msg;
+        handler->myJVM()->myLastStepEvent = weak_from_this().lock();
+        return true;
+    }
     auto reply = requestSync(msg);
     if (!replyOk(reply))
         return false;
@@ -138,18 +147,24 @@ bool JXBreakpoint::registerStepEntry(const std::vector<std::string>& extraExclud
     auto msg = factory->createGetEventRequestMessage(EK_METHOD_ENTRY, JDWPSuspendPolicy::SS_All, modifiers,
                                                      static_cast<int32_t>(modifiers.size()),
                                                      factory->getExcludeModifier());
-    auto reply = requestSync(msg);
-    if (!replyOk(reply))
-        return false;
-    RequestEventID = reply->myDataContainer()->RequestEventID;
     myStepKind_ = EK_METHOD_ENTRY;
+    if (!handler->sendAsync(msg))
+        return false;
+    myPendingSet_ = msg;
     return true;
+}
+
+double JXBreakpoint::stepRequestID()
+{
+    if (!(RequestEventID > 0) && myPendingSet_)
+        RequestEventID = myPendingSet_->myDataContainer()->RequestEventID;
+    return RequestEventID;
 }
 
 bool JXBreakpoint::unregisterStepEvent(bool async)
 {
     auto handler = getCurrentHandler();
-    auto msg = handler->myFactory()->createClearEventRequestMessage(myStepKind_, RequestEventID);
+    auto msg = handler->myFactory()->createClearEventRequestMessage(myStepKind_, stepRequestID());
     if (async) {
         handler->sendAsync(msg);
         return false;

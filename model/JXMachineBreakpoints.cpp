@@ -238,12 +238,12 @@ void JXMachine::noteStepLanding(const std::string& className)
 
 bool JXMachine::isStepEntryRequest(double requestID) const
 {
-    return myStepEntry_ && requestID > 0 && myStepEntry_->RequestEventID == requestID;
+    return myStepEntry_ && requestID > 0 && myStepEntry_->stepRequestID() == requestID;
 }
 
 bool JXMachine::isStepBackAtStart(double requestID, double ClassID, double MethodID, double LineNr) const
 {
-    return myStepEntry_ && myLastStepEvent && requestID > 0 && myLastStepEvent->RequestEventID == requestID &&
+    return myStepEntry_ && myLastStepEvent && requestID > 0 && myLastStepEvent->stepRequestID() == requestID &&
            ClassID == myStepFromClassID_ && MethodID == myStepFromMethodID_ && LineNr == myStepFromLine_;
 }
 
@@ -324,7 +324,7 @@ bool JXMachine::continueStep(double threadID)
     auto step = std::make_shared<JXBreakpoint>();
     step->JustStepping = true;
     step->TargetThreadID = thread;
-    if (!step->registerStepEvent(SD_INTO, myStepSkips_)) {
+    if (!step->registerStepEvent(SD_INTO, myStepSkips_, true)) {
         myStepInProcess = false;
         return false;
     }
@@ -341,7 +341,9 @@ bool JXMachine::stepPastLibrary(double threadID)
     // excluded callers on the way up as well), and a method entry request
     // for the thread catches any call into code that is not skipped (a
     // callback of the user's). Both stay in place until the step stops or
-    // lands in code of another package.
+    // lands in code of another package. Neither is waited for: the VM
+    // answers them before it carries out the Resume behind them, so their
+    // ids are in before any event they cause.
     clearStepRequests();
     myStepInProcess = true;
     auto out = std::make_shared<JXBreakpoint>();
@@ -350,7 +352,7 @@ bool JXMachine::stepPastLibrary(double threadID)
     auto entry = std::make_shared<JXBreakpoint>();
     entry->JustStepping = true;
     entry->TargetThreadID = threadID;
-    if (!out->registerStepEvent(SD_OUT, myStepSkips_)) {
+    if (!out->registerStepEvent(SD_OUT, myStepSkips_, true)) {
         myStepInProcess = false;
         return false;
     }

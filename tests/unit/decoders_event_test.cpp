@@ -205,6 +205,12 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
 
         // The method entry into the user's code stops the step there, and
         // both requests go.
+        // The two requests went out without waiting; their replies come
+        // in before any event they cause.
+        for (int i = 0; i < 3; ++i) {
+            MessagePump::instance().pumpOnce(0);
+            transport->pumpProcessEvents();
+        }
         fresh();
         decode(composite(2, {u8(EK_METHOD_ENTRY) + be32(51) + be64(0x77) + location(0x10, 0x31, 0)}));
         EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,10,0)", "State(1)"}));

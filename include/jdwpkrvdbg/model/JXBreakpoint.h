@@ -11,6 +11,8 @@
 
 namespace jdwpkrvdbg {
 
+class JDWPMessage;
+
 // Held by std::shared_ptr: a registered step request hands itself to the
 // session as its last step event.
 class JXBreakpoint : public std::enable_shared_from_this<JXBreakpoint> {
@@ -30,13 +32,18 @@ public:
     bool registerStopPoint();
     bool unregisterBreakPoint();
     // `extraExcludes`: class patterns skipped for the rest of this step, on
-    // top of the default exclusions.
-    bool registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes = {});
+    // top of the default exclusions. `noWait`: sent without waiting for the
+    // reply; the id is known once the reply is in (stepRequestID).
+    bool registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes = {},
+                           bool noWait = false);
     // The companion of a step that runs through code of no target: a method
     // entry request for the step's thread, so that a call back into other
-    // code stops the step.
+    // code stops the step. Sent without waiting.
     bool registerStepEntry(const std::vector<std::string>& extraExcludes);
     bool unregisterStepEvent(bool async = false);
+    // RequestEventID, or the id from the reply to a request sent without
+    // waiting (0 while the reply is out).
+    double stepRequestID();
 
     const JDWPJLocation& location() const { return myLocation_; }
 
@@ -44,6 +51,7 @@ private:
     bool registerAt(const JDWPJLocation& location);
     JDWPJLocation myLocation_;
     EVENT_KIND myStepKind_ = EK_SINGLE_STEP;
+    std::shared_ptr<JDWPMessage> myPendingSet_;
 };
 
 } // namespace jdwpkrvdbg
