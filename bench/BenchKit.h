@@ -55,6 +55,9 @@ private:
 std::string javaPath();
 std::string benchClassPath();
 std::string benchSourceDir();
+// The test programs (tests/java), for rows that debug one of them.
+std::string testsClassPath();
+std::string testsSourceDir();
 std::string stormClassPath();
 std::string stormSource();
 std::string shmemLibraryDir();

@@ -5,6 +5,10 @@
 // Resume, the event, Clear), which shows what the VM's own stepping costs and
 // what the round trips cost. The three take turns in rounds, so that a
 // change in the machine's load falls on all of them alike.
+//
+// Then stepping into a call of library code that is no target
+// (tests/java/lib/Churn, 15,000 lines), against stepping over the same line,
+// in turn on one VM.
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
 #include <sys/resource.h>
@@ -157,6 +161,85 @@ bool librarySteps(int port, int loopLine, OurSamples& out)
     return ok;
 }
 
+struct LibrarySamples {
+    std::vector<double> into, over;
+};
+
+constexpr int kLibrarySteps = 40;
+constexpr int kLibraryWarmUp = 5;
+
+bool libraryIntoVsOver(LibrarySamples& out)
+{
+    const std::string source = bench::testsSourceDir() + "/LibUser.java";
+    const int callLine = bench::lineOf(source, "// @lu-bench");
+    const int nextLine = bench::lineOf(source, "// @lu-bench-next");
+    auto handler = JDWPHandler::create();
+    handler->bRemoteConnection = true;
+    auto log = std::make_shared<bench::StopLog>();
+    auto jvm = handler->myJVM();
+    jvm->setEvents(log);
+    jvm->setTargetClassName({"LibUser", "UserListener"});
+    jvm->addBreakpoint("LibUser", callLine);
+    const int port = bench::freePort();
+    if (!handler->startVM(bench::javaPath(),
+                          bench::socketAgent(port, true) + " -cp " + bench::testsClassPath() + " LibUser bench", "",
+                          false, true, 0, "127.0.0.1", std::to_string(port), true) ||
+        !bench::pumpUntil([&] { return log->stops > 0; }, 20000)) {
+        std::fprintf(stderr, "no stop at the library call: %s\n", handler->history().dump().c_str());
+        return false;
+    }
+    jvm->removeBreakpoint("LibUser", callLine);
+    // One step to its stop; its time in microseconds, or -1.
+    const auto step = [&](JDWPStepDepth depth) {
+        const size_t seen = log->stops;
+        const double t0 = bench::nowUs();
+        if (!jvm->ResumeVMStepByStep(false, 0, depth) ||
+            !bench::pumpUntil([&] { return log->stops > seen; }, 30000))
+            return -1.0;
+        return log->stopUs - t0;
+    };
+    // Back to the call line with steps over (the loop's jump may have a
+    // line of its own).
+    const auto backToCall = [&] {
+        for (int i = 0; i < 3; ++i) {
+            if (step(SD_OVER) < 0)
+                return false;
+            if (log->line == callLine)
+                return true;
+        }
+        return false;
+    };
+    bool ok = true;
+    for (int i = 0; i < kLibraryWarmUp + kLibrarySteps && ok; ++i) {
+        // BENCH_TRACE: the packets of the last step into, with their times.
+        std::string trace;
+        const double traceStart = bench::nowUs();
+        if (std::getenv("BENCH_TRACE") && i + 1 == kLibraryWarmUp + kLibrarySteps)
+            handler->history().setListener([&](const std::string& line) {
+                trace += std::to_string(static_cast<int>(bench::nowUs() - traceStart)) + " us  " + line + "\n";
+            });
+        const double into = step(SD_INTO);
+        handler->history().setListener(nullptr);
+        if (!trace.empty())
+            std::fprintf(stderr, "%s", trace.c_str());
+        ok = into >= 0 && log->line == nextLine && log->className == "LibUser" && backToCall();
+        const double over = ok ? step(SD_OVER) : -1;
+        ok = ok && over >= 0 && log->line == nextLine && backToCall();
+        if (!ok)
+            std::fprintf(stderr, "library step %d ended at %s:%d: %s\n", i, log->className.c_str(), log->line,
+                         handler->history().dump().c_str());
+        if (ok && i >= kLibraryWarmUp) {
+            out.into.push_back(into);
+            out.over.push_back(over);
+        }
+    }
+    handler->Disconnect();
+    if (auto transport = handler->transport())
+        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
+    setCurrentHandler(nullptr);
+    return ok;
+}
+
 } // namespace
 
 int main()
@@ -201,5 +284,11 @@ int main()
                 bench::summarize(raw.total).median, bench::summarize(raw.set).median,
                 bench::summarize(raw.resumeToEvent).median, bench::summarize(raw.clear).median);
     bench::report("step_over", bench::summarize(ours.total), bench::summarize(jdi));
-    return n == static_cast<size_t>(kRounds * kSteps) && jdi.size() == n ? 0 : 1;
+    LibrarySamples library;
+    const bool libraryOk = libraryIntoVsOver(library);
+    std::printf("step into a call of library code that is no target (15,000 lines, tests/java/lib/Churn), against "
+                "step over the same line; %zu of each in turn on one VM\n",
+                library.into.size());
+    bench::report("step_into_library", bench::summarize(library.into), bench::summarize(library.over));
+    return libraryOk && n == static_cast<size_t>(kRounds * kSteps) && jdi.size() == n ? 0 : 1;
 }

@@ -2,7 +2,10 @@
 // prepares 2000 classes of its own, with a breakpoint waiting in the last
 // one. Launch to the stop, ours against JDI making the same requests, and
 // against the same program run without a debugger (to the line where the
-// breakpoint waits).
+// breakpoint waits), and against the floor: a raw blocking-socket client
+// that makes exactly the requests our session makes, at start and for each
+// prepared class (an exception request for it, then a Resume; for the class
+// of the breakpoint its methods, line tables and the breakpoint request).
 //
 // With --rss: one storm with 100 more breakpoints set (in a method of
 // S1000..S1099 that never runs), then the peak resident memory of this
@@ -89,6 +92,85 @@ double ourStorm(int line, const std::vector<Breakpoint>& extra, size_t* classes 
     return took;
 }
 
+std::string classExcludes()
+{
+    std::string out;
+    for (const char* pattern : {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"})
+        out += std::string("\x06") + bench::be32(static_cast<uint32_t>(std::strlen(pattern))) + pattern;
+    return out;
+}
+
+// The floor of one storm: process start to the breakpoint's event, the raw
+// client sending what the session sends. Commands the session sends without
+// waiting are sent here without waiting too; their replies are skipped.
+double rawStorm(int line)
+{
+    const int port = bench::freePort();
+    const double t0 = bench::nowUs();
+    bench::Java vm({bench::socketAgent(port, true), "-cp", bench::stormClassPath(), "Storm"});
+    bench::RawClient client;
+    if (!client.connect(port))
+        return -1;
+    client.roundTrip(1, 7, ""); // IDSizes
+    client.send(1, 1, "");      // Version
+    const std::string excludes = classExcludes();
+    client.send(15, 1, std::string("\x1e\x02", 2) + bench::be32(6) + excludes); // exception catch
+    client.send(15, 1, std::string("\x08\x02", 2) + bench::be32(6) + excludes); // class prepare
+    const std::string debugClass = "VB.Debug";
+    client.send(15, 1,
+                std::string("\x08\x02", 2) + bench::be32(1) + "\x05" +
+                    bench::be32(static_cast<uint32_t>(debugClass.size())) + debugClass);
+    client.send(1, 9, ""); // Resume
+    for (;;) {
+        const std::string event = client.waitEvent();
+        if (event.size() < 6) {
+            std::fprintf(stderr, "raw storm: no event\n");
+            return -1;
+        }
+        const int kind = static_cast<unsigned char>(event[5]);
+        if (kind == 2) // the breakpoint
+            return bench::nowUs() - t0;
+        if (kind != 8) // VM start: the opening Resume is on its way
+            continue;
+        // policy, count, kind, request id, thread, type tag, type id, signature
+        size_t at = 1 + 4 + 1 + 4 + 8 + 1;
+        const std::string typeID = event.substr(at, 8);
+        at += 8;
+        const std::string signature = bench::readJdwpString(event, at);
+        const std::string name = signature.size() > 2 ? signature.substr(1, signature.size() - 2) : signature;
+        if (name.find('$') == std::string::npos)
+            client.send(15, 1,
+                        std::string("\x04\x02", 2) + bench::be32(1) + "\x05" +
+                            bench::be32(static_cast<uint32_t>(name.size())) + name);
+        if (name == kLastClass) {
+            // The breakpoint waiting for this class: its methods' line tables
+            // in order until one has the line, then the request.
+            const std::string methods = client.roundTrip(2, 5, typeID);
+            std::string location;
+            size_t m = 4;
+            for (uint64_t k = 0, n = bench::readBe(methods, 0, 4); k < n && location.empty(); ++k) {
+                const std::string methodID = methods.substr(m, 8);
+                m += 8;
+                bench::readJdwpString(methods, m);
+                bench::readJdwpString(methods, m);
+                m += 4;
+                const std::string lines = client.roundTrip(6, 1, typeID + methodID);
+                for (uint64_t e = 0, count = bench::readBe(lines, 16, 4); e < count; ++e)
+                    if (bench::readBe(lines, 20 + e * 12 + 8, 4) == static_cast<uint64_t>(line)) {
+                        location = std::string("\x01", 1) + typeID + methodID + lines.substr(20 + e * 12, 8);
+                        break;
+                    }
+            }
+            if (location.empty()) {
+                std::fprintf(stderr, "raw storm: no line %d in %s\n", line, name.c_str());
+                return -1;
+            }
+            client.roundTrip(15, 1, std::string("\x02\x02", 2) + bench::be32(1) + "\x07" + location);
+        }
+        client.send(1, 9, "");
+    }
+}
+
 // The program alone: process start to its "storm reached" line (printed on
 // the line where the breakpoint waits).
 double plainStorm()
@@ -102,7 +184,7 @@ double plainStorm()
 
 int runStorm(int line)
 {
-    std::vector<double> ours, plain, jdi;
+    std::vector<double> ours, plain, jdi, raw;
     size_t classes = 0;
     double prepared = 0;
     // A first run of ours warms the file cache and is not counted.
@@ -124,6 +206,12 @@ int runStorm(int line)
             return 1;
         }
         plain.push_back(alone);
+        const double floor = rawStorm(line);
+        if (floor < 0) {
+            std::fprintf(stderr, "the raw client did not reach the breakpoint\n");
+            return 1;
+        }
+        raw.push_back(floor);
         const bench::AnchorRun anchor =
             bench::runJdi({"storm", "cp=" + bench::stormClassPath(), "main=Storm", std::string("class=") + kLastClass,
                            "line=" + std::to_string(line), "n=1"},
@@ -140,6 +228,9 @@ int runStorm(int line)
     std::printf("  ours: host CPU per storm (user + system, launch to stop and shutdown) median %.0f us\n",
                 bench::summarize(stormCpu).median);
     bench::report("storm_vs_jdi", bench::summarize(ours), bench::summarize(jdi));
+    std::printf("the same against the floor: a raw blocking client making the session's requests (per prepared "
+                "class: an exception request and a Resume)\n");
+    bench::report("storm_vs_floor", bench::summarize(ours), bench::summarize(raw));
     std::printf("the same against the program without a debugger (process start to the breakpoint's line)\n");
     bench::report("storm_vs_nodebug", bench::summarize(ours), bench::summarize(plain));
     return 0;

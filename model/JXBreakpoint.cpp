@@ -3,7 +3,9 @@
 // its method and code offset; both become EventRequest Set (breakpoint kind,
 // one location modifier, no default exclusions). A step request carries a
 // Step modifier (and a Count modifier when asked) plus the default class
-// exclusions, so stepping does not stop in library classes.
+// exclusions, so stepping does not stop in library classes; a step that runs
+// past code of no target adds exclusions of its own, and is joined by a
+// method entry request for its thread.
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 
 #include <vector>
@@ -76,12 +78,29 @@ bool JXBreakpoint::unregisterBreakPoint()
     return replyOk(reply);
 }
 
-bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth)
+namespace {
+
+void appendExcludes(std::vector<JDWPModifier>& modifiers, const std::vector<std::string>& patterns)
+{
+    for (const std::string& pattern : patterns) {
+        JDWPModifier exclude;
+        exclude.Kind = MK_ClassExclude;
+        exclude.RefString = pattern;
+        modifiers.push_back(exclude);
+    }
+}
+
+} // namespace
+
+bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes,
+                                     bool noWait)
 {
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
     const JDWPDefaultFilter defaultFilter = factory->getExcludeModifier();
 
+    // The Step modifier comes first: the VM applies modifiers in order, and
+    // a step that completes in excluded code must still be re-armed there.
     std::vector<JDWPModifier> modifiers;
     JDWPModifier step;
     step.Kind = MK_Step;
@@ -95,20 +114,57 @@ bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth)
         count.RefLong = StepCount;
         modifiers.push_back(count);
     }
+    appendExcludes(modifiers, extraExcludes);
     auto msg = factory->createGetEventRequestMessage(EK_SINGLE_STEP, JDWPSuspendPolicy::SS_All, modifiers,
                                                      static_cast<int32_t>(modifiers.size()), defaultFilter);
+    myStepKind_ = EK_SINGLE_STEP;
+    if (noWait) {
+        if (!handler->sendAsync(msg))
+            return false;
+        myPendingSet_ = msg;
+        handler->myJVM()->myLastStepEvent = weak_from_this().lock();
+        return true;
+    }
     auto reply = requestSync(msg);
     if (!replyOk(reply))
         return false;
     RequestEventID = reply->myDataContainer()->RequestEventID;
+    myStepKind_ = EK_SINGLE_STEP;
     handler->myJVM()->myLastStepEvent = weak_from_this().lock();
     return true;
+}
+
+bool JXBreakpoint::registerStepEntry(const std::vector<std::string>& extraExcludes)
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    std::vector<JDWPModifier> modifiers;
+    JDWPModifier thread;
+    thread.Kind = MK_ThreadOnly;
+    thread.RefLong = TargetThreadID;
+    modifiers.push_back(thread);
+    appendExcludes(modifiers, extraExcludes);
+    auto msg = factory->createGetEventRequestMessage(EK_METHOD_ENTRY, JDWPSuspendPolicy::SS_All, modifiers,
+                                                     static_cast<int32_t>(modifiers.size()),
+                                                     factory->getExcludeModifier());
+    myStepKind_ = EK_METHOD_ENTRY;
+    if (!handler->sendAsync(msg))
+        return false;
+    myPendingSet_ = msg;
+    return true;
+}
+
+double JXBreakpoint::stepRequestID()
+{
+    if (!(RequestEventID > 0) && myPendingSet_)
+        RequestEventID = myPendingSet_->myDataContainer()->RequestEventID;
+    return RequestEventID;
 }
 
 bool JXBreakpoint::unregisterStepEvent(bool async)
 {
     auto handler = getCurrentHandler();
-    auto msg = handler->myFactory()->createClearEventRequestMessage(EK_SINGLE_STEP, RequestEventID);
+    auto msg = handler->myFactory()->createClearEventRequestMessage(myStepKind_, stepRequestID());
     if (async) {
         handler->sendAsync(msg);
         return false;

@@ -55,6 +55,9 @@ void JXMachine::cleanup()
     myClasses = std::make_unique<cHive<std::shared_ptr<JXClass>>>();
     myObjectClasses = std::make_unique<cHive<double>>();
     myLastStepEvent.reset();
+    myStepEntry_.reset();
+    myStepSkips_.clear();
+    myStepLanding_.clear();
     mySessionArray.clear();
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;

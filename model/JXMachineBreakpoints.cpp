@@ -2,11 +2,14 @@
 // Entries are kept in insertion order whether or not their class is loaded;
 // a class-prepare event registers the ones still waiting for it. A step is a
 // one-shot request that lives until the stop it produces (or the next full
-// resume); the suspend-at-next-step operation arms every thread instead.
+// resume); one that lands in code of no target runs on past it in the VM
+// (see stepPastLibrary). The suspend-at-next-step operation arms every
+// thread instead.
 #include "jdwpkrvdbg/model/JXMachine.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "ModelText.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
@@ -190,6 +193,9 @@ bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPS
     // event clears it, so no further step is requested meanwhile.
     if (!(RefThreadID > 0) && !(myCurrentThreadID > 0))
         return false;
+    myStepFromClassID_ = myCurrentClassID;
+    myStepFromMethodID_ = myCurrentMethodID;
+    myStepFromLine_ = myCurrentLine;
     auto step = std::make_shared<JXBreakpoint>();
     step->JustStepping = true;
     step->StepCount = 0;
@@ -206,11 +212,158 @@ bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPS
 
 void JXMachine::unregisterLastStepEvent()
 {
+    clearStepRequests();
+    myStepSkips_.clear();
+    myStepLanding_.clear();
+}
+
+void JXMachine::clearStepRequests()
+{
+    if (myStepEntry_) {
+        auto entry = std::move(myStepEntry_);
+        myStepEntry_.reset();
+        entry->unregisterStepEvent(true);
+    }
     if (!myLastStepEvent)
         return;
     auto last = std::move(myLastStepEvent);
     myLastStepEvent.reset();
     last->unregisterStepEvent(true);
+}
+
+void JXMachine::noteStepLanding(const std::string& className)
+{
+    myStepLanding_ = className;
+}
+
+bool JXMachine::isStepEntryRequest(double requestID) const
+{
+    return myStepEntry_ && requestID > 0 && myStepEntry_->stepRequestID() == requestID;
+}
+
+bool JXMachine::isStepBackAtStart(double requestID, double ClassID, double MethodID, double LineNr) const
+{
+    return myStepEntry_ && myLastStepEvent && requestID > 0 && myLastStepEvent->stepRequestID() == requestID &&
+           ClassID == myStepFromClassID_ && MethodID == myStepFromMethodID_ && LineNr == myStepFromLine_;
+}
+
+namespace {
+
+// Dotted form of a class name or pattern as the host or the VM gives it
+// (internal "a/b/C", signature "La/b/C;", or dotted already).
+std::string dottedName(std::string name)
+{
+    if (name.size() > 2 && name.front() == 'L' && name.back() == ';')
+        name = name.substr(1, name.size() - 2);
+    std::replace(name.begin(), name.end(), '/', '.');
+    return name;
+}
+
+} // namespace
+
+std::string JXMachine::stepSkipPattern(const std::string& className) const
+{
+    // Whether a pattern beginning with `prefix` could match a class the
+    // include filter accepts. Target names are taken as patterns too, so a
+    // "*" in one only makes the answer more careful.
+    const auto couldHideTarget = [this](const std::string& prefix) {
+        for (const std::string& include : myIncludeClassNames) {
+            const std::string target = dottedName(include);
+            const size_t star = target.find('*');
+            if (star == std::string::npos) {
+                if (target.rfind(prefix, 0) == 0)
+                    return true;
+                continue;
+            }
+            const std::string literal = target.substr(0, star);
+            if (literal.rfind(prefix, 0) == 0 || prefix.rfind(literal, 0) == 0)
+                return true;
+        }
+        return false;
+    };
+    const std::string name = dottedName(className);
+    if (name.empty())
+        return {};
+    for (size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1)) {
+        const std::string prefix = name.substr(0, dot + 1);
+        if (!couldHideTarget(prefix))
+            return prefix + "*";
+    }
+    const std::string outer = name.substr(0, name.find('$'));
+    if (!outer.empty() && !couldHideTarget(outer))
+        return outer + "*";
+    return {};
+}
+
+bool JXMachine::continueStep(double threadID)
+{
+    const std::string landing = std::exchange(myStepLanding_, std::string());
+    // A step that met no code of a non-target class continues as it always
+    // did: a new line step into, from where the event left it.
+    if (landing.empty() && myStepSkips_.empty())
+        return ResumeVMStepByStep(true, threadID, SD_INTO);
+    if (myEvaluating || myStepInProcess)
+        return false;
+    const double thread = threadID > 0 ? threadID : myCurrentThreadID;
+    if (!(thread > 0))
+        return false;
+    const std::string pattern = landing.empty() ? std::string() : stepSkipPattern(landing);
+    if (!pattern.empty() && std::find(myStepSkips_.begin(), myStepSkips_.end(), pattern) == myStepSkips_.end()) {
+        myStepSkips_.push_back(pattern);
+        if (stepPastLibrary(thread))
+            return true;
+        myStepSkips_.pop_back();
+    }
+    if (myStepSkips_.empty())
+        return ResumeVMStepByStep(true, thread, SD_INTO);
+    // Back on the line the step began on, a place with no line on the way,
+    // or a pattern the VM did not apply: line steps into from here, still
+    // skipping what was skipped so far.
+    clearStepRequests();
+    myStepInProcess = true;
+    auto step = std::make_shared<JXBreakpoint>();
+    step->JustStepping = true;
+    step->TargetThreadID = thread;
+    if (!step->registerStepEvent(SD_INTO, myStepSkips_, true)) {
+        myStepInProcess = false;
+        return false;
+    }
+    ResumeVM(false);
+    return true;
+}
+
+bool JXMachine::stepPastLibrary(double threadID)
+{
+    // The step landed in code of no target, usually at the first line of a
+    // library method. Stepping on from there line by line (even with the
+    // library excluded) would make the VM single-step that frame; instead
+    // the frame runs at full speed to its return (a step out, which skips
+    // excluded callers on the way up as well), and a method entry request
+    // for the thread catches any call into code that is not skipped (a
+    // callback of the user's). Both stay in place until the step stops or
+    // lands in code of another package. Neither is waited for: the VM
+    // answers them before it carries out the Resume behind them, so their
+    // ids are in before any event they cause.
+    clearStepRequests();
+    myStepInProcess = true;
+    auto out = std::make_shared<JXBreakpoint>();
+    out->JustStepping = true;
+    out->TargetThreadID = threadID;
+    auto entry = std::make_shared<JXBreakpoint>();
+    entry->JustStepping = true;
+    entry->TargetThreadID = threadID;
+    if (!out->registerStepEvent(SD_OUT, myStepSkips_, true)) {
+        myStepInProcess = false;
+        return false;
+    }
+    if (!entry->registerStepEntry(myStepSkips_)) {
+        clearStepRequests();
+        myStepInProcess = false;
+        return false;
+    }
+    myStepEntry_ = entry;
+    ResumeVM(false);
+    return true;
 }
 
 bool JXMachine::SuspendNextStep()

@@ -220,9 +220,13 @@ bool JDWPMessage::processMyData()
             }
             break;
         case CMDSET_EventRequest:
-            // Only replies carry a request id.
-            if (myFlags == 128)
+            // Only replies carry a request id. The request learns it too, so
+            // that one sent without waiting knows its id once the reply is in.
+            if (myFlags == 128) {
                 result = data.processEventRequest(myData);
+                if (myRequestMessage && myErrorCode == ERR_NONE)
+                    myRequestMessage->myDataContainer()->RequestEventID = data.RequestEventID;
+            }
             break;
         case CMDSET_StackFrame:
             switch (command) {

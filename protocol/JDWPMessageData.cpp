@@ -727,9 +727,19 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
         }
         case EK_CLASS_LOAD:
             break;
-        case EK_METHOD_ENTRY:
-            pos = processBreakpointOrStep(s, pos, suspendPolicy, bAutoResume, myEventKind);
+        case EK_METHOD_ENTRY: {
+            // The method entry request of a step running past code of no
+            // target belongs to that step: its event is taken as the step's.
+            double requestID = 0;
+            ReadNumber(s, pos, requestID, kIntLength);
+            const bool stepEntry = jvm->isStepEntryRequest(requestID);
+            if (stepEntry) {
+                jvm->myStepInProcess = false;
+                singleStepSeen = true;
+            }
+            pos = processBreakpointOrStep(s, pos, suspendPolicy, bAutoResume, stepEntry ? EK_SINGLE_STEP : myEventKind);
             break;
+        }
         case EK_VM_START:
             pos = processEventCommandVMStart(s, pos) ? -1 : 0;
             // A start event decoded after the opening Resume went out may have
@@ -760,7 +770,7 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
         }
     } else if (suspendPolicy == JDWPSuspendPolicy::SS_All) {
         if (singleStepSeen)
-            jvm->ResumeVMStepByStep(true, myEventThreadID_, SD_INTO);
+            jvm->continueStep(myEventThreadID_);
         else
             // A class prepared (or a thread started) in the middle of a step
             // must not withdraw the step request, or the step would run on.
@@ -808,6 +818,9 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
     }
 
     if (!jvm->isPossibleClass(className)) {
+        // A step continues past code of no target (continueStep).
+        if (eventKind == EK_SINGLE_STEP)
+            jvm->noteStepLanding(className);
         bAutoResume = true;
         return pos;
     }
@@ -829,6 +842,13 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
                           location.Index);
         break;
     case EK_SINGLE_STEP:
+        // Returned from code of no target into the middle of the line the
+        // step began on: the step goes on to the next line, as it would have
+        // had that code been excluded from the start.
+        if (jvm->isStepBackAtStart(myEventRequestID_, location.ClassID, location.MethodID, line)) {
+            bAutoResume = true;
+            return pos;
+        }
         jvm->GoSingleStep(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
                           location.Index);
         break;

@@ -109,6 +109,9 @@ JDWPDefaultFilter JDWPMessageFactory::getModifier(const std::vector<JDWPModifier
         case MK_Count:
             bytes += Int(mod.RefLong);
             break;
+        case MK_ThreadOnly:
+            bytes += O(mod.RefLong);
+            break;
         case MK_ClassMatch:
         case MK_ClassExclude:
         case MK_SourceNameMatch:

@@ -6,7 +6,8 @@
 // late class (by line, by method name, at a code offset), the exception
 // caught in another class, the runtime's debug print and the end. Then
 // stepping into, over and out (and past library code), removing
-// breakpoints, lines without code, suspend/resume and hold/release.
+// breakpoints, lines without code, suspend/resume and hold/release; and
+// stepping into library code that is no target (tests/java/LibUser).
 #include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
@@ -252,3 +253,67 @@ TEST_F(LiveModel, SuspendResumeAndHoldReleaseRoundTrip)
 }
 
 } // namespace
+
+// Stepping into code of no target (tests/java/lib/Churn, 15,000 lines per
+// call) goes on in the VM at full speed and stops at the first line of the
+// program's own code that runs next: back in the caller, or inside a
+// callback the library makes. A step that begins inside the library does the
+// same. Each step takes a few events, not one per library line.
+TEST_F(LiveModel, StepsIntoLibraryCodeStopAtTheNextUserLineWithoutStoppingOnEveryLibraryLine)
+{
+    const auto luLine = [](const char* marker) { return lineOf("tests/java/LibUser.java", std::string("// ") + marker); };
+    const std::vector<std::string> targets{"LibUser", "UserListener"};
+    jvm->setTargetClassName(targets);
+    jvm->addBreakpoint("LibUser", luLine("@lu-plain"));
+    ASSERT_TRUE(launch("LibUser")) << dump();
+    ASSERT_TRUE(waitStop(0)) << dump();
+    ASSERT_EQ(lastStop().line, luLine("@lu-plain"));
+    size_t events = 0;
+    handler->history().setListener([&](const std::string& line) {
+        events += line.find("Composite Event") != std::string::npos ? 1 : 0;
+    });
+
+    struct Step {
+        const char* what;
+        JDWPStepDepth depth;
+        const char* cls;
+        const char* endsAt;
+        bool beginInLibrary; // stopped inside lib.Churn first
+    };
+    const std::vector<Step> steps{
+        {"into a call that returns: the caller's next line", SD_INTO, "LibUser", "@lu-lambda", false},
+        {"into a call that calls a lambda back", SD_INTO, "LibUser", "@lu-lambda-body", false},
+        {"out of the callback, back through the library", SD_OUT, "LibUser", "@lu-lambda", false},
+        {"begun inside the library: into the listener it calls", SD_INTO, "UserListener", "@lu-listener-body", true},
+        {"out of the listener, back to the caller's line", SD_OUT, "LibUser", "@lu-listener", false},
+        {"over, in the program's own code", SD_OVER, "LibUser", "@lu-end", false},
+    };
+    for (const Step& row : steps) {
+        SCOPED_TRACE(row.what);
+        if (row.beginInLibrary) {
+            // A stop inside the library: lib.Churn is a target for as long as
+            // it takes to stop there.
+            auto withLibrary = targets;
+            withLibrary.push_back("lib/Churn");
+            jvm->setTargetClassName(withLibrary);
+            ASSERT_TRUE(jvm->addBreakpoint("lib/Churn", lineOf("tests/java/lib/Churn.java", "// @churn-loop")));
+            const size_t seen = log->stops.size();
+            resumePastInvocationWindow();
+            ASSERT_TRUE(waitStop(seen)) << dump();
+            ASSERT_EQ(lastStop().className, "lib/Churn");
+            ASSERT_TRUE(jvm->removeBreakpoint("lib/Churn", lineOf("tests/java/lib/Churn.java", "// @churn-loop")));
+            jvm->setTargetClassName(targets);
+        }
+        events = 0;
+        step(row.depth);
+        EXPECT_EQ(lastStop().className, row.cls) << dump();
+        EXPECT_EQ(lastStop().line, luLine(row.endsAt)) << dump();
+        // Class-prepare events count too (a lambda's first call loads
+        // classes); one event per library line would make 15,000.
+        EXPECT_LE(events, 100u) << dump();
+    }
+    handler->history().setListener(nullptr);
+    EXPECT_EQ(jvm->myLastStepEvent, nullptr) << "the step requests end with the stop";
+    EXPECT_EQ(runToEnd(), 0) << dump();
+    EXPECT_NE(log->console.find("libuser end"), std::string::npos) << log->console;
+}

@@ -147,8 +147,9 @@ TEST_F(FactoryTest, EventRequestsEncodeEveryModifierKind)
          "\x0a"s + T6 + "\x00\x00\x00\x01" "\x00\x00\x00\x02"s},
         {"source name", mod(MK_SourceNameMatch, [](auto& m) { m.RefString = "*.java"; }),
          "\x0c\x00\x00\x00\x06" "*.java"s},
-        {"unknown kind: the kind byte alone", mod(static_cast<ModifierKind>(3), [](auto& m) { m.RefLong = 1; }),
-         "\x03"s},
+        {"thread only", mod(MK_ThreadOnly, [](auto& m) { m.RefLong = 6; }), "\x03"s + T6},
+        {"unknown kind: the kind byte alone", mod(static_cast<ModifierKind>(4), [](auto& m) { m.RefLong = 1; }),
+         "\x04"s},
     };
     for (const auto& c : cases) {
         JDWPDefaultFilter f = factory().getModifier({c.mod}, 1);

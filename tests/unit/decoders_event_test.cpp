@@ -158,29 +158,65 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
     EXPECT_EQ(jvm()->currentLine(), 11);
     EXPECT_TRUE(vm->commands().empty());
 
-    const std::tuple<const char*, std::string, bool> steps[] = { // name, where, stops
-        {"on a line", location(0x10, 0x31, 9), true},
-        {"after the last line entry", location(0x10, 0x31, 12), false},
-        {"in a class the filters reject", location(0x11, 0x31, 5), false},
-        {"in an unknown method", location(0x10, 0x99, 5), false},
+    enum Then { Stops, StepsInto, RunsPastIt };
+    const std::tuple<const char*, std::string, Then> steps[] = {
+        {"on a line", location(0x10, 0x31, 9), Stops},
+        {"after the last line entry", location(0x10, 0x31, 12), StepsInto},
+        {"in an unknown method", location(0x10, 0x99, 5), StepsInto},
+        // The VM runs that code at full speed: a step out of its frame and a
+        // method entry request for the thread, both skipping its package.
+        {"in a class the filters reject", location(0x11, 0x31, 5), RunsPastIt},
     };
-    for (const auto& [name, where, stops] : steps) {
+    uint32_t nextID = 0;
+    vm->on(15, 1, [&nextID](const SentCommand&, std::string& out, uint16_t&) { out = be32(nextID++); return true; });
+    for (const auto& [name, where, then] : steps) {
         SCOPED_TRACE(name);
         fresh();
+        jvm()->unregisterLastStepEvent();
+        vm->clearCommands();
+        nextID = 50; // the step out gets 50, the method entry request 51
         jvm()->myStepInProcess = true;
         decode(composite(2, {locatedEvent(EK_SINGLE_STEP, 0x77, where)}));
-        if (stops) {
+        if (then == Stops) {
             EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,13,0)", "State(1)"}));
             EXPECT_TRUE(vm->commands().empty());
-        } else {
-            EXPECT_FALSE(recorder_->hasPrefix("Break(")) << ::testing::PrintToString(recorder_->log);
-            EXPECT_FALSE(recorder_->has("State(1)"));
-            // Continued with a step into: thread id, size, depth 0.
-            ASSERT_EQ(countOf(15, 1), 1u);
-            EXPECT_EQ(vm->commandsOf(15, 1)[0].payload[0], EK_SINGLE_STEP);
-            EXPECT_NE(vm->commandsOf(15, 1)[0].payload.find(be64(0x77) + be32(1) + be32(SD_INTO)),
-                      std::string::npos);
+            continue;
         }
+        EXPECT_FALSE(recorder_->hasPrefix("Break(")) << ::testing::PrintToString(recorder_->log);
+        EXPECT_FALSE(recorder_->has("State(1)"));
+        EXPECT_EQ(countOf(1, 9), 1u) << "resumed once";
+        const auto sets = vm->commandsOf(15, 1);
+        const std::string skipPackage = u8(MK_ClassExclude) + jstr("pkg.*");
+        if (then == StepsInto) {
+            // Continued with a step into: thread id, size, depth 0.
+            ASSERT_EQ(sets.size(), 1u);
+            EXPECT_EQ(sets[0].payload[0], EK_SINGLE_STEP);
+            EXPECT_NE(sets[0].payload.find(be64(0x77) + be32(1) + be32(SD_INTO)), std::string::npos);
+            EXPECT_EQ(sets[0].payload.find(skipPackage), std::string::npos);
+            continue;
+        }
+        ASSERT_EQ(sets.size(), 2u);
+        EXPECT_EQ(sets[0].payload[0], EK_SINGLE_STEP);
+        EXPECT_NE(sets[0].payload.find(u8(MK_Step) + be64(0x77) + be32(1) + be32(SD_OUT) + skipPackage),
+                  std::string::npos);
+        EXPECT_EQ(sets[1].payload[0], EK_METHOD_ENTRY);
+        EXPECT_NE(sets[1].payload.find(u8(MK_ThreadOnly) + be64(0x77) + skipPackage), std::string::npos);
+        ASSERT_NE(jvm()->myLastStepEvent, nullptr);
+
+        // The method entry into the user's code stops the step there, and
+        // both requests go.
+        // The two requests went out without waiting; their replies come
+        // in before any event they cause.
+        for (int i = 0; i < 3; ++i) {
+            MessagePump::instance().pumpOnce(0);
+            transport->pumpProcessEvents();
+        }
+        fresh();
+        decode(composite(2, {u8(EK_METHOD_ENTRY) + be32(51) + be64(0x77) + location(0x10, 0x31, 0)}));
+        EXPECT_EQ(recorder_->log, (std::vector<std::string>{"Break(119,Module1,10,0)", "State(1)"}));
+        EXPECT_EQ(countOf(15, 2), 2u);
+        EXPECT_EQ(countOf(1, 9), 0u);
+        EXPECT_EQ(jvm()->myLastStepEvent, nullptr);
     }
 }
 

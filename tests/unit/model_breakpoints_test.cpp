@@ -202,4 +202,29 @@ TEST_F(ModelBreakpoints, StepGuards)
     EXPECT_TRUE(vm->commands().empty());
 }
 
+TEST_F(ModelBreakpoints, AStepSkipsTheBroadestPackageOfNoTargetAndNeverATarget)
+{
+    // targets, class the step landed in, pattern it may skip ("" = none)
+    const struct { std::vector<std::string> targets; const char* landed; const char* skip; } rows[] = {
+        {{"App"}, "org/h2/jdbc/JdbcPreparedStatement", "org.*"},
+        {{"App", "org/acme/Main"}, "org/h2/jdbc/JdbcPreparedStatement", "org.h2.*"},
+        {{"com/acme/app/Main"}, "com/acme/lib/Util", "com.acme.lib.*"},
+        {{"com/acme/app/Main"}, "Lcom/acme/lib/Util;", "com.acme.lib.*"},
+        {{"com/acme/Main"}, "com/acme/Helper$1", "com.acme.Helper*"},
+        {{"App"}, "Lib$Inner", "Lib*"},
+        // The pattern would take in a target class.
+        {{"com/acme/HelperMain"}, "com/acme/Helper", ""},
+        {{"Ap"}, "A", ""},
+        // A target given as a pattern is kept out whatever its form.
+        {{"com.acme.*"}, "com/acme/lib/Util", ""},
+        {{"com.acme.*"}, "org/h2/Driver", "org.*"},
+        {{"*Main"}, "org/h2/Driver", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.landed);
+        jvm()->setTargetClassName(row.targets);
+        EXPECT_EQ(jvm()->stepSkipPattern(row.landed), row.skip);
+    }
+}
+
 } // namespace

@@ -5,10 +5,13 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 
 namespace jdwpkrvdbg {
+
+class JDWPMessage;
 
 // Held by std::shared_ptr: a registered step request hands itself to the
 // session as its last step event.
@@ -28,14 +31,27 @@ public:
     bool registerBreakPoint();
     bool registerStopPoint();
     bool unregisterBreakPoint();
-    bool registerStepEvent(JDWPStepDepth stepDepth);
+    // `extraExcludes`: class patterns skipped for the rest of this step, on
+    // top of the default exclusions. `noWait`: sent without waiting for the
+    // reply; the id is known once the reply is in (stepRequestID).
+    bool registerStepEvent(JDWPStepDepth stepDepth, const std::vector<std::string>& extraExcludes = {},
+                           bool noWait = false);
+    // The companion of a step that runs through code of no target: a method
+    // entry request for the step's thread, so that a call back into other
+    // code stops the step. Sent without waiting.
+    bool registerStepEntry(const std::vector<std::string>& extraExcludes);
     bool unregisterStepEvent(bool async = false);
+    // RequestEventID, or the id from the reply to a request sent without
+    // waiting (0 while the reply is out).
+    double stepRequestID();
 
     const JDWPJLocation& location() const { return myLocation_; }
 
 private:
     bool registerAt(const JDWPJLocation& location);
     JDWPJLocation myLocation_;
+    EVENT_KIND myStepKind_ = EK_SINGLE_STEP;
+    std::shared_ptr<JDWPMessage> myPendingSet_;
 };
 
 } // namespace jdwpkrvdbg

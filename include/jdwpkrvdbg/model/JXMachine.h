@@ -138,6 +138,24 @@ public:
     bool ResumeVMStepByStep(bool IgnoreSuspend = false, double RefThreadID = 0, JDWPStepDepth stepDepth = SD_INTO);
     void unregisterLastStepEvent();
     bool SuspendNextStep();
+    // A step event (or the step's method entry) landed in `className`, a
+    // class the include filter rejects: the step is to continue past it.
+    void noteStepLanding(const std::string& className);
+    // Continues the step after an event that did not stop it: past the code
+    // of no target it landed in, at full speed in the VM, or else line by
+    // line as before.
+    bool continueStep(double threadID);
+    // The method entry request of a step that runs past code of no target.
+    bool isStepEntryRequest(double requestID) const;
+    // Whether a step event is the return from code of no target to the very
+    // line the step began on (the rest of that line still runs first).
+    bool isStepBackAtStart(double requestID, double ClassID, double MethodID, double LineNr) const;
+    // The class pattern a step may skip for a class the include filter
+    // rejects: its broadest package prefix ("org.*") that no target class
+    // can fall in, else the class itself with its nested classes; "" when
+    // even that could hide a target.
+    std::string stepSkipPattern(const std::string& className) const;
+    const std::vector<std::string>& stepSkipPatterns() const { return myStepSkips_; }
 
     // --- value inspection and stack ---
     void setMaxValueSize(int32_t refMaxValueSize) { myMaxValueSize = refMaxValueSize; }
@@ -210,6 +228,17 @@ private:
     std::vector<std::string> myIncludeClassNames;
     bool mySaveMode = false;
     bool bSuspendNextStepRunning_ = false;
+    // Patterns of code of no target that the current step skips, and the
+    // step's method entry request while it runs past such code.
+    std::vector<std::string> myStepSkips_;
+    std::string myStepLanding_;
+    std::shared_ptr<JXBreakpoint> myStepEntry_;
+    // Where the current step began: class, method, line.
+    double myStepFromClassID_ = 0;
+    double myStepFromMethodID_ = 0;
+    double myStepFromLine_ = 0;
+    void clearStepRequests();
+    bool stepPastLibrary(double threadID);
     uint32_t myStopSerial_ = 0;
     bool myOpeningResumed_ = false;
     bool myResumeInFlight_ = false;

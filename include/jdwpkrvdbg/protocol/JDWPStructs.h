@@ -289,6 +289,7 @@ enum ThreadStatus : int32_t {
 // The modifier kinds the component can send; no others exist in it.
 enum ModifierKind : int32_t {
     MK_Count = 1,
+    MK_ThreadOnly = 3, // RefLong carries the thread id
     MK_ClassMatch = 5,
     MK_ClassExclude = 6,
     MK_LocationOnly = 7,
