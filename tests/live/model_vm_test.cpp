@@ -298,7 +298,7 @@ TEST_F(LiveModel, StepsIntoLibraryCodeStopAtTheNextUserLineWithoutStoppingOnEver
             jvm->setTargetClassName(withLibrary);
             ASSERT_TRUE(jvm->addBreakpoint("lib/Churn", lineOf("tests/java/lib/Churn.java", "// @churn-loop")));
             const size_t seen = log->stops.size();
-            resumePastInvocationWindow();
+            resume();
             ASSERT_TRUE(waitStop(seen)) << dump();
             ASSERT_EQ(lastStop().className, "lib/Churn");
             ASSERT_TRUE(jvm->removeBreakpoint("lib/Churn", lineOf("tests/java/lib/Churn.java", "// @churn-loop")));
