@@ -37,7 +37,7 @@ for target in "${targets[@]}"; do
     failed+=("$target")
   fi
   # The last status line (executions, coverage, features, corpus) and the totals.
-  grep -E '^#[0-9]+ +(DONE|pulse|NEW|REDUCE|INITED)' "$build/fuzz_$target.log" | tail -n 1 || true
+  grep -E '^#[0-9]+[[:space:]]+(DONE|pulse|NEW|REDUCE|INITED)' "$build/fuzz_$target.log" | tail -n 1 || true
   grep -E '^stat::(number_of_executed_units|peak_rss_mb)' "$build/fuzz_$target.log" || true
 done
 if [ ${#failed[@]} -gt 0 ]; then

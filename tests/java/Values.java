@@ -10,6 +10,9 @@ public class Values {
         long l = 1234567890123L;
         double d = 2.5;
         float f = 1.5f;
+        double notANumber = Double.NaN;
+        double negInf = -1.0 / 0;
+        float posInf = Float.POSITIVE_INFINITY;
         char c = 'A';
         boolean z = true;
         byte by = 12;
@@ -25,7 +28,8 @@ public class Values {
         Colors col = new Colors();
         System.out.println("values ready");                 // @values-stop
         int r = level1(i);
-        System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str);
+        System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str + notANumber + negInf
+                + posInf);
     }
 
     static int level1(int x) {
