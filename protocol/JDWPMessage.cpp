@@ -62,39 +62,46 @@ std::string JDWPMessage::toString(bool socketFraming) const
 
 double JDWPMessage::createMessageSocket(const std::string& s)
 {
-    if (s.size() < 9)
+    return createMessageSocket(s, 0);
+}
+
+double JDWPMessage::createMessageSocket(const std::string& s, size_t from)
+{
+    if (from > s.size() || s.size() - from < 9)
         return 0;
-    myLen = BytesToNumber(s, 1, 4, false);
+    const double available = static_cast<double>(s.size() - from);
+    const int64_t at = static_cast<int64_t>(from); // 1-based positions below are at + n
+    myLen = BytesToNumber(s, at + 1, 4, false);
     // A length that cannot be a packet means the stream is out of step and no
     // later byte can be trusted; waiting for more data would wait forever, so
     // report a protocol error and let the handler close the transport.
     if (myLen < kHeaderLength || myLen > kMaxPacketLength)
         return -1;
-    if (static_cast<double>(s.size()) < myLen)
+    if (available < myLen)
         return 0; // partial packet: the caller keeps the bytes
-    myID = BytesToNumber(s, 5, 4, false);
-    myFlags = BytesToNumber(s, 9, 1, false);
+    myID = BytesToNumber(s, at + 5, 4, false);
+    myFlags = BytesToNumber(s, at + 9, 1, false);
     if (myFlags == 0) {
-        myCommandSet = static_cast<COMMAND_SETS>(static_cast<int32_t>(BytesToNumber(s, 10, 1, false)));
-        myCommand = BytesToNumber(s, 11, 1, false);
+        myCommandSet = static_cast<COMMAND_SETS>(static_cast<int32_t>(BytesToNumber(s, at + 10, 1, false)));
+        myCommand = BytesToNumber(s, at + 11, 1, false);
     } else if (myFlags == 128) {
         auto handler = getCurrentHandler();
         myRequestMessage = handler->getMessage(myID);
         if (!myRequestMessage) {
             // A reply nobody asked for: the whole buffer is dropped, further
             // packets in it included. Intended.
-            return static_cast<double>(s.size());
+            return available;
         }
         // Read little-endian on purpose: a non-zero code stays non-zero
         // (callers only test it against 0), though its value differs from the
         // JDWP table (00 14 reads as 5120).
-        myErrorCode = static_cast<JDWPErrorCodes>(static_cast<int32_t>(BytesToNumber(s, 10, 2, true)));
+        myErrorCode = static_cast<JDWPErrorCodes>(static_cast<int32_t>(BytesToNumber(s, at + 10, 2, true)));
         myCommandSet = myRequestMessage->myCommandSet;
         myCommand = myRequestMessage->myCommand;
         handler->removeMessage(myID);
     }
     if (myLen - kHeaderLength > 0)
-        myData = s.substr(static_cast<size_t>(kHeaderLength), static_cast<size_t>(myLen - kHeaderLength));
+        myData = s.substr(from + static_cast<size_t>(kHeaderLength), static_cast<size_t>(myLen - kHeaderLength));
     return myLen;
 }
 
@@ -245,9 +252,10 @@ bool JDWPMessage::processMyData()
         }
     }
 
-    // Wake the synchronous call waiting for this id. The match is on the id
-    // alone: whatever packet carries it completes the wait.
-    if (self) {
+    // Wake the synchronous call waiting for this id. Only a reply can: the VM
+    // numbers its own packets (events) independently of ours, so an event may
+    // carry the id of a call in progress without answering it.
+    if (self && myFlags == 128) {
         auto current = getCurrentHandler();
         auto record = current->getSyncFunctionByMsg(self);
         if (record && record->LastFunctionInProcess && record->LastFunctionSend &&

@@ -1,13 +1,14 @@
 // Turns the raw bytes of a JDWP float or double into a number the way the
 // debugger always has: through the value's hexadecimal text, computing
 // 2^exponent x sign x significand from the fields instead of reinterpreting
-// memory. The treatment of special values that follows from this is kept on
-// purpose (see Ieee64stov).
+// memory. The treatment of negative zero and subnormals that follows from
+// this is kept on purpose; infinities and NaN come out as what they are.
 #include "jdwpkrvdbg/protocol/cIEEE.h"
 
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 
 namespace jdwpkrvdbg {
 
@@ -93,14 +94,17 @@ double convert(const cIEEE& ieee, const std::string& bytesIn, bool bigEndian, bo
     double significand = single ? ieee.Ieee32htof(hex) : ieee.Ieee64htof(hex);
 
     // Subnormals get the implicit 1 and an all-ones exponent (infinity, NaN)
-    // is not special-cased; both intended.
+    // is not special-cased here; both intended.
     double result = std::ldexp(1.0, exponent) * sign * significand;
 
-    // An all-ones exponent overflows the target width; the overflowing
-    // sign's largest finite value stands in for it, for both widths.
+    // Only an all-ones exponent overflows the target width. What the bits
+    // mean is returned then: an infinity of their sign when the fraction is
+    // zero, NaN otherwise. A finite stand-in (the largest value) would be
+    // shown as an ordinary, and wrong, number.
     double largest = single ? static_cast<double>(FLT_MAX) : DBL_MAX;
     if (!(std::fabs(result) <= largest))
-        return sign * largest;
+        return significand == 1.0 ? sign * std::numeric_limits<double>::infinity()
+                                  : std::numeric_limits<double>::quiet_NaN();
     return result;
 }
 

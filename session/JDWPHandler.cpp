@@ -4,6 +4,7 @@
 // and dispatch, thread listing and the rendering of objects as text.
 #include "jdwpkrvdbg/session/JDWPHandler.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 
@@ -449,38 +450,39 @@ void JDWPHandler::framingStep()
 {
     if (bParsing)
         return;
-    // Each pass takes one packet from the front of the buffer; the passes
-    // repeat while a packet was taken and bytes remain.
-    bool took = true;
-    while (took) {
-        took = false;
-        bParsing = true;
-        if (!myReceiveBuffer.empty()) {
-            auto message = std::make_shared<JDWPMessage>();
-            const double count = message->createMessageSocket(myReceiveBuffer);
-            if (count < 0) {
-                bParsing = false;
-                protocolError("malformed packet length " +
-                              NumberText(BytesToNumber(myReceiveBuffer, 1, 4, false)));
-                return;
-            }
-            if (count > 0) {
-                if (static_cast<double>(myReceiveBuffer.size()) <= count)
-                    myReceiveBuffer.clear();
-                else
-                    myReceiveBuffer.erase(0, static_cast<size_t>(count));
-                history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
-                                        static_cast<int32_t>(message->myCommand), message->myErrorCode,
-                                        static_cast<size_t>(message->myLen));
-                myReceivedQueue.push_back(std::move(message));
-                if (JDWPCon_)
-                    JDWPCon_->EnableProcessEvent(true);
-                took = true;
-            }
+    bParsing = true;
+    // Packets are taken from a moving offset, and what they occupied is cut
+    // from the front once, at the end of the pass: the rest of a batch is not
+    // copied again for every packet taken. What is left then is a partial
+    // packet, which stays at the front until it is whole, so each received
+    // byte is copied at most once.
+    size_t taken = 0;
+    while (taken < myReceiveBuffer.size()) {
+        auto message = std::make_shared<JDWPMessage>();
+        const double count = message->createMessageSocket(myReceiveBuffer, taken);
+        if (count < 0) {
+            bParsing = false;
+            protocolError("malformed packet length " +
+                          NumberText(BytesToNumber(myReceiveBuffer, static_cast<int64_t>(taken) + 1, 4, false)));
+            return;
         }
-        bParsing = false;
-        took = took && !myReceiveBuffer.empty();
+        if (count == 0)
+            break;
+        taken += std::min(static_cast<size_t>(count), myReceiveBuffer.size() - taken);
+        history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
+                                static_cast<int32_t>(message->myCommand), message->myErrorCode,
+                                static_cast<size_t>(message->myLen));
+        myReceivedQueue.push_back(std::move(message));
+        if (JDWPCon_)
+            JDWPCon_->EnableProcessEvent(true);
     }
+    if (taken >= myReceiveBuffer.size()) {
+        myReceiveBuffer.clear();
+    } else if (taken > 0) {
+        receiveBytesMoved_ += myReceiveBuffer.size() - taken;
+        myReceiveBuffer.erase(0, taken);
+    }
+    bParsing = false;
 }
 
 void JDWPHandler::protocolError(const std::string& reason)

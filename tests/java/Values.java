@@ -17,6 +17,9 @@ public class Values {
         long l = 1234567890123L;
         double d = 2.5;
         float f = 1.5f;
+        double notANumber = Double.NaN;
+        double negInf = -1.0 / 0;
+        float posInf = Float.POSITIVE_INFINITY;
         char c = 'A';
         boolean z = true;
         byte by = 12;
@@ -33,7 +36,8 @@ public class Values {
         Spinner spin = new Spinner();
         System.out.println("values ready");                 // @values-stop
         int r = level1(i);
-        System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str);
+        System.out.println("result " + r + " " + p.getName() + v + va + col + nothing + str + notANumber + negInf
+                + posInf);
         Worker worker = new Worker(p);
         worker.start();
         worker.join();

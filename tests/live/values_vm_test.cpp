@@ -41,6 +41,7 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
     const std::vector<std::pair<std::string, std::string>> expected{
         {"i", "i: #-7#"}, {"l", "l: #1234567890123#"}, {"d", "d: #2.5#"}, {"f", "f: #1.5#"}, {"c", "c: #65#"},
         {"z", "z: #True#"}, {"by", "by: #12#"}, {"sh", "sh: #-300#"}, {"str", "str: #Grüße 😀#"},
+        {"notANumber", "notANumber: #NaN#"}, {"negInf", "negInf: #-Infinity#"}, {"posInf", "posInf: #Infinity#"},
         {"counter", "counter: #42#"}, {"nothing", "nothing: #Object not initialized!#"},
         {"unknownName", ""}, {"", ""}, {"a:b", ""}, {"x=1", ""}, {"12", ""}, {"\"quoted", ""},
         // The runtime's wrappers render through their debug text: quotes

@@ -1,11 +1,12 @@
 // The arithmetic float/double conversion: ordinary values must agree with the
-// machine's own interpretation of the bits, and the intended quirks (only
+// machine's own interpretation of the bits, the intended quirks (only
 // all-zero is 0, negative zero is a tiny negative, subnormals get the
-// implicit 1, an all-ones exponent yields the largest value) must hold.
+// implicit 1) must hold, and infinities and NaN must come out as themselves.
 #include <bit>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <tuple>
 
 #include "codec_test_support.h"
@@ -27,6 +28,10 @@ std::string bigEndian(uint64_t bits, int width)
 
 TEST(Ieee, GoldenVectors)
 {
+    constexpr double inf = std::numeric_limits<double>::infinity();
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    // NaN never equals itself: a NaN row matches any NaN.
+    auto same = [](double a, double b) { return std::isnan(a) ? std::isnan(b) : a == b; };
     using Case = std::tuple<const char*, std::string, bool, double>; // name, bytes, big-endian, value
     const Case doubles[] = {
         {"one", "\x3f\xf0\x00\x00\x00\x00\x00\x00"s, true, 1},
@@ -35,23 +40,34 @@ TEST(Ieee, GoldenVectors)
         {"negative zero", "\x80\x00\x00\x00\x00\x00\x00\x00"s, true, -std::ldexp(1.0, -1023)},
         {"smallest subnormal", "\x00\x00\x00\x00\x00\x00\x00\x01"s, true,
          std::ldexp(1.0, -1023) * (1 + std::ldexp(1.0, -52))},
-        {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, DBL_MAX},
-        {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -DBL_MAX},
-        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, DBL_MAX}, {"wrong length", "\x3f\xf0\x00"s, true, -1},
+        {"largest finite", "\x7f\xef\xff\xff\xff\xff\xff\xff"s, true, DBL_MAX},
+        {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, inf},
+        {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -inf},
+        {"minus infinity little-endian", "\x00\x00\x00\x00\x00\x00\xf0\xff"s, false, -inf},
+        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
+        {"negative NaN", "\xff\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
+        {"NaN with the lowest fraction bit only", "\x7f\xf0\x00\x00\x00\x00\x00\x01"s, true, nan},
+        {"wrong length", "\x3f\xf0\x00"s, true, -1},
     };
     cIEEE ieee;
     for (const auto& [name, bytes, bigEndian, value] : doubles)
-        EXPECT_EQ(ieee.Ieee64stov(bytes, bigEndian), value) << name;
+        EXPECT_PRED2(same, ieee.Ieee64stov(bytes, bigEndian), value) << name;
 
     const Case singles[] = {
         {"one", "\x3f\x80\x00\x00"s, true, 1}, {"all zero", "\x00\x00\x00\x00"s, true, 0},
         {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
-        {"infinity", "\x7f\x80\x00\x00"s, true, FLT_MAX}, {"NaN", "\xff\xc0\x00\x00"s, true, -FLT_MAX},
+        {"largest finite", "\x7f\x7f\xff\xff"s, true, FLT_MAX},
+        {"infinity", "\x7f\x80\x00\x00"s, true, inf}, {"minus infinity", "\xff\x80\x00\x00"s, true, -inf},
+        {"NaN", "\x7f\xc0\x00\x00"s, true, nan}, {"negative NaN", "\xff\xc0\x00\x00"s, true, nan},
+        {"NaN with the lowest fraction bit only", "\x7f\x80\x00\x01"s, true, nan},
         {"little-endian", "\xdb\x0f\x49\x40"s, false, static_cast<double>(3.14159274101257324f)},
         {"wrong length", "\x3f\x80\x00\x00\x00"s, true, -1},
     };
-    for (const auto& [name, bytes, bigEndian, value] : singles)
-        EXPECT_EQ(ieee.Ieee32stov(bytes, bigEndian), value) << name;
+    for (const auto& [name, bytes, bigEndian, value] : singles) {
+        EXPECT_PRED2(same, ieee.Ieee32stov(bytes, bigEndian), value) << name;
+        // The caller narrows to single precision; the special values survive it.
+        EXPECT_PRED2(same, static_cast<float>(ieee.Ieee32stov(bytes, bigEndian)), static_cast<float>(value)) << name;
+    }
 }
 
 TEST(Ieee, OrdinaryValuesMatchTheBitPattern)

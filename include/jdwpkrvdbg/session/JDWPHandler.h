@@ -96,6 +96,9 @@ public:
     // calls in progress.
     size_t pendingSentCount() const { return mySentMessages_.size(); }
     size_t pendingSyncCount() const { return mySyncFunctions_.size(); }
+    // Bytes the socket framing has copied inside its receive buffer to drop
+    // the packets it took (each received byte is copied at most once).
+    uint64_t receiveBytesMoved() const { return receiveBytesMoved_; }
 
     // --- transport events ---
     void connected() override;
@@ -134,6 +137,7 @@ private:
     std::unordered_map<double, Msg> mySentMessages_;
     std::unordered_map<double, std::shared_ptr<JDWPFunctions>> mySyncFunctions_;
     std::string myReceiveBuffer;
+    uint64_t receiveBytesMoved_ = 0;
     std::deque<Msg> myReceivedQueue;
     bool bParsing = false;
     bool bDispatching = false;
