@@ -1,9 +1,12 @@
-// A debuggee that keeps running until it is killed.
+// A debuggee that keeps running until it is killed, and says so every
+// twenty rounds, so that a test can see it run on without a stop.
 public class Sleeper {
     public static void main(String[] args) throws Exception {
         System.out.println("sleeper ready");
-        while (true) {
-            Thread.sleep(50);
+        for (int round = 1; ; round++) {
+            Thread.sleep(10);                           // @sleep
+            if (round % 20 == 0)
+                System.out.println("sleeper round " + round);
         }
     }
 }

@@ -80,6 +80,15 @@ public:
     void printConsole(const std::string& s);
     void GoException(const std::string& s);
     void GoSilentBreak(double threadID, double ClassID, double MethodID);
+    // A stop reported by an event: its thread, frame and the VMSuspend state
+    // are taken before the host hears of the stop, so that a handler reads
+    // the stop's values and may resume from it; VMStateChanged follows the
+    // handlers (announceStop), or comes first when the state moves on
+    // inside them.
+    void beginStop(double threadID);
+    void announceStop();
+    // The host resumed since the last stop began.
+    bool stopResumed() const { return myStopResumed_; }
 
     // --- whole-VM commands ---
     void ResumeVM(bool unregisterLastStep = false);
@@ -176,6 +185,11 @@ private:
                                   std::shared_ptr<JXClass>& currentClass, const std::string& PossibleStaticClass);
     JDWPJVarValue getFieldValue(const std::string& name, const std::shared_ptr<JXClass>& cls, double objectID);
     void holdOrRelease(bool hold, int16_t ErrCount);
+    // Enters a state, recording the thread of a suspension; true when the
+    // state changed (the host is to be told).
+    bool takeState(VMState NewState, double newThreadID);
+    // Withdraws the pause's per-thread stop requests and drops the list.
+    void disarmThreadList();
 
     std::shared_ptr<JXMachineEvents> myEvents_;
 
@@ -203,6 +217,8 @@ private:
     uint32_t myStopSerial_ = 0;
     bool myOpeningResumed_ = false;
     bool myResumeInFlight_ = false;
+    bool myStopNoticePending_ = false;
+    bool myStopResumed_ = false;
 };
 
 } // namespace jdwpkrvdbg
