@@ -61,6 +61,11 @@ void JXMachine::cleanup()
     mySessionArray.clear();
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;
+    myStopNoticePending_ = false;
+    myStopResumed_ = false;
+    // The threads' stop requests died with the previous VM; clearing their
+    // ids in the next one would withdraw requests that are not theirs.
+    myThreadList.reset();
     // A call or a step of the previous session (one its VM died in, say)
     // must not reach into this one: while a call counts as waiting, the
     // first events of the new VM would be resumed as the call's own.
@@ -134,10 +139,7 @@ void JXMachine::MsgBoxW(const std::string& Prompt, int32_t Buttons, const std::s
 void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
                              double MethodID, double LineNr, double Offset)
 {
-    if (myThreadList) {
-        myThreadList->unRegisterSuspend();
-        myThreadList.reset();
-    }
+    disarmThreadList();
     int32_t offset = 0;
     if (auto bp = getBreakPointByID(BreakpointID)) {
         if (bp->StopPoint)
@@ -157,8 +159,22 @@ void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::st
     myCurrentMethodID = MethodID;
     myCurrentLine = LineNr;
     unregisterLastStepEvent();
+    // A pause ends with the first stop, which is usually a step event of one
+    // of its threads; the other threads' requests would stop the program
+    // again at every later resume.
+    disarmThreadList();
     if (auto events = myEvents_)
         events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), 0);
+}
+
+void JXMachine::disarmThreadList()
+{
+    // Taken out first: clearing waits for each reply, and an event decoded
+    // meanwhile may come here again while the loop still runs on the list.
+    auto list = std::move(myThreadList);
+    myThreadList.reset();
+    if (list)
+        list->unRegisterSuspend();
 }
 
 void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
@@ -168,6 +184,19 @@ void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
     // same, or the session would never end.
     if (myMuteStateEvents && NewState != VMDead)
         return;
+    // A stop the host has not been told of yet comes first; a dead VM is
+    // not suspended any more.
+    if (NewState == VMDead)
+        myStopNoticePending_ = false;
+    announceStop();
+    if (takeState(NewState, newThreadID)) {
+        if (auto events = myEvents_)
+            events->VMStateChanged(myState);
+    }
+}
+
+bool JXMachine::takeState(VMState NewState, double newThreadID)
+{
     const bool withThread = newThreadID != -1 && newThreadID != 0;
     if (NewState == VMSuspend && withThread)
         ++myStopSerial_;
@@ -181,18 +210,36 @@ void JXMachine::GoVMStateChange(VMState NewState, double newThreadID)
             myStateStamp = static_cast<int32_t>(GetTickCount());
             myFrameValid = false;
         }
-        return;
+        return false;
     }
     myResumeInFlight_ = false;
     myState = NewState;
-    if (newThreadID != -1 && newThreadID != 0) {
+    if (withThread) {
         myCurrentThreadID = newThreadID;
         myStateStamp = static_cast<int32_t>(GetTickCount());
         if (NewState == VMSuspend)
             myFrameValid = false;
     }
+    return true;
+}
+
+void JXMachine::beginStop(double threadID)
+{
+    if (myMuteStateEvents)
+        return;
+    announceStop();
+    myStopResumed_ = false;
+    if (takeState(VMSuspend, threadID))
+        myStopNoticePending_ = true;
+}
+
+void JXMachine::announceStop()
+{
+    if (!myStopNoticePending_)
+        return;
+    myStopNoticePending_ = false;
     if (auto events = myEvents_)
-        events->VMStateChanged(myState);
+        events->VMStateChanged(VMSuspend);
 }
 
 void JXMachine::GoOpenConnection()
@@ -246,8 +293,10 @@ void JXMachine::ResumeVM(bool unregisterLastStep)
     // The packet layer reports VMRunning when the Resume reply passes.
     auto resume = handler->myFactory()->createResumeMessage();
     resume->mySendStamp = myStopSerial_;
-    if (handler->sendAsync(resume))
+    if (handler->sendAsync(resume)) {
         myResumeInFlight_ = true;
+        myStopResumed_ = true;
+    }
 }
 
 void JXMachine::resumeForInvocation()

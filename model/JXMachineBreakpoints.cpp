@@ -371,7 +371,9 @@ bool JXMachine::SuspendNextStep()
     if (bSuspendNextStepRunning_)
         return false;
     bSuspendNextStepRunning_ = true;
-    myThreadList.reset();
+    // A pause that has not stopped yet is replaced: its requests are
+    // withdrawn, or they would stay in the VM with nobody to clear them.
+    disarmThreadList();
     auto list = getCurrentHandler()->getAllThreads();
     const bool found = static_cast<bool>(list);
     if (list) {

@@ -9,6 +9,7 @@
 
 #include "ModelText.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
+#include "jdwpkrvdbg/model/JXMachine.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 
@@ -30,13 +31,19 @@ void JXThread::RegisterStopMe()
 {
     if (bStopRegistered || !CanSuspend())
         return;
-    myStopRequest = std::make_shared<JXBreakpoint>();
-    myStopRequest->TargetThreadID = threadID;
-    myStopRequest->StepCount = 0;
-    myStopRequest->JustStepping = true;
-    myStopRequest->registerStepEvent(SD_INTO);
+    auto request = std::make_shared<JXBreakpoint>();
+    myStopRequest = request;
+    request->TargetThreadID = threadID;
+    request->StepCount = 0;
+    request->JustStepping = true;
+    // The request belongs to this thread, not to the session's step: a full
+    // resume withdraws the session's step, and would disarm this thread.
+    auto jvm = getCurrentHandler()->myJVM();
+    auto sessionStep = jvm->myLastStepEvent;
+    request->registerStepEvent(SD_INTO);
+    jvm->myLastStepEvent = sessionStep;
     // A failed registration is tried again with a new request next time.
-    bStopRegistered = myStopRequest->RequestEventID > 0;
+    bStopRegistered = request->RequestEventID > 0;
 }
 
 void JXThread::UnregisterStopMe()
@@ -44,8 +51,11 @@ void JXThread::UnregisterStopMe()
     if (!bStopRegistered || !myStopRequest)
         return;
     bStopRegistered = false;
-    myStopRequest->unregisterStepEvent(false);
+    // Taken out first: the clear waits, and a new request placed meanwhile
+    // must not be dropped unseen.
+    auto request = std::move(myStopRequest);
     myStopRequest.reset();
+    request->unregisterStepEvent(false);
 }
 
 bool JXThread::CanSuspend()

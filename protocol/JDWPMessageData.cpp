@@ -684,6 +684,12 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
 
     bool bAutoResume = false;
     bool singleStepSeen = false;
+    myStopBegun_ = false;
+    myExceptionText_.clear();
+    // A step under way goes on past the events that do not end it: the
+    // debug-print hook and an exception caught where it was thrown are
+    // resumed with the step kept, as a class prepared on the way is.
+    const bool stepUnderWay = jvm->myStepInProcess;
     // The cursor rules below send later events of a composite to wrong
     // positions (even before the payload, where everything reads as zero);
     // the loop is bounded by the payload so a garbage count cannot spin.
@@ -757,24 +763,24 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
         }
     }
 
+    if (myStopBegun_)
+        jvm->announceStop();
     if (!bAutoResume) {
-        if (suspendPolicy != JDWPSuspendPolicy::SS_NONE)
+        if (suspendPolicy != JDWPSuspendPolicy::SS_NONE && !myStopBegun_)
             jvm->GoVMStateChange(VMSuspend, myEventThreadID_);
-        if (myEventKind == EK_EXCEPTION && RequestObjectID != 0) {
-            auto handler = getCurrentHandler();
-            std::string text = handler->ObjectToString(RequestObjectID, true);
-            if (!text.empty())
-                text += "\r\n";
-            text += handler->ObjectToString(RequestObjectID, false);
-            jvm->GoException(text);
-        }
+        if (myEventKind == EK_EXCEPTION && RequestObjectID != 0)
+            jvm->GoException(myExceptionText_);
     } else if (suspendPolicy == JDWPSuspendPolicy::SS_All) {
-        if (singleStepSeen)
+        if (singleStepSeen) {
             jvm->continueStep(myEventThreadID_);
-        else
+        } else {
             // A class prepared (or a thread started) in the middle of a step
             // must not withdraw the step request, or the step would run on.
-            jvm->ResumeVM(!jvm->myStepInProcess);
+            const bool keepStep = jvm->myStepInProcess || (stepUnderWay && !myStopBegun_);
+            if (keepStep)
+                jvm->myStepInProcess = true;
+            jvm->ResumeVM(!keepStep);
+        }
     }
     // Intended: with policy 0 or 1 an auto-resumed event is not resumed.
     return false;
@@ -838,8 +844,9 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
 
     switch (eventKind) {
     case EK_BREAKPOINT:
-        jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
-                          location.Index);
+        if (takeStop())
+            jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID,
+                              line, location.Index);
         break;
     case EK_SINGLE_STEP:
         // Returned from code of no target into the middle of the line the
@@ -849,8 +856,9 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
             bAutoResume = true;
             return pos;
         }
-        jvm->GoSingleStep(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
-                          location.Index);
+        if (takeStop())
+            jvm->GoSingleStep(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID,
+                              line, location.Index);
         break;
     case EK_EXCEPTION: {
         double tag = 0;
@@ -867,6 +875,19 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
             RequestObjectID = 0;
             return pos;
         }
+        if (!takeStop()) {
+            RequestObjectID = 0;
+            return pos;
+        }
+        // The text is read at the stop: a host may resume from the Breakpoint
+        // event, and the exception's toString needs the thread suspended.
+        if (RequestObjectID != 0) {
+            auto handler = getCurrentHandler();
+            myExceptionText_ = handler->ObjectToString(RequestObjectID, true);
+            if (!myExceptionText_.empty())
+                myExceptionText_ += "\r\n";
+            myExceptionText_ += handler->ObjectToString(RequestObjectID, false);
+        }
         jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
                           location.Index);
         break;
@@ -878,6 +899,19 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
         break;
     }
     return pos;
+}
+
+bool JDWPMessageData::takeStop()
+{
+    auto jvm = session();
+    if (!myStopBegun_) {
+        myStopBegun_ = true;
+        jvm->beginStop(myEventThreadID_);
+        return true;
+    }
+    // A later event of the same composite is the same stop; once the host
+    // has resumed from it, the VM is no longer there.
+    return !jvm->stopResumed();
 }
 
 int32_t JDWPMessageData::processThreadStart(const std::string& s, int64_t& pos)

@@ -24,7 +24,7 @@ public class Stepper {
         }
         Thrower.selfCaught();                   // @main-self
         VB.Debug.Print("\"Hello debug\"");      // @main-debug
-        for (int i = 0; i < 3; i++) {
+        for (int i = 0; i < 3; i++) {           // @main-for
             total += i;                         // @main-loop
         }
         System.out.println("stepper end");      // @main-end

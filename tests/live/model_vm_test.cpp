@@ -6,8 +6,9 @@
 // late class (by line, by method name, at a code offset), the exception
 // caught in another class, the runtime's debug print and the end. Then
 // stepping into, over and out (and past library code), removing
-// breakpoints, lines without code, suspend/resume and hold/release; and
-// stepping into library code that is no target (tests/java/LibUser).
+// breakpoints, lines without code, suspend/resume, pauses (suspend at the
+// next step) and hold/release; and stepping into library code that is no
+// target (tests/java/LibUser).
 #include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
@@ -189,10 +190,11 @@ TEST_F(LiveModel, StepsLandOnTheSourceLinesAndRemovedBreakpointsNoLongerStop)
     jvm->setTargetClassName({"Stepper", "Late", "Thrower"});
     jvm->addBreakpoint("Stepper", line("@main-a"));
     jvm->addBreakpoint("Stepper", line("@main-loop"));
+    jvm->addBreakpoint("Stepper", line("@main-self"));
     const int noCode = lineOf("tests/java/Stepper.java", "static int total;");
     jvm->addBreakpoint("Stepper", noCode);
     jvm->addBreakpoint("Stepper", line("@main-loop"));
-    EXPECT_EQ(jvm->breakpoints().size(), 3u) << "the same class and line twice keep one entry";
+    EXPECT_EQ(jvm->breakpoints().size(), 4u) << "the same class and line twice keep one entry";
     ASSERT_TRUE(launch("Stepper"));
     ASSERT_TRUE(waitStop(0)) << dump();
     ASSERT_EQ(lastStop().line, line("@main-a"));
@@ -214,6 +216,22 @@ TEST_F(LiveModel, StepsLandOnTheSourceLinesAndRemovedBreakpointsNoLongerStop)
         EXPECT_EQ(lastStop().line, line(marker));
     }
 
+    // Over a line whose call throws and catches in one class, and over the
+    // runtime's debug print: the exception and the print's silent stop on
+    // the way do not withdraw the step.
+    ASSERT_TRUE(resumeToStopAt(line("@main-self"))) << dump();
+    const std::vector<std::pair<const char*, const char*>> overs{{"@main-self", "@main-debug"},
+                                                                  {"@main-debug", "@main-for"}};
+    for (const auto& [from, to] : overs) {
+        SCOPED_TRACE(from);
+        ASSERT_EQ(lastStop().line, line(from));
+        step(SD_OVER);
+        EXPECT_EQ(lastStop().className, "Stepper");
+        EXPECT_EQ(lastStop().line, line(to)) << dump();
+    }
+    EXPECT_TRUE(log->sawDebug("Hello debug"));
+    EXPECT_TRUE(jvm->removeBreakpoint("Stepper", line("@main-self")));
+
     ASSERT_TRUE(resumeToStopAt(line("@main-loop"))) << dump();
     auto waiting = jvm->getBreakPoint("Stepper", noCode);
     ASSERT_NE(waiting, nullptr);
@@ -232,8 +250,17 @@ TEST_F(LiveModel, StepsLandOnTheSourceLinesAndRemovedBreakpointsNoLongerStop)
     EXPECT_EQ(std::tuple(lastStop().className, lastStop().line), std::tuple("Thrower", line("@fail-throw")));
 }
 
-TEST_F(LiveModel, SuspendResumeAndHoldReleaseRoundTrip)
+size_t rounds(const std::string& console)
 {
+    size_t n = 0;
+    for (size_t at = console.find("sleeper round"); at != std::string::npos; at = console.find("sleeper round", at + 1))
+        ++n;
+    return n;
+}
+
+TEST_F(LiveModel, SuspendResumePausesAndHoldReleaseRoundTrip)
+{
+    jvm->setTargetClassName({"Sleeper"});
     ASSERT_TRUE(launch("Sleeper"));
     ASSERT_TRUE(pumpUntil([&] { return log->console.find("sleeper ready") != std::string::npos; }));
     ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMRunning; }));
@@ -241,6 +268,34 @@ TEST_F(LiveModel, SuspendResumeAndHoldReleaseRoundTrip)
     ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMSuspend; }));
     jvm->ResumeVM();
     ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMRunning; }));
+
+    // A pause stops the running program once, at its next line; after a
+    // continue it runs on (two more rounds reported, no stop). Paused twice
+    // before that stop (the VM held meanwhile, so that the stop cannot come
+    // in between), the first pause's requests are withdrawn by the second.
+    for (int pauses : {1, 2}) {
+        SCOPED_TRACE(pauses);
+        const size_t stops = log->stops.size();
+        if (pauses == 2) {
+            jvm->SuspendVM();
+            ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMSuspend; }));
+        }
+        for (int i = 0; i < pauses; ++i)
+            EXPECT_TRUE(jvm->SuspendNextStep());
+        if (pauses == 2)
+            jvm->ResumeVM(true);
+        ASSERT_TRUE(waitStop(stops)) << dump();
+        EXPECT_EQ(lastStop().className, "Sleeper");
+        EXPECT_EQ(jvm->JVMState(), VMSuspend);
+        const size_t printed = rounds(log->console);
+        jvm->ResumeVM(true);
+        ASSERT_TRUE(pumpUntil([&] {
+            return rounds(log->console) >= printed + 2 || log->stops.size() > stops + 1 || jvm->JVMState() == VMDead;
+        })) << dump();
+        EXPECT_EQ(log->stops.size(), stops + 1) << "stopped again at " << lastStop().line << "\n" << dump();
+        EXPECT_EQ(jvm->JVMState(), VMRunning);
+    }
+
     handler->history().clear();
     jvm->HoldEvents();
     jvm->ReleaseEvents();

@@ -4,6 +4,7 @@
 // events of one composite, class preparation, breakpoints, steps and
 // exceptions, and packets that are cut short or made of garbage.
 #include <algorithm>
+#include <functional>
 #include <random>
 
 #include "codec_test_support.h"
@@ -51,11 +52,14 @@ std::string prepareEvent(uint64_t typeID, const std::string& signature)
 
 struct Recorder : JXMachineEvents {
     std::vector<std::string> log;
+    std::function<void()> onBreak; // the host's handler
     void VMStateChanged(VMState s) override { log.push_back("State(" + std::to_string(s) + ")"); }
     void Breakpoint(double thread, const std::string& cls, int32_t line, int32_t offset) override
     {
         log.push_back("Break(" + std::to_string(static_cast<int64_t>(thread)) + "," + cls + "," +
                       std::to_string(line) + "," + std::to_string(offset) + ")");
+        if (onBreak)
+            onBreak();
     }
     void DebugMessage(const std::string& s) override { log.push_back("Debug(" + s + ")"); }
     void Exception(const std::string& s) override { log.push_back("Exception(" + s + ")"); }
@@ -91,6 +95,14 @@ protected:
         recorder_->log.clear();
     }
     void decode(const std::string& payload) { JDWPMessageData().processEventCommand(payload); }
+    // Lets the scripted VM's answers in until `done`.
+    void pumpUntil(const std::function<bool()>& done)
+    {
+        for (int i = 0; i < 100 && !done(); ++i) {
+            MessagePump::instance().pumpOnce(0);
+            transport->pumpProcessEvents();
+        }
+    }
 
     std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
 };
@@ -220,6 +232,51 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
     }
 }
 
+// Hosts read values and resume from inside their Breakpoint handler (a
+// logpoint, a conditional breakpoint): the stop's thread, frame and state are
+// there before the event, and the state follows the resume.
+TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
+{
+    userClass();
+    const std::string breakAt11 = locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 7));
+    const std::string stepAt11 = locatedEvent(EK_SINGLE_STEP, 0x77, location(0x10, 0x31, 7));
+    enum Handler { Reads, Resumes, ResumesAndWaits };
+    const struct {
+        const char* name;
+        Handler handler;
+        std::string payload;
+        std::vector<std::string> events; // until the Resume reply has been handled
+    } rows[] = {
+        {"reads only", Reads, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)"}},
+        {"resumes", Resumes, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+        // The VM's "running" is read inside the handler: the stop is told first.
+        {"resumes and waits for the reply", ResumesAndWaits, composite(2, {breakAt11}),
+         {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+        // The step event beside the breakpoint is the same stop, left behind.
+        {"resumes at the first of two events", Resumes, composite(2, {breakAt11, stepAt11}),
+         {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fresh();
+        std::vector<std::tuple<VMState, double, bool>> seen; // state, thread, frame valid
+        recorder_->onBreak = [&, handler = row.handler] {
+            seen.emplace_back(jvm()->JVMState(), jvm()->currentThreadID(), jvm()->frameValid());
+            if (handler == Reads)
+                return;
+            jvm()->ResumeVM(true);
+            if (handler == ResumesAndWaits)
+                pumpUntil([&] { return jvm()->JVMState() != VMSuspend; });
+        };
+        decode(row.payload);
+        pumpUntil([&] { return jvm()->JVMState() != VMSuspend; });
+        recorder_->onBreak = nullptr;
+        EXPECT_EQ(recorder_->log, row.events);
+        EXPECT_EQ(seen, (std::vector<std::tuple<VMState, double, bool>>{{VMSuspend, 0x77, false}}));
+        EXPECT_EQ(jvm()->JVMState(), row.handler == Reads ? VMSuspend : VMRunning);
+    }
+}
+
 TEST_F(EventDecoders, ExceptionCaughtElsewhereStopsAndReportsTheObject)
 {
     userClass();
@@ -280,6 +337,50 @@ TEST_F(EventDecoders, DebugPrintHookPrintsItsArgumentWithoutAStop)
     decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x31, 0))}));
     EXPECT_TRUE(recorder_->log.empty()) << ::testing::PrintToString(recorder_->log);
     EXPECT_EQ(countOf(1, 9), 1u);
+}
+
+// A step ends at a stop; the events on its way that stop nothing are
+// resumed with the step request kept, or the step would run on like a
+// continue.
+TEST_F(EventDecoders, AStepGoesOnPastEventsThatDoNotEndIt)
+{
+    userClass();
+    userClass(0x11, "Lpkg/NotMine;");
+    auto debug = userClass(0x90, "LVB/Debug;");
+    addMethod(debug, 0x91, "Print", "(Ljava/lang/String;)V")
+        ->SetVariableTable({0, 1, {{0, "data", "Ljava/lang/String;", 0, 0}}});
+    vm->onPayload(11, 6, be32(1) + be64(0x5) + location(0x90, 0x91, 0));
+    vm->onPayload(16, 1, be32(1) + "s" + be64(0x72));
+    vm->onPayload(10, 1, jstr("\"hello\""));
+    const struct {
+        const char* name;
+        std::string event;
+        bool stops;
+    } rows[] = {
+        {"the debug-print hook", locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x91, 0)), false},
+        {"an exception caught in the class that threw it",
+         exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9)), false},
+        {"a class prepared on the way", prepareEvent(0x26, "Lpkg/Way;"), false},
+        {"a breakpoint in a class the filters reject", locatedEvent(EK_BREAKPOINT, 0x78, location(0x11, 0x31, 5)),
+         false},
+        {"a breakpoint on a user line", locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 5)), true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fresh();
+        auto step = std::make_shared<JXBreakpoint>();
+        step->JustStepping = true;
+        step->RequestEventID = 55;
+        jvm()->myLastStepEvent = step;
+        jvm()->myStepInProcess = true;
+        decode(composite(2, {row.event}));
+        EXPECT_EQ(countOf(1, 9), row.stops ? 0u : 1u);
+        EXPECT_EQ(countOf(15, 2), 0u) << "the step request is not withdrawn";
+        EXPECT_EQ(jvm()->myLastStepEvent, step);
+        EXPECT_EQ(jvm()->myStepInProcess, !row.stops);
+        EXPECT_EQ(recorder_->hasPrefix("Break("), row.stops);
+    }
+    jvm()->myLastStepEvent.reset();
 }
 
 TEST_F(EventDecoders, ClassPrepareRegistersTheClassAndAsksForItsExceptions)

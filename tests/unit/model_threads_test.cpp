@@ -1,6 +1,7 @@
 // Threads against the scripted VM: the list's positions and ids, the cached
 // name and group, the live state, the odd parent-group property, and the
 // arming of every non-system thread for suspend-at-next-step.
+#include <functional>
 #include <map>
 #include <tuple>
 
@@ -147,11 +148,77 @@ TEST_F(ModelThreads, SuspendNextStepArmsAllThreadsQuietly)
     EXPECT_EQ(steppedThreads(), (std::vector<std::string>{be64(3), be64(4)}));
     EXPECT_FALSE(jvm()->muteStateEvents()) << "restored";
     EXPECT_TRUE(log->states.empty()) << "no state change reaches the host";
+    EXPECT_EQ(jvm()->myLastStepEvent, nullptr) << "the threads' requests are not the session's step";
 
     vm->clearCommands();
     vm->on(1, 4, [](const SentCommand&, std::string&, uint16_t&) { return false; }); // never answered
     EXPECT_FALSE(jvm()->SuspendNextStep()) << "no list, nothing suspended";
     EXPECT_EQ(countOf(1, 8), 0u);
+}
+
+// Every request a pause places is cleared once, by the next pause or by the
+// stop that ends it, and never sent to the VM of a later session.
+TEST_F(ModelThreads, APausesRequestsAreClearedOnceAndOnlyInTheirOwnVM)
+{
+    vm->onPayload(1, 4, be32(2) + be64(3) + be64(4));
+    uint32_t nextId = 101;
+    vm->on(15, 1, [&](const SentCommand&, std::string& out, uint16_t&) {
+        out = be32(nextId++);
+        return true;
+    });
+    const auto cleared = [](std::initializer_list<uint32_t> ids) {
+        std::vector<std::string> out;
+        for (uint32_t id : ids)
+            out.push_back(u8(EK_SINGLE_STEP) + be32(id));
+        return out;
+    };
+    const auto pause = [&] { EXPECT_TRUE(jvm()->SuspendNextStep()); };
+    const struct {
+        const char* name;
+        std::function<void()> act;
+        std::vector<std::string> clears; // the Clear payloads sent by `act`
+    } steps[] = {
+        {"the first pause", pause, {}},
+        {"a second pause before any stop", pause, cleared({101, 102})},
+        {"a full resume before the stop", [&] { jvm()->ResumeVM(true); }, {}},
+        {"the pause's stop, a step event of one thread",
+         [&] { jvm()->GoSingleStep(103, 3, "Module1", 0x10, 0x31, 10, 0); }, cleared({103, 104})},
+        {"a breakpoint stop after it", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
+        {"a pause in a session that ended", [&] { pause(); jvm()->cleanup(); }, {}},
+        {"a stop in the next session", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        vm->clearCommands();
+        step.act();
+        std::vector<std::string> clears;
+        for (const auto& c : vm->commandsOf(15, 2))
+            clears.push_back(c.payload);
+        EXPECT_EQ(clears, step.clears);
+    }
+
+    // A stop decoded while the pause is being withdrawn (each Clear waits
+    // for its reply) leaves the list to the withdrawal under way.
+    pause(); // 107, 108
+    vm->clearCommands();
+    size_t clearsSeenByTheNestedStop = 0;
+    int idle = 0;
+    vm->on(15, 2, [&](const SentCommand&, std::string&, uint16_t&) {
+        if (!idle && countOf(15, 2) == 1)
+            idle = MessagePump::instance().addIdle([&] {
+                MessagePump::instance().removeIdle(idle);
+                jvm()->GoBreakpoint(9, 4, "Module1", 0x10, 0x31, 11, 0);
+                clearsSeenByTheNestedStop = countOf(15, 2);
+            });
+        return true;
+    });
+    jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0);
+    ASSERT_NE(idle, 0);
+    EXPECT_EQ(clearsSeenByTheNestedStop, 1u);
+    std::vector<std::string> clears;
+    for (const auto& c : vm->commandsOf(15, 2))
+        clears.push_back(c.payload);
+    EXPECT_EQ(clears, cleared({107, 108}));
 }
 
 } // namespace

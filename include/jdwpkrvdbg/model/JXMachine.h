@@ -85,6 +85,15 @@ public:
     void printConsole(const std::string& s);
     void GoException(const std::string& s);
     void GoSilentBreak(double threadID, double ClassID, double MethodID);
+    // A stop reported by an event: its thread, frame and the VMSuspend state
+    // are taken before the host hears of the stop, so that a handler reads
+    // the stop's values and may resume from it; VMStateChanged follows the
+    // handlers (announceStop), or comes first when the state moves on
+    // inside them.
+    void beginStop(double threadID);
+    void announceStop();
+    // The host resumed since the last stop began.
+    bool stopResumed() const { return myStopResumed_; }
 
     // --- whole-VM commands ---
     void ResumeVM(bool unregisterLastStep = false);
@@ -204,6 +213,11 @@ private:
     JDWPJVarValue readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive);
     std::string evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass);
     void holdOrRelease(bool hold, int16_t ErrCount);
+    // Enters a state, recording the thread of a suspension; true when the
+    // state changed (the host is to be told).
+    bool takeState(VMState NewState, double newThreadID);
+    // Withdraws the pause's per-thread stop requests and drops the list.
+    void disarmThreadList();
 
     std::shared_ptr<JXMachineEvents> myEvents_;
 
@@ -254,6 +268,8 @@ private:
     double myInvokeWaitingID_ = 0;
     double myInvokeTimedOutID_ = 0;
     uint32_t myInvokeTimeouts_ = 0;
+    bool myStopNoticePending_ = false;
+    bool myStopResumed_ = false;
 };
 
 } // namespace jdwpkrvdbg

@@ -95,12 +95,18 @@ public:
 private:
     bool processValueList(const std::string& s);
     bool processInvocationResult(const std::string& s);
+    // Begins the composite's stop at its first stopping event; false for a
+    // later one when the host has resumed from the stop meanwhile.
+    bool takeStop();
 
     std::vector<JDWPJVarValue> requestVar_;
     std::vector<JDWPJFrame> requestFrame_;
     std::vector<JDWPJClass> allClasses_;
     double myEventRequestID_ = 0;
     double myEventThreadID_ = 0;
+    bool myStopBegun_ = false;
+    // An exception stop's text, read while the thread is still at the stop.
+    std::string myExceptionText_;
 };
 
 } // namespace jdwpkrvdbg
