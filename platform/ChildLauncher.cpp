@@ -134,19 +134,19 @@ void closeDescriptorsFrom(int first, int keep)
 
 } // namespace
 
-pid_t launchChild(const ChildSpec& spec, int& error)
+pid_t launchChild(const ChildLaunch& launch, int& error)
 {
     error = 0;
-    const std::string program = resolveProgram(spec.path);
+    const std::string program = resolveProgram(launch.path);
     if (program.empty()) {
         error = ENOENT;
         return 0;
     }
     std::vector<char*> argv, envp;
-    for (const std::string& a : spec.argv)
+    for (const std::string& a : launch.argv)
         argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
-    for (const std::string& e : spec.env)
+    for (const std::string& e : launch.env)
         envp.push_back(const_cast<char*>(e.c_str()));
     envp.push_back(nullptr);
 
@@ -169,7 +169,7 @@ pid_t launchChild(const ChildSpec& spec, int& error)
         if (pid != 0)
             return;
         // The child.
-        if (spec.ownProcessGroup)
+        if (launch.ownProcessGroup)
             ::setpgid(0, 0);
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         // The parent died before the request was in place: nobody would send it.
@@ -182,15 +182,15 @@ pid_t launchChild(const ChildSpec& spec, int& error)
         sigset_t none;
         sigemptyset(&none);
         ::sigprocmask(SIG_SETMASK, &none, nullptr);
-        if (spec.stdinNull) {
+        if (launch.stdinNull) {
             const int fd = ::open("/dev/null", O_RDONLY);
             if (fd < 0 || ::dup2(fd, 0) < 0)
                 failInChild(report[1], errno);
             if (fd != 0)
                 ::close(fd);
         }
-        int out = spec.outputFd;
-        if (out < 0 && spec.outputNull)
+        int out = launch.outputFd;
+        if (out < 0 && launch.outputNull)
             out = ::open("/dev/null", O_WRONLY);
         if (out >= 0 && (::dup2(out, 1) < 0 || ::dup2(out, 2) < 0))
             failInChild(report[1], errno);
@@ -204,7 +204,7 @@ pid_t launchChild(const ChildSpec& spec, int& error)
         error = forkError;
         return 0;
     }
-    if (spec.ownProcessGroup)
+    if (launch.ownProcessGroup)
         ::setpgid(pid, pid); // also from here, so it holds before this returns
     int childError = 0;
     ssize_t n;

@@ -14,7 +14,7 @@
 
 namespace jdwpkrvdbg::platform_detail {
 
-struct ChildSpec {
+struct ChildLaunch {
     std::string path;                // resolved through PATH when it has no '/'
     std::vector<std::string> argv;   // argv[0] included
     std::vector<std::string> env;    // NAME=value
@@ -26,6 +26,6 @@ struct ChildSpec {
 
 // Starts the child; returns its pid, or 0 with `error` (an errno value) set
 // when it could not be started (exec failures included).
-pid_t launchChild(const ChildSpec& spec, int& error);
+pid_t launchChild(const ChildLaunch& launch, int& error);
 
 } // namespace jdwpkrvdbg::platform_detail

@@ -236,11 +236,11 @@ bool LinuxTransport::StartProcess(const std::string& Path, const std::string& Co
         KillProcess();
     closePipe();
 
-    platform_detail::ChildSpec spec;
-    spec.path = Path;
-    spec.argv.push_back(Path);
+    platform_detail::ChildLaunch launch;
+    launch.path = Path;
+    launch.argv.push_back(Path);
     for (std::string& w : words)
-        spec.argv.push_back(std::move(w));
+        launch.argv.push_back(std::move(w));
 
     const std::string libDir = libraryPath();
     bool sawLibraryPath = false;
@@ -255,13 +255,13 @@ bool LinuxTransport::StartProcess(const std::string& Path, const std::string& Co
                 value += ':';
                 value += old;
             }
-            spec.env.push_back(std::move(value));
+            launch.env.push_back(std::move(value));
         } else {
-            spec.env.emplace_back(entry);
+            launch.env.emplace_back(entry);
         }
     }
     if (!libDir.empty() && !sawLibraryPath)
-        spec.env.push_back("LD_LIBRARY_PATH=" + libDir);
+        launch.env.push_back("LD_LIBRARY_PATH=" + libDir);
 
     int pipeFds[2] = {-1, -1};
     if (bUsePipe && ::pipe2(pipeFds, O_CLOEXEC) != 0) {
@@ -272,13 +272,13 @@ bool LinuxTransport::StartProcess(const std::string& Path, const std::string& Co
     // reads nothing from it, and Ctrl-C there (a signal to the terminal's
     // foreground process group) is the host's alone. With a console it shares
     // the terminal, and so the host's group, as a console program would.
-    spec.stdinNull = !bConsole;
-    spec.outputFd = pipeFds[1];
-    spec.outputNull = !bUsePipe && !bConsole;
-    spec.ownProcessGroup = !bConsole;
+    launch.stdinNull = !bConsole;
+    launch.outputFd = pipeFds[1];
+    launch.outputNull = !bUsePipe && !bConsole;
+    launch.ownProcessGroup = !bConsole;
 
     int error = 0;
-    const pid_t pid = platform_detail::launchChild(spec, error);
+    const pid_t pid = platform_detail::launchChild(launch, error);
     if (pipeFds[1] >= 0)
         ::close(pipeFds[1]);
     if (pid == 0) {
