@@ -80,6 +80,15 @@ bool JXBreakpoint::unregisterBreakPoint()
 
 namespace {
 
+// A modifier that carries one number (a count, a thread).
+JDWPModifier numberModifier(ModifierKind kind, double value)
+{
+    JDWPModifier modifier;
+    modifier.Kind = kind;
+    modifier.RefLong = value;
+    return modifier;
+}
+
 void appendExcludes(std::vector<JDWPModifier>& modifiers, const std::vector<std::string>& patterns)
 {
     for (const std::string& pattern : patterns) {
@@ -108,12 +117,8 @@ bool JXBreakpoint::registerStepEvent(JDWPStepDepth stepDepth, const std::vector<
     step.RefStep.StepSize = JDWPStepSize::SS_LINE;
     step.RefStep.stepDepth = stepDepth;
     modifiers.push_back(step);
-    if (StepCount > 0) {
-        JDWPModifier count;
-        count.Kind = MK_Count;
-        count.RefLong = StepCount;
-        modifiers.push_back(count);
-    }
+    if (StepCount > 0)
+        modifiers.push_back(numberModifier(MK_Count, StepCount));
     appendExcludes(modifiers, extraExcludes);
     auto msg = factory->createGetEventRequestMessage(EK_SINGLE_STEP, JDWPSuspendPolicy::SS_All, modifiers,
                                                      static_cast<int32_t>(modifiers.size()), defaultFilter);
@@ -138,11 +143,7 @@ bool JXBreakpoint::registerStepEntry(const std::vector<std::string>& extraExclud
 {
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
-    std::vector<JDWPModifier> modifiers;
-    JDWPModifier thread;
-    thread.Kind = MK_ThreadOnly;
-    thread.RefLong = TargetThreadID;
-    modifiers.push_back(thread);
+    std::vector<JDWPModifier> modifiers{numberModifier(MK_ThreadOnly, TargetThreadID)};
     appendExcludes(modifiers, extraExcludes);
     auto msg = factory->createGetEventRequestMessage(EK_METHOD_ENTRY, JDWPSuspendPolicy::SS_All, modifiers,
                                                      static_cast<int32_t>(modifiers.size()),
