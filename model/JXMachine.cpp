@@ -58,6 +58,7 @@ void JXMachine::cleanup()
     myStepEntry_.reset();
     myStepSkips_.clear();
     myStepLanding_.clear();
+    myKnownLibraries_.clear();
     mySessionArray.clear();
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;

@@ -201,7 +201,14 @@ bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPS
     step->StepCount = 0;
     step->TargetThreadID = RefThreadID > 0 ? RefThreadID : myCurrentThreadID;
     unregisterLastStepEvent();
-    if (step->registerStepEvent(stepDepth)) {
+    // Library code an earlier step ran past is excluded from a step into at
+    // once, so the VM runs it without reporting it. Only steps into: over
+    // and out never enter a call, and their requests stay as they were.
+    if (stepDepth == SD_INTO) {
+        auto from = getClassByID(myStepFromClassID_);
+        myStepSkips_ = knownLibrariesAround(from ? from->ClassName() : std::string());
+    }
+    if (step->registerStepEvent(stepDepth, myStepSkips_)) {
         // A plain resume: the new step request must survive it.
         ResumeVM(false);
         return true;
@@ -295,6 +302,32 @@ std::string JXMachine::stepSkipPattern(const std::string& className) const
     return {};
 }
 
+void JXMachine::learnLibrary(const std::string& pattern)
+{
+    // Each pattern is one more modifier on every later step into; past the
+    // limit the oldest is forgotten (it is learned again when met again).
+    constexpr size_t kMaxKnownLibraries = 32;
+    if (std::find(myKnownLibraries_.begin(), myKnownLibraries_.end(), pattern) != myKnownLibraries_.end())
+        return;
+    if (myKnownLibraries_.size() >= kMaxKnownLibraries)
+        myKnownLibraries_.erase(myKnownLibraries_.begin());
+    myKnownLibraries_.push_back(pattern);
+}
+
+std::vector<std::string> JXMachine::knownLibrariesAround(const std::string& className) const
+{
+    // A step that begins inside a known library must still stop on its
+    // lines, so that library's pattern is left out.
+    const std::string name = dottedName(className);
+    std::vector<std::string> patterns;
+    for (const std::string& pattern : myKnownLibraries_) {
+        const std::string literal = pattern.substr(0, pattern.find('*'));
+        if (name.empty() || name.rfind(literal, 0) != 0)
+            patterns.push_back(pattern);
+    }
+    return patterns;
+}
+
 bool JXMachine::continueStep(double threadID)
 {
     const std::string landing = std::exchange(myStepLanding_, std::string());
@@ -310,8 +343,10 @@ bool JXMachine::continueStep(double threadID)
     const std::string pattern = landing.empty() ? std::string() : stepSkipPattern(landing);
     if (!pattern.empty() && std::find(myStepSkips_.begin(), myStepSkips_.end(), pattern) == myStepSkips_.end()) {
         myStepSkips_.push_back(pattern);
-        if (stepPastLibrary(thread))
+        if (stepPastLibrary(thread)) {
+            learnLibrary(pattern);
             return true;
+        }
         myStepSkips_.pop_back();
     }
     if (myStepSkips_.empty())

@@ -7,6 +7,7 @@ public class LibUser {
     public static void main(String[] args) {
         System.out.println("libuser start");
         long a = lib.Churn.churn(5000, null);                 // @lu-plain
+        a += lib.Churn.churn(5000, null);                     // @lu-plain-again
         long b = lib.Churn.churn(5000, () -> {                // @lu-lambda
             calls++;                                          // @lu-lambda-body
         });

@@ -123,7 +123,12 @@ public:
     std::shared_ptr<JXClass> getClassByObjectID(double ObjectID);
     std::shared_ptr<JXClass> getEventClassFromClass(const std::shared_ptr<JXClass>& refClass);
     bool redefineClass(const std::string& ClassName, const std::string& ClassBytes);
-    void setTargetClassName(const std::vector<std::string>& s) { myIncludeClassNames = s; }
+    void setTargetClassName(const std::vector<std::string>& s)
+    {
+        myIncludeClassNames = s;
+        // A pattern learned against other targets could hide one of these.
+        myKnownLibraries_.clear();
+    }
     void setExcludeClassName(const std::vector<std::string>& s) { myExcludeClassNames = s; }
     std::vector<std::string> getIncludeClassNames() const { return myIncludeClassNames; }
     std::vector<std::string> getExcludeClassNames() const { return myExcludeClassNames; }
@@ -165,6 +170,9 @@ public:
     // even that could hide a target.
     std::string stepSkipPattern(const std::string& className) const;
     const std::vector<std::string>& stepSkipPatterns() const { return myStepSkips_; }
+    // Code of no target that earlier steps ran past: a step into excludes it
+    // from the start, so the VM skips it without an event.
+    const std::vector<std::string>& knownLibraries() const { return myKnownLibraries_; }
 
     // --- value inspection and stack ---
     void setMaxValueSize(int32_t refMaxValueSize) { myMaxValueSize = refMaxValueSize; }
@@ -246,6 +254,9 @@ private:
     // step's method entry request while it runs past such code.
     std::vector<std::string> myStepSkips_;
     std::string myStepLanding_;
+    std::vector<std::string> myKnownLibraries_;
+    void learnLibrary(const std::string& pattern);
+    std::vector<std::string> knownLibrariesAround(const std::string& className) const;
     std::shared_ptr<JXBreakpoint> myStepEntry_;
     // Where the current step began: class, method, line.
     double myStepFromClassID_ = 0;
