@@ -46,6 +46,7 @@ protected:
 
 TEST_F(MessageTest, SerialisesInBothFramings)
 {
+    EXPECT_TRUE(handler->bRemoteConnection) << "standard JDWP framing unless the host says otherwise";
     const struct {
         const char* name;
         double id, flags;

@@ -275,6 +275,19 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
         EXPECT_EQ(seen, (std::vector<std::tuple<VMState, double, bool>>{{VMSuspend, 0x77, false}}));
         EXPECT_EQ(jvm()->JVMState(), row.handler == Reads ? VMSuspend : VMRunning);
     }
+
+    // The next stop may come before the reply to the Resume that led there:
+    // that stop takes its thread, and the late reply leaves it standing.
+    fresh();
+    decode(composite(2, {breakAt11}));
+    jvm()->ResumeVM(true);
+    decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
+    pumpUntil([&] { return handler->pendingSentCount() == 0; });
+    EXPECT_EQ(handler->pendingSentCount(), 0u) << "the Resume's reply came in";
+    EXPECT_EQ(recorder_->log,
+              (std::vector<std::string>{"Break(119,Module1,11,0)", "State(1)", "Break(120,Module1,13,0)"}));
+    EXPECT_EQ(jvm()->JVMState(), VMSuspend);
+    EXPECT_EQ(jvm()->currentThreadID(), 0x78);
 }
 
 TEST_F(EventDecoders, ExceptionCaughtElsewhereStopsAndReportsTheObject)
@@ -392,6 +405,8 @@ TEST_F(EventDecoders, ClassPrepareRegistersTheClassAndAsksForItsExceptions)
     EXPECT_TRUE(recorder_->has("Debug( *** Load pkg#Name)"));
     ASSERT_EQ(countOf(15, 1), 1u);
     EXPECT_EQ(vm->commandsOf(15, 1)[0].payload[0], EK_EXCEPTION);
+    // The VM matches class patterns in dotted form only.
+    EXPECT_NE(vm->commandsOf(15, 1)[0].payload.find(u8(MK_ClassMatch) + jstr("pkg.Name")), std::string::npos);
 
     vm->clearCommands();
     decode(composite(1, {prepareEvent(0x23, "Lpkg/Name$Inner;")}));

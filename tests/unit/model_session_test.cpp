@@ -266,7 +266,10 @@ TEST_F(ModelValues, TheCallsWindowEndsWithItsReply)
 TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
 {
     uint32_t invocation = 0;
-    vm->on(9, 6, [&](const SentCommand& c, std::string&, uint16_t&) {
+    std::function<bool(std::string&)> answer; // none: the call never returns
+    vm->on(9, 6, [&](const SentCommand& c, std::string& out, uint16_t&) {
+        if (answer)
+            return answer(out);
         invocation = c.id;
         return false;
     });
@@ -285,6 +288,22 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
                                             "of label, and an earlier call is still running in this thread)" + a);
     vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0));
     EXPECT_EQ(jvm()->JVMState(), VMSuspend);
+
+    // A late reply ends no other call's window: the events of a call made
+    // meanwhile in another thread are still that call's own.
+    EXPECT_NE(jvm()->getValue("a.label").find("did not return"), std::string::npos);
+    jvm()->GoVMStateChange(VMSuspend, 2);
+    answer = [&](std::string& out) {
+        vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0));
+        EXPECT_TRUE(jvm()->isInvokeInProcess());
+        breakpointEvent(); // hit by this call
+        out = "s" + be64(0x78) + "L" + be64(0);
+        return true;
+    };
+    const size_t stops = log->stops.size(), resumes = countOf(1, 9);
+    EXPECT_EQ(jvm()->getValue("a.label"), "#a.label: xxxxxxxxxxxxxxxxxxxx{~}y#" + a);
+    EXPECT_EQ(log->stops.size(), stops) << "this call's own stop reached the host";
+    EXPECT_EQ(countOf(1, 9), resumes + 1);
 }
 
 } // namespace

@@ -164,6 +164,17 @@ TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
     EXPECT_LT(now - before, 500u) << "no waiting while disconnected";
     EXPECT_EQ(transport->sent.size(), 1u) << "nothing sent while disconnected";
     EXPECT_EQ(handler->pendingSyncCount(), 0u);
+
+    // A connection that drops while the call waits ends the wait at once.
+    transport->connectedFlag = true;
+    vm->on(1, 1, [&](const SentCommand&, std::string&, uint16_t&) {
+        transport->connectedFlag = false;
+        return false;
+    });
+    const uint32_t sent = now;
+    EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000), nullptr);
+    EXPECT_LT(now - sent, 500u) << "no waiting for a reply nobody can send";
+    EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
 TEST_F(SessionExchange, UnknownReplyIdDiscardsTheWholeBuffer)
