@@ -42,6 +42,8 @@ namespace {
 
 constexpr int32_t kWaitMs = 4000;
 constexpr uint32_t kConfirmMs = 3000;
+// How long a launch or attach waits for configurationDone before it starts.
+constexpr uint32_t kConfigurationWaitMs = 1000;
 // The one exception filter: what the library stops on.
 constexpr const char* kExceptionFilter = "leavingThrowingClass";
 
@@ -330,18 +332,30 @@ void DapAdapter::handle(const json& message)
         respond(message, ok, ok ? body : json(), error);
     if (startAfterResponse_) {
         startAfterResponse_ = false;
-        const json launch = std::move(pendingStart_);
-        pendingStart_ = json();
-        inRequest_ = true;
-        std::string why;
-        try {
-            start();
-        } catch (const DapError& e) {
-            why = e.message;
-        }
-        inRequest_ = false;
-        respond(launch, why.empty(), json(), why);
+        startPending();
+        return;
     }
+    auto held = std::move(held_);
+    held_.clear();
+    for (auto& e : held) {
+        e["seq"] = seq_++;
+        sink_(e);
+    }
+}
+
+void DapAdapter::startPending()
+{
+    const json launch = std::move(pendingStart_);
+    pendingStart_ = json();
+    inRequest_ = true;
+    std::string why;
+    try {
+        start();
+    } catch (const DapError& e) {
+        why = e.message;
+    }
+    inRequest_ = false;
+    respond(launch, why.empty(), json(), why);
     auto held = std::move(held_);
     held_.clear();
     for (auto& e : held) {
@@ -445,6 +459,7 @@ void DapAdapter::onLaunch(const json& args, json& body)
     state_ = State::Starting;
     if (!configurationDone_) {
         pendingStart_ = currentRequest_;
+        pendingSince_ = GetTickCount();
         deferred_ = true;
         return;
     }
@@ -459,6 +474,7 @@ void DapAdapter::onAttach(const json& args, json& body)
     state_ = State::Starting;
     if (!configurationDone_) {
         pendingStart_ = currentRequest_;
+        pendingSince_ = GetTickCount();
         deferred_ = true;
         return;
     }
@@ -1078,6 +1094,9 @@ void DapAdapter::inputClosed()
 
 void DapAdapter::poll()
 {
+    // A client that never sends configurationDone still gets its program.
+    if (!pendingStart_.is_null() && !configurationDone_ && GetTickCount() - pendingSince_ >= kConfigurationWaitMs)
+        startPending();
     auto& jvm = *handler_->myJVM();
     for (auto& o : events_->output())
         emit("output", {{"category", o.category}, {"output", o.text}});
