@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
@@ -211,7 +212,12 @@ DapAdapter::DapAdapter(Sink sink) : sink_(std::move(sink))
     handler_->myJVM()->setEvents(events_);
     // Thread starts and ends are handled inside the library; the packet
     // trace tells that one came, and the thread list is compared then.
-    handler_->history().setListener([this](const std::string& line) {
+    // KRVDBG_DAP_TRACE=1 writes every JDWP packet to stderr.
+    const char* trace = std::getenv("KRVDBG_DAP_TRACE");
+    const bool tracing = trace && *trace && std::string(trace) != "0";
+    handler_->history().setListener([this, tracing](const std::string& line) {
+        if (tracing)
+            std::fprintf(stderr, "%s\n", line.c_str());
         if (line.find("Thread Start") != std::string::npos || line.find("Thread Death") != std::string::npos)
             threadsDirty_ = true;
     });
