@@ -984,6 +984,15 @@ void DapAdapter::step(const json& args, int depth)
         const auto& loc = reply->myDataContainer()->requestFrame().front().FrameLocation;
         jvm.GoSilentBreak(thread, loc.ClassID, loc.MethodID);
     }
+    // A line step from a native method (a pause in Thread.sleep) never
+    // completes in the VM; stepping out of it lands on the caller's line.
+    constexpr double kNativeBit = 0x0100;
+    if (depth != SD_OUT) {
+        auto cls = jvm.getClassByID(jvm.currentClassID(), false);
+        auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
+        if (method && std::fmod(std::floor(method->MethodBits / kNativeBit), 2) == 1)
+            depth = SD_OUT;
+    }
     events_->expectStep();
     if (!jvm.ResumeVMStepByStep(false, thread, static_cast<JDWPStepDepth>(depth))) {
         events_->clearStep();
