@@ -29,13 +29,13 @@
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/protocol/cIEEE.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
 
 namespace {
 
-constexpr int32_t kSyncWaitMs = 4000;
 constexpr int kTagLength = 1;
 constexpr int kIntLength = 4;
 constexpr int kLongLength = 8;
@@ -323,45 +323,59 @@ bool JDWPMessageData::processGetClassIDBySignatureMessage(const std::string& s)
 // ---------------------------------------------------------------------------
 // Model tables
 
-bool JDWPMessageData::processFields(const std::string& s, const MsgRef& refOwner)
+namespace {
+
+// Fields and methods come as the same record: id, name, signature and
+// modifier bits. Each record becomes a member of the class through `add`.
+// Intended: field ids are read with the method-id width too.
+template <typename Add>
+bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, Add add)
 {
-    auto cls = requestClass(refOwner);
     if (!cls)
         return false;
     int64_t pos = 1;
     const int64_t wireCount = readCount(s, pos);
     const int64_t count = boundedCount(wireCount, s, pos);
     for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
-        auto field = std::make_shared<JXField>();
-        // Intended: the field id is read with the method-id width.
-        pos += ReadNumber(s, pos, field->FieldID, methodWidth());
-        pos += ReadString(s, pos, field->FieldName);
-        pos += ReadString(s, pos, field->FieldSignature);
-        pos += ReadNumber(s, pos, field->FieldBits, kIntLength);
-        field->ClassID = cls->ClassID;
-        cls->addField(field);
+        double id = 0, bits = 0;
+        std::string name, signature;
+        pos += ReadNumber(s, pos, id, methodWidth());
+        pos += ReadString(s, pos, name);
+        pos += ReadString(s, pos, signature);
+        pos += ReadNumber(s, pos, bits, kIntLength);
+        add(id, std::move(name), std::move(signature), bits);
     }
     return true;
+}
+
+} // namespace
+
+bool JDWPMessageData::processFields(const std::string& s, const MsgRef& refOwner)
+{
+    auto cls = requestClass(refOwner);
+    return readMembers(s, cls, [&](double id, std::string name, std::string signature, double bits) {
+        auto field = std::make_shared<JXField>();
+        field->FieldID = id;
+        field->FieldName = std::move(name);
+        field->FieldSignature = std::move(signature);
+        field->FieldBits = bits;
+        field->ClassID = cls->ClassID;
+        cls->addField(field);
+    });
 }
 
 bool JDWPMessageData::processMethods(const std::string& s, const MsgRef& refOwner)
 {
     auto cls = requestClass(refOwner);
-    if (!cls)
-        return false;
-    int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    return readMembers(s, cls, [&](double id, std::string name, std::string signature, double bits) {
         auto method = std::make_shared<JXMethod>();
-        pos += ReadNumber(s, pos, method->MethodID, methodWidth());
-        pos += ReadString(s, pos, method->MethodName);
-        pos += ReadString(s, pos, method->MethodSignature);
-        pos += ReadNumber(s, pos, method->MethodBits, kIntLength);
+        method->MethodID = id;
+        method->MethodName = std::move(name);
+        method->MethodSignature = std::move(signature);
+        method->MethodBits = bits;
         method->ClassID = cls->ClassID;
         cls->addMethod(method);
-    }
-    return true;
+    });
 }
 
 bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOwner)
@@ -458,14 +472,9 @@ bool JDWPMessageData::processAllClasses(const std::string& s)
         pos += ReadNumber(s, pos, entry.ClassID, refTypeWidth());
         pos += ReadString(s, pos, entry.ClassSignature);
         pos += ReadNumber(s, pos, entry.ClassStatus, kIntLength);
+        // Listed only: entering a class in the registry is the class-prepare
+        // event's business.
         allClasses_.push_back(entry);
-        // A model object per entry; entering it in the registry is the
-        // registry's business (class-prepare events do that).
-        auto cls = std::make_shared<JXClass>();
-        cls->ClassID = entry.ClassID;
-        cls->ClassTypeTag = entry.ClassTypeTag;
-        cls->ClassSignature = entry.ClassSignature;
-        cls->ClassStatus = entry.ClassStatus;
     }
     return true;
 }
@@ -611,7 +620,7 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
         double id = 0;
         pos += ReadNumber(s, pos, id, objectWidth());
         if (id != 0) {
-            auto reply = handler->sendSync(handler->myFactory()->createGetUTF8StringMessage(id), kSyncWaitMs);
+            auto reply = handler->sendSync(handler->myFactory()->createGetUTF8StringMessage(id), kReplyWaitMs);
             if (reply)
                 value.VarValue = reply->myDataContainer()->RequestUTF8String;
         }
@@ -914,29 +923,31 @@ bool JDWPMessageData::takeStop()
     return !jvm->stopResumed();
 }
 
-int32_t JDWPMessageData::processThreadStart(const std::string& s, int64_t& pos)
+void JDWPMessageData::skipRequestAndThread(const std::string& s, int64_t& pos)
 {
-    // The thread list is refreshed elsewhere; only the fields are consumed.
+    // Thread lists are refreshed when asked for, so these events' thread is
+    // not kept; the fields are consumed to reach the next event.
     double requestID = 0, threadID = 0;
     pos += ReadNumber(s, pos, requestID, kIntLength);
     pos += ReadNumber(s, pos, threadID, objectWidth());
+}
+
+int32_t JDWPMessageData::processThreadStart(const std::string& s, int64_t& pos)
+{
+    skipRequestAndThread(s, pos);
     return -1;
 }
 
 int32_t JDWPMessageData::processThreadDeath(const std::string& s, int64_t& pos)
 {
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     return -1;
 }
 
 int64_t JDWPMessageData::processEventCommandPrePare(const std::string& s, int64_t& pos)
 {
     auto jvm = session();
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     auto cls = std::make_shared<JXClass>();
     pos += ReadNumber(s, pos, cls->ClassTypeTag, kTagLength);
     // Intended: the type id is read with the object-id width.
@@ -952,9 +963,7 @@ int64_t JDWPMessageData::processEventCommandPrePare(const std::string& s, int64_
 
 bool JDWPMessageData::processEventCommandVMStart(const std::string& s, int64_t& pos)
 {
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     return true;
 }
 

@@ -16,6 +16,7 @@
 #include <jdwpkrvdbg/protocol/JDWPMessageData.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
+#include <jdwpkrvdbg/session/JDWPLimits.h>
 
 #include "ClassNames.h"
 #include "CommandSyntax.h"
@@ -99,18 +100,17 @@ struct ThreadPlace {
 ThreadPlace placeOf(Session& session, double threadID)
 {
     constexpr int32_t kMaxFrames = 64;
-    constexpr int32_t kWaitMs = 4000;
     auto& handler = session.handler();
     auto& jvm = session.jvm();
     ThreadPlace place;
-    const auto countReply = handler.sendSync(handler.myFactory()->createGetFrameCountMessage(threadID), kWaitMs);
+    const auto countReply = handler.sendSync(handler.myFactory()->createGetFrameCountMessage(threadID), kReplyWaitMs);
     if (!countReply || !countReply->hasDataContainer())
         return place;
     const auto count = static_cast<int32_t>(std::llround(countReply->myDataContainer()->RequestFrameCount));
     if (count <= 0)
         return place;
     const auto reply =
-        handler.sendSync(handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kWaitMs);
+        handler.sendSync(handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return place;
     std::string top;

@@ -52,7 +52,9 @@ Session::Session(const Options& options, Printer& printer) : options_(options), 
         return bp && bp->UsedByVM;
     });
     events_->setStateHook([this](VMState state) { onStateChanged(state); });
-    handler_->history().setListener([this](const std::string& line) { onPacketLine(line); });
+    packetObserver_ = handler_->addPacketObserver([this](const PacketEvent& packet) { onPacket(packet); });
+    if (options_.trace)
+        handler_->history().setListener([this](const std::string& line) { printer_.trace(line); });
 
     // The program's classes: the main class, the classes in the class
     // path's folders, --target (classes and patterns), and every class named
@@ -89,19 +91,17 @@ Session::~Session()
 {
     shutdown();
     handler_->history().setListener(nullptr);
+    handler_->removePacketObserver(packetObserver_);
     handler_->myJVM()->setEvents(nullptr);
     handler_.reset();
     setCurrentHandler(nullptr);
 }
 
-void Session::onPacketLine(const std::string& line)
+void Session::onPacket(const PacketEvent& packet)
 {
-    static const std::string kResumeReply = " Resume VM";
-    if (line.rfind("<- ", 0) == 0 && line.find(" reply err=0 ") != std::string::npos && line.size() > kResumeReply.size() &&
-        line.compare(line.size() - kResumeReply.size(), kResumeReply.size(), kResumeReply) == 0)
+    if (packet.direction == PacketEvent::Direction::Received && packet.reply && packet.errorCode == 0 &&
+        packet.commandSet == CMDSET_VirtualMachine && packet.command == VM_RESUME)
         lastResumeReply_ = ++sequence_;
-    if (options_.trace)
-        printer_.trace(line);
 }
 
 void Session::onStateChanged(VMState state)
