@@ -145,7 +145,8 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
     std::vector<std::vector<std::string>> trace;
     const int32_t count = getStackCount();
     auto handler = getCurrentHandler();
-    auto reply = handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, count), kReplyWaitMs);
+    auto reply =
+        handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, count), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return trace;
     const auto frames = reply->myDataContainer()->requestFrame();
@@ -186,8 +187,8 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
 bool JXMachine::PopFrame()
 {
     auto handler = getCurrentHandler();
-    const bool popped = succeeded(
-        handler->sendSync(handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs));
+    const bool popped = succeeded(handler->sendSync(
+        handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs));
     // The frame is gone; the next evaluation asks for the new top frame
     // instead of reading the old one's slots.
     if (popped)
@@ -223,7 +224,8 @@ JDWPJVarValue JXMachine::readLocal(const std::string& name, const std::shared_pt
         if (myFrameMethodID_ != 0 && myFrameMethodID_ != method->MethodID)
             return std::shared_ptr<JDWPMessage>();
         return handler->sendSync(
-            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature), kReplyWaitMs);
+            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature),
+            kReplyWaitMs);
     };
     auto reply = read();
     if (!reply)

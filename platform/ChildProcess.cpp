@@ -3,7 +3,7 @@
 #include "ChildProcess.h"
 
 #include "ChildLauncher.h"
-#include "PlatformLimits.h"
+#include "TransportParts.h"
 #include "ShmemRing.h"
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
@@ -286,14 +286,7 @@ void ChildProcess::onPipeReady()
 
 void ChildProcess::closePipe()
 {
-    if (pipeWatch_ != 0) {
-        pump_.removeWatch(pipeWatch_);
-        pipeWatch_ = 0;
-    }
-    if (pipeFd_ >= 0) {
-        ::close(pipeFd_);
-        pipeFd_ = -1;
-    }
+    unwatchAndClose(pump_, pipeWatch_, pipeFd_);
 }
 
 void ChildProcess::onExited()

@@ -60,22 +60,20 @@ LinuxTransport::LinuxTransport(MessagePump& pump) : pump_(pump)
                 events_->terminated();
         });
     // Both connections report through the same three events.
-    auto connected = [this] {
-        if (events_)
-            events_->connected();
-    };
-    auto receive = [this](const std::string& bytes) {
-        if (events_)
-            events_->receive(bytes);
-    };
-    auto disconnected = [this] {
-        if (events_)
-            events_->disconnected();
-    };
-    socket_ = std::make_unique<SocketConnection>(pump_, SocketConnection::Events{connected, receive, disconnected},
-                                                 statusText_);
-    shmem_ = std::make_unique<ShmemConnection>(pump_, ShmemConnection::Events{connected, receive, disconnected},
-                                               statusText_);
+    const ConnectionEvents relay{[this] {
+                                     if (events_)
+                                         events_->connected();
+                                 },
+                                 [this](const std::string& bytes) {
+                                     if (events_)
+                                         events_->receive(bytes);
+                                 },
+                                 [this] {
+                                     if (events_)
+                                         events_->disconnected();
+                                 }};
+    socket_ = std::make_unique<SocketConnection>(pump_, relay, statusText_);
+    shmem_ = std::make_unique<ShmemConnection>(pump_, relay, statusText_);
 }
 
 LinuxTransport::~LinuxTransport()

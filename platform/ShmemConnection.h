@@ -10,17 +10,13 @@
 #include <string>
 
 #include "ShmemChannel.h"
-#include "jdwpkrvdbg/platform/MessagePump.h"
+#include "TransportParts.h"
 
 namespace jdwpkrvdbg::platform_detail {
 
 class ShmemConnection {
 public:
-    struct Events {
-        std::function<void()> connected;
-        std::function<void(const std::string& record)> receive;
-        std::function<void()> disconnected;
-    };
+    using Events = ConnectionEvents;
 
     // A failure's text goes to `status`, which the transport reports.
     ShmemConnection(MessagePump& pump, Events events, std::string& status);

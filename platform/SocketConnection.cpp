@@ -1,7 +1,7 @@
 // The transport's JDWP socket (see SocketConnection.h).
 #include "SocketConnection.h"
 
-#include "PlatformLimits.h"
+#include "TransportParts.h"
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -147,10 +147,7 @@ void SocketConnection::finishConnect()
         events_.connected();
         return;
     }
-    pump_.removeWatch(watch_);
-    watch_ = 0;
-    ::close(fd_);
-    fd_ = -1;
+    unwatchAndClose(pump_, watch_, fd_);
     startNextAddress(error);
 }
 
@@ -186,18 +183,24 @@ void SocketConnection::read()
     }
 }
 
-bool SocketConnection::flushSendQueue()
+bool SocketConnection::writeSome(const std::string& data, size_t& done)
 {
-    while (sendOffset_ < sendQueue_.size()) {
-        ssize_t n = ::send(fd_, sendQueue_.data() + sendOffset_, sendQueue_.size() - sendOffset_, MSG_NOSIGNAL);
+    while (done < data.size()) {
+        ssize_t n = ::send(fd_, data.data() + done, data.size() - done, MSG_NOSIGNAL);
         if (n > 0) {
-            sendOffset_ += static_cast<size_t>(n);
+            done += static_cast<size_t>(n);
             continue;
         }
         if (n < 0 && errno == EINTR)
             continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            break;
+        return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    }
+    return true;
+}
+
+bool SocketConnection::flushSendQueue()
+{
+    if (!writeSome(sendQueue_, sendOffset_)) {
         sendQueue_.clear();
         sendOffset_ = 0;
         updateEvents();
@@ -235,18 +238,8 @@ bool SocketConnection::send(const std::string& data)
         return true;
     }
     size_t done = 0;
-    while (done < data.size()) {
-        ssize_t n = ::send(fd_, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (n > 0) {
-            done += static_cast<size_t>(n);
-            continue;
-        }
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
-            break;
+    if (!writeSome(data, done))
         return false; // broken connection: the read side reports the drop
-    }
     if (done < data.size()) {
         sendQueue_.assign(data, done, std::string::npos);
         sendOffset_ = 0;
@@ -268,14 +261,7 @@ bool SocketConnection::waitAndRead(int maxWaitMs)
 
 void SocketConnection::close()
 {
-    if (watch_ != 0) {
-        pump_.removeWatch(watch_);
-        watch_ = 0;
-    }
-    if (fd_ >= 0) {
-        ::close(fd_);
-        fd_ = -1;
-    }
+    unwatchAndClose(pump_, watch_, fd_);
     sendQueue_.clear();
     sendOffset_ = 0;
     state_ = State::Idle;

@@ -13,17 +13,13 @@
 #include <string>
 #include <vector>
 
-#include "jdwpkrvdbg/platform/MessagePump.h"
+#include "TransportParts.h"
 
 namespace jdwpkrvdbg::platform_detail {
 
 class SocketConnection {
 public:
-    struct Events {
-        std::function<void()> connected;
-        std::function<void(const std::string& bytes)> receive;
-        std::function<void()> disconnected;
-    };
+    using Events = ConnectionEvents;
 
     // A failure's text goes to `status`, which the transport reports.
     SocketConnection(MessagePump& pump, Events events, std::string& status);
@@ -56,6 +52,9 @@ private:
     void onReady(short revents);
     void finishConnect();
     void read();
+    // Writes from `done` on while the socket takes it; false when the
+    // connection broke.
+    bool writeSome(const std::string& data, size_t& done);
     bool flushSendQueue();
     void updateEvents();
 

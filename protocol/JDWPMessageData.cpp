@@ -326,10 +326,12 @@ bool JDWPMessageData::processGetClassIDBySignatureMessage(const std::string& s)
 namespace {
 
 // Fields and methods come as the same record: id, name, signature and
-// modifier bits. Each record becomes a member of the class through `add`.
+// modifier bits. Each record becomes a member of the class.
 // Intended: field ids are read with the method-id width too.
-template <typename Add>
-bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, Add add)
+template <typename Member>
+bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, double Member::*id,
+                 std::string Member::*name, std::string Member::*signature, double Member::*bits,
+                 bool (JXClass::*add)(const std::shared_ptr<Member>&))
 {
     if (!cls)
         return false;
@@ -337,13 +339,13 @@ bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, Add 
     const int64_t wireCount = readCount(s, pos);
     const int64_t count = boundedCount(wireCount, s, pos);
     for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
-        double id = 0, bits = 0;
-        std::string name, signature;
-        pos += ReadNumber(s, pos, id, methodWidth());
-        pos += ReadString(s, pos, name);
-        pos += ReadString(s, pos, signature);
-        pos += ReadNumber(s, pos, bits, kIntLength);
-        add(id, std::move(name), std::move(signature), bits);
+        auto member = std::make_shared<Member>();
+        pos += ReadNumber(s, pos, (*member).*id, methodWidth());
+        pos += ReadString(s, pos, (*member).*name);
+        pos += ReadString(s, pos, (*member).*signature);
+        pos += ReadNumber(s, pos, (*member).*bits, kIntLength);
+        member->ClassID = cls->ClassID;
+        ((*cls).*add)(member);
     }
     return true;
 }
@@ -352,30 +354,14 @@ bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, Add 
 
 bool JDWPMessageData::processFields(const std::string& s, const MsgRef& refOwner)
 {
-    auto cls = requestClass(refOwner);
-    return readMembers(s, cls, [&](double id, std::string name, std::string signature, double bits) {
-        auto field = std::make_shared<JXField>();
-        field->FieldID = id;
-        field->FieldName = std::move(name);
-        field->FieldSignature = std::move(signature);
-        field->FieldBits = bits;
-        field->ClassID = cls->ClassID;
-        cls->addField(field);
-    });
+    return readMembers(s, requestClass(refOwner), &JXField::FieldID, &JXField::FieldName, &JXField::FieldSignature,
+                       &JXField::FieldBits, &JXClass::addField);
 }
 
 bool JDWPMessageData::processMethods(const std::string& s, const MsgRef& refOwner)
 {
-    auto cls = requestClass(refOwner);
-    return readMembers(s, cls, [&](double id, std::string name, std::string signature, double bits) {
-        auto method = std::make_shared<JXMethod>();
-        method->MethodID = id;
-        method->MethodName = std::move(name);
-        method->MethodSignature = std::move(signature);
-        method->MethodBits = bits;
-        method->ClassID = cls->ClassID;
-        cls->addMethod(method);
-    });
+    return readMembers(s, requestClass(refOwner), &JXMethod::MethodID, &JXMethod::MethodName,
+                       &JXMethod::MethodSignature, &JXMethod::MethodBits, &JXClass::addMethod);
 }
 
 bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOwner)

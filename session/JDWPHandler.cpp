@@ -263,7 +263,8 @@ void JDWPHandler::disconnected()
 {
     history_.recordNote("disconnected");
     if (!bDisconnecting && !bStartedProcess)
-        getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", kMsgBoxInformation, "Debugger");
+        getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", kMsgBoxInformation,
+                                              "Debugger");
     bHandshakeDone = false;
     if (JDWPCon_)
         JDWPCon_->KillProcess();

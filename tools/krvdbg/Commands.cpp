@@ -109,8 +109,8 @@ ThreadPlace placeOf(Session& session, double threadID)
     const auto count = static_cast<int32_t>(std::llround(countReply->myDataContainer()->RequestFrameCount));
     if (count <= 0)
         return place;
-    const auto reply =
-        handler.sendSync(handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kReplyWaitMs);
+    const auto reply = handler.sendSync(
+        handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return place;
     std::string top;
@@ -268,20 +268,23 @@ const std::vector<Commands::Verb>& Commands::verbs()
 
 std::vector<std::string> Commands::helpLines()
 {
-    constexpr size_t kTextColumn = 31;
+    // Where the help text starts, the two leading blanks included.
+    constexpr size_t kTextColumn = 33;
     std::vector<std::string> lines{"Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):"};
     for (const Verb& v : verbs()) {
         for (const HelpLine& h : v.help) {
+            // The text starts at its column, or three blanks after a long usage.
             const std::string usage = std::string("  ") + h.usage;
-            std::string text = h.text;
-            std::string line = usage + std::string(usage.size() < kTextColumn + 2 ? kTextColumn + 2 - usage.size() : 3, ' ');
+            const std::string text = h.text;
+            std::string line =
+                usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
             for (size_t start = 0;;) {
                 const size_t end = text.find('\n', start);
                 lines.push_back(line + text.substr(start, end == std::string::npos ? end : end - start));
                 if (end == std::string::npos)
                     break;
                 start = end + 1;
-                line = std::string(kTextColumn + 2, ' ');
+                line = std::string(kTextColumn, ' ');
             }
         }
     }

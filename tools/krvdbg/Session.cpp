@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include <jdwpkrvdbg/model/JXBreakpoint.h>
+#include <jdwpkrvdbg/protocol/ByteStrings.h>
 #include <jdwpkrvdbg/platform/Clock.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
 #include <jdwpkrvdbg/session/modMain.h>
@@ -30,15 +31,6 @@ constexpr uint32_t kPumpSliceMs = 50;
 // After the VM reported its end, how long the process may take to exit and
 // hand over the rest of its console output.
 constexpr uint32_t kDrainMs = 5000;
-
-std::string crLfToLf(const std::string& s)
-{
-    std::string out;
-    for (size_t i = 0; i < s.size(); ++i)
-        if (!(s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n'))
-            out += s[i];
-    return out;
-}
 
 } // namespace
 
@@ -214,7 +206,7 @@ bool Session::start()
     }
     if (!ok) {
         failureText_ = events_->lastMessage().empty() ? "the VM could not be started or reached"
-                                                      : crLfToLf(events_->lastMessage());
+                                                      : ReplaceAll(events_->lastMessage(), "\r\n", "\n");
         if (options_.mode == LaunchMode::SharedMemory)
             failureText_ += "\n(--shmem needs the library's shared-memory transport and, for the VM, "
                             "libdt_shmem.so next to the library or in JDWPKRVDBG_SHMEM_DIR; "
