@@ -93,6 +93,17 @@ int64_t readCount(const std::string& s, int64_t& pos)
     return count;
 }
 
+// Reads a count-prefixed list at `pos`: `readOne` once per element while
+// the payload lasts, never more often than its remaining bytes allow.
+template <typename ReadOne>
+void readList(const std::string& s, int64_t& pos, ReadOne readOne)
+{
+    const int64_t wireCount = readCount(s, pos);
+    const int64_t count = boundedCount(wireCount, s, pos);
+    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i)
+        readOne();
+}
+
 // `n` bytes from the 1-based position; a missing byte is taken as zero so the
 // result always has `n` bytes.
 std::string bytesAt(const std::string& s, int64_t pos, int n)
@@ -336,9 +347,7 @@ bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, doub
     if (!cls)
         return false;
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         auto member = std::make_shared<Member>();
         pos += ReadNumber(s, pos, (*member).*id, methodWidth());
         pos += ReadString(s, pos, (*member).*name);
@@ -346,7 +355,7 @@ bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, doub
         pos += ReadNumber(s, pos, (*member).*bits, kIntLength);
         member->ClassID = cls->ClassID;
         ((*cls).*add)(member);
-    }
+    });
     return true;
 }
 
@@ -373,14 +382,12 @@ bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOw
     int64_t pos = 1;
     pos += ReadNumber(s, pos, table.startIndex, kLongLength);
     pos += ReadNumber(s, pos, table.endIndex, kLongLength);
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJLineTableItem item;
         pos += ReadNumber(s, pos, item.lineCodeIndex, kLongLength);
         pos += ReadNumber(s, pos, item.lineNumber, kIntLength);
         table.Lines.push_back(item);
-    }
+    });
     // The count of the lines actually read: equal to the wire count for a
     // whole reply, and never more than Lines holds for a cut one.
     table.LineCount = static_cast<double>(table.Lines.size());
@@ -396,9 +403,7 @@ bool JDWPMessageData::processVariableTable(const std::string& s, const MsgRef& r
     JDWPJVariableTable table;
     int64_t pos = 1;
     pos += ReadNumber(s, pos, table.argCnt, kIntLength);
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJVariableTableSlot slot;
         pos += ReadNumber(s, pos, slot.vt_codeIndex, kLongLength);
         pos += ReadString(s, pos, slot.vt_name);
@@ -406,7 +411,7 @@ bool JDWPMessageData::processVariableTable(const std::string& s, const MsgRef& r
         pos += ReadNumber(s, pos, slot.vt_length, kIntLength);
         pos += ReadNumber(s, pos, slot.vt_slot, kIntLength);
         table.Slot.push_back(std::move(slot));
-    }
+    });
     table.slotsCount = static_cast<double>(table.Slot.size());
     method->SetVariableTable(table);
     return true;
@@ -416,29 +421,25 @@ bool JDWPMessageData::processFrameList(const std::string& s)
 {
     requestFrame_.clear();
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJFrame frame;
         pos += ReadNumber(s, pos, frame.FrameID, frameWidth());
         pos += ReadLocation(s, pos, frame.FrameLocation);
         requestFrame_.push_back(frame);
-    }
+    });
     return true;
 }
 
 bool JDWPMessageData::processAllThreads(const std::string& s)
 {
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
     const int width = objectWidth();
     std::vector<double> ids;
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         double id = 0;
         pos += ReadNumber(s, pos, id, width);
         ids.push_back(id);
-    }
+    });
     RequestThreads = std::make_shared<JXThreadList>();
     for (double id : ids)
         RequestThreads->addThread(id);
@@ -449,9 +450,7 @@ bool JDWPMessageData::processAllClasses(const std::string& s)
 {
     allClasses_.clear();
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJClass entry;
         pos += ReadNumber(s, pos, entry.ClassTypeTag, kTagLength);
         // The only decoder that reads a type id with the reference-type width.
@@ -461,7 +460,7 @@ bool JDWPMessageData::processAllClasses(const std::string& s)
         // Listed only: entering a class in the registry is the class-prepare
         // event's business.
         allClasses_.push_back(entry);
-    }
+    });
     return true;
 }
 
