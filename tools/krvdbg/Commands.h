@@ -40,6 +40,12 @@ private:
         CommandOutcome (*handler)(Commands& commands, const std::string& cmd, const Args& args);
     };
     static const std::vector<Verb>& verbs();
+    // The handler of a verb whose member takes the command line alone.
+    template <CommandOutcome (Commands::*Run)(const std::string&)>
+    static CommandOutcome plain(Commands& commands, const std::string& cmd, const Args&)
+    {
+        return (commands.*Run)(cmd);
+    }
 
     CommandOutcome stopAt(const std::string& cmd, const std::string& placeText);
     CommandOutcome stopIn(const std::string& cmd, const std::string& placeText);
