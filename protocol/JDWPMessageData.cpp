@@ -206,7 +206,7 @@ bool JDWPMessageData::processVersion(const std::string& s)
     pos += ReadLong(s, pos, major, kIntLength);
     pos += ReadLong(s, pos, minor, kIntLength);
     pos += ReadString(s, pos, vmVersion);
-    pos += ReadString(s, pos, vmName);
+    ReadString(s, pos, vmName);
     jvm->VMDescription = Utf8ToText(description);
     jvm->VMMajor = major;
     jvm->VMMinor = minor;
@@ -528,7 +528,7 @@ bool JDWPMessageData::processInvocationResult(const std::string& s)
     if (insidePayload(s, pos) && static_cast<unsigned char>(s[static_cast<size_t>(pos - 1)]) == VAR_OBJECT) {
         pos += 1;
         double exceptionID = 0;
-        pos += ReadNumber(s, pos, exceptionID, objectWidth());
+        ReadNumber(s, pos, exceptionID, objectWidth());
         // A thrown exception shows as its class name in place of the result.
         if (exceptionID != 0)
             requestVar_[0].VarValue = handler->ObjectToString(exceptionID, true);
