@@ -152,11 +152,16 @@ SessionOptions optionsFromByte(uint8_t b, Framing framing)
 
 const std::vector<std::pair<int, int>>& replyPairs()
 {
-    static const std::vector<std::pair<int, int>> pairs{
-        {1, 1},  {1, 2},  {1, 3},  {1, 4},  {1, 7},  {1, 8},  {1, 9},  {2, 1},  {2, 4},  {2, 5},
-        {2, 6},  {3, 1},  {3, 3},  {6, 1},  {6, 2},  {9, 1},  {9, 2},  {9, 6},  {10, 1}, {11, 1},
-        {11, 4}, {11, 5}, {11, 6}, {11, 7}, {12, 1}, {12, 2}, {12, 3}, {15, 1}, {15, 2}, {16, 1},
-        {16, 3}, {16, 4}, {1, 6},  {1, 15}, {1, 16}, {13, 1}, {64, 100}};
+    static const std::vector<std::pair<int, int>> pairs = [] {
+        std::vector<std::pair<int, int>> out;
+        for (const JDWPCommandEntry& e : commandTable())
+            if (e.decode && e.commandSet != CMDSET_Event)
+                out.emplace_back(e.commandSet, e.command);
+        // Pairs without a reply decoder: the end of the list, after the
+        // routed ones, so that a seed's index keeps its pair.
+        out.insert(out.end(), {{1, 6}, {1, 15}, {1, 16}, {13, 3}, {64, 100}});
+        return out;
+    }();
     return pairs;
 }
 

@@ -170,7 +170,7 @@ bool JXBreakpoint::unregisterStepEvent(bool async)
         handler->sendAsync(msg);
         return false;
     }
-    return replyOk(handler->sendSync(msg, model_detail::kModelWaitMSec));
+    return replyOk(handler->sendSync(msg, kReplyWaitMs));
 }
 
 } // namespace jdwpkrvdbg

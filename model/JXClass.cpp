@@ -211,26 +211,28 @@ bool JXClass::SrcLineToLocation(double LineNr, JDWPJLocation& ret)
     return false;
 }
 
+namespace {
+
+template <typename T>
+std::vector<std::shared_ptr<T>> itemsOf(const cHive<std::shared_ptr<T>>& hive)
+{
+    std::vector<std::shared_ptr<T>> out;
+    for (int32_t i = 1; i <= hive.Count(); ++i)
+        if (auto item = hive.ItemIDX(i))
+            out.push_back(item);
+    return out;
+}
+
+} // namespace
+
 std::vector<std::shared_ptr<JXMethod>> JXClass::methods()
 {
-    std::vector<std::shared_ptr<JXMethod>> out;
-    if (!methodsLoaded())
-        return out;
-    for (int32_t i = 1; i <= myMethodsByName_->Count(); ++i)
-        if (auto m = myMethodsByName_->ItemIDX(i))
-            out.push_back(m);
-    return out;
+    return methodsLoaded() ? itemsOf(*myMethodsByName_) : std::vector<std::shared_ptr<JXMethod>>{};
 }
 
 std::vector<std::shared_ptr<JXField>> JXClass::fields()
 {
-    std::vector<std::shared_ptr<JXField>> out;
-    if (!fieldsLoaded())
-        return out;
-    for (int32_t i = 1; i <= myFieldsByName_->Count(); ++i)
-        if (auto f = myFieldsByName_->ItemIDX(i))
-            out.push_back(f);
-    return out;
+    return fieldsLoaded() ? itemsOf(*myFieldsByName_) : std::vector<std::shared_ptr<JXField>>{};
 }
 
 } // namespace jdwpkrvdbg

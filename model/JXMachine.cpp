@@ -15,6 +15,7 @@
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
@@ -327,9 +328,8 @@ void JXMachine::holdOrRelease(bool hold, int16_t ErrCount)
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
     auto reply = handler->sendSync(hold ? factory->createHoldEventsMessage() : factory->createReleaseEventsMessage(),
-                                   4000);
-    // At most 12 attempts; a missing reply is not retried.
-    if (reply && reply->myErrorCode != 0 && ErrCount < 11) {
+                                   kReplyWaitMs);
+    if (reply && reply->myErrorCode != 0 && ErrCount < kHoldAttempts - 1) {
         Sleep(1);
         holdOrRelease(hold, static_cast<int16_t>(ErrCount + 1));
     }
@@ -410,7 +410,7 @@ bool JXMachine::registerDebugClass(const std::shared_ptr<JXClass>& refClass)
     auto handler = getCurrentHandler();
     auto reply = handler->sendSync(handler->myFactory()->createGetEventRequestMessageII(
                                        EK_BREAKPOINT, JDWPSuspendPolicy::SS_All, modifiers, getUBoundMod(modifiers) + 1),
-                                   4000);
+                                   kReplyWaitMs);
     return reply && reply->myErrorCode == 0;
 }
 

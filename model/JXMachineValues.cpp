@@ -15,13 +15,13 @@
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
 
 namespace {
 
-constexpr int32_t kWait = 4000;
 
 bool succeeded(const std::shared_ptr<JDWPMessage>& reply)
 {
@@ -110,7 +110,7 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
 {
     auto handler = getCurrentHandler();
     auto factory = handler->myFactory();
-    auto frames = handler->sendSync(factory->createGetFrameMessage(myCurrentThreadID, 0, 1), kWait);
+    auto frames = handler->sendSync(factory->createGetFrameMessage(myCurrentThreadID, 0, 1), kReplyWaitMs);
     if (frames) {
         if (frames->myErrorCode == 0) {
             const auto& list = frames->myDataContainer()->requestFrame();
@@ -122,7 +122,7 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
             refreshFrameID(true);
         }
     }
-    auto self = handler->sendSync(factory->createGetThisMessage(myCurrentThreadID, myCurrentFrameID), kWait);
+    auto self = handler->sendSync(factory->createGetThisMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs);
     if (succeeded(self)) {
         myThisObjectID = self->myDataContainer()->RequestObjectID;
         myFrameValid = true;
@@ -134,7 +134,7 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
 int32_t JXMachine::getStackCount()
 {
     auto handler = getCurrentHandler();
-    auto reply = handler->sendSync(handler->myFactory()->createGetFrameCountMessage(myCurrentThreadID), kWait);
+    auto reply = handler->sendSync(handler->myFactory()->createGetFrameCountMessage(myCurrentThreadID), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return 0;
     return static_cast<int32_t>(std::llround(reply->myDataContainer()->RequestFrameCount));
@@ -145,7 +145,8 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
     std::vector<std::vector<std::string>> trace;
     const int32_t count = getStackCount();
     auto handler = getCurrentHandler();
-    auto reply = handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, count), kWait);
+    auto reply =
+        handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, count), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return trace;
     const auto frames = reply->myDataContainer()->requestFrame();
@@ -186,8 +187,8 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
 bool JXMachine::PopFrame()
 {
     auto handler = getCurrentHandler();
-    const bool popped = succeeded(
-        handler->sendSync(handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kWait));
+    const bool popped = succeeded(handler->sendSync(
+        handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs));
     // The frame is gone; the next evaluation asks for the new top frame
     // instead of reading the old one's slots.
     if (popped)
@@ -223,7 +224,8 @@ JDWPJVarValue JXMachine::readLocal(const std::string& name, const std::shared_pt
         if (myFrameMethodID_ != 0 && myFrameMethodID_ != method->MethodID)
             return std::shared_ptr<JDWPMessage>();
         return handler->sendSync(
-            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature), kWait);
+            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature),
+            kReplyWaitMs);
     };
     auto reply = read();
     if (!reply)
@@ -281,7 +283,7 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
     const uint32_t now = GetTickCount();
     myInvokeInProcessMsg = now != 0 ? static_cast<int32_t>(now) : 1;
     myInvokeWaitingID_ = request->myID;
-    auto reply = handler->sendSync(request, kWait);
+    auto reply = handler->sendSync(request, kInvokeWaitMs);
     myInvokeInProcessMsg = 0;
     if (!reply && handler->isConnected() && myState != VMDead) {
         // The call runs on in the VM (a loop, a wait): all threads run with
@@ -292,7 +294,7 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
         ++myInvokeTimeouts_;
         myFrameValid = false;
         GoVMStateChange(VMRunning, -1);
-        return wordsValue("(" + name + " did not return within " + std::to_string(kWait / 1000) +
+        return wordsValue("(" + name + " did not return within " + std::to_string(kInvokeWaitMs / 1000) +
                               " s: the call timed out and is still running in the VM)",
                           true);
     }
@@ -317,7 +319,7 @@ JDWPJVarValue JXMachine::getFieldValue(const std::string& name, const std::share
             return notFound;
         request = factory->createGetFieldValueMessage(objectID, field->FieldID);
     }
-    return firstValue(handler->sendSync(request, kWait));
+    return firstValue(handler->sendSync(request, kReplyWaitMs));
 }
 
 JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& objectID,

@@ -8,12 +8,10 @@
 
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg::model_detail {
-
-// Every model request waits this long for its reply.
-inline constexpr int32_t kModelWaitMSec = 4000;
 
 // Marker of generated member names (the handler's initialisation sets the
 // component-wide marker to "$"); it is put in front of a method name.
@@ -32,7 +30,7 @@ inline std::shared_ptr<JDWPMessage> requestSync(const std::shared_ptr<JDWPMessag
 {
     if (!msg)
         return nullptr;
-    return getCurrentHandler()->sendSync(msg, kModelWaitMSec);
+    return getCurrentHandler()->sendSync(msg, kReplyWaitMs);
 }
 
 // A reply that arrived and carries no error code.

@@ -422,7 +422,12 @@ int32_t findTopLevelWindowOfProcess(int32_t pid) {
     return 0;
 }
 
-bool activateWindow(int32_t window, const std::function<void()>& pump) {
+namespace {
+
+// Runs `act` on a connection to the display with the window, when there is
+// a display and the window exists; false otherwise.
+template <typename Act>
+bool withExistingWindow(int32_t window, Act act) {
     if (window <= 0) {
         return false;
     }
@@ -431,70 +436,65 @@ bool activateWindow(int32_t window, const std::function<void()>& pump) {
         return false;
     }
     const Window target = static_cast<Window>(window);
-    const X11Api& x = conn.x();
-    Display* display = conn.display();
     if (!conn.state(target).exists) {
         return false;
     }
-    // Select before acting so no change the wait looks for is missed.
-    x.selectInput(display, conn.root(), PropertyChangeMask);
-    x.selectInput(display, target, PropertyChangeMask | StructureNotifyMask | FocusChangeMask);
-    const bool ewmh = conn.ewmhSupports(conn.atom("_NET_ACTIVE_WINDOW"));
+    return act(conn, target, conn.x(), conn.display());
+}
 
-    if (conn.wmState(target) == kWmStateIconic) {
-        // Mapping an iconic window asks an ICCCM manager to restore it; an
-        // EWMH manager de-iconifies on activation as well.
-        conn.checked([&] {
-            x.mapRaised(display, target);
-            if (ewmh) {
-                conn.requestActivation(target);
-            }
-        });
-    }
-    conn.runOutside(pump);
+} // namespace
 
-    if (ewmh) {
-        // The manager raises and focuses the window itself (honouring the
-        // client's WM_TAKE_FOCUS protocol), so no focus is forced on it here.
-        conn.requestActivation(target);
-        x.sync(display, False);
-    } else {
-        XWindowAttributes attrs{};
-        bool raised = conn.attributes(target, attrs) && conn.checked([&] { x.raiseWindow(display, target); });
-        // Focus only once the raise worked; an unmapped window cannot take it.
-        if (raised && attrs.map_state == IsViewable) {
-            conn.checked([&] { x.setInputFocus(display, target, RevertToParent, CurrentTime); });
+bool activateWindow(int32_t window, const std::function<void()>& pump) {
+    return withExistingWindow(window, [&](X11Connection& conn, Window target, const X11Api& x, Display* display) {
+        // Select before acting so no change the wait looks for is missed.
+        x.selectInput(display, conn.root(), PropertyChangeMask);
+        x.selectInput(display, target, PropertyChangeMask | StructureNotifyMask | FocusChangeMask);
+        const bool ewmh = conn.ewmhSupports(conn.atom("_NET_ACTIVE_WINDOW"));
+
+        if (conn.wmState(target) == kWmStateIconic) {
+            // Mapping an iconic window asks an ICCCM manager to restore it; an
+            // EWMH manager de-iconifies on activation as well.
+            conn.checked([&] {
+                x.mapRaised(display, target);
+                if (ewmh) {
+                    conn.requestActivation(target);
+                }
+            });
         }
-    }
-    return conn.waitFor(
-        [&] {
-            X11WindowState now = conn.state(target);
-            // Under a manager its own word counts: the window is raised
-            // and focused once the manager names it active.
-            return now.exists && now.viewable && (ewmh ? now.active : now.focused);
-        },
-        kActivateWaitMs);
+        conn.runOutside(pump);
+
+        if (ewmh) {
+            // The manager raises and focuses the window itself (honouring the
+            // client's WM_TAKE_FOCUS protocol), so no focus is forced on it here.
+            conn.requestActivation(target);
+            x.sync(display, False);
+        } else {
+            XWindowAttributes attrs{};
+            bool raised = conn.attributes(target, attrs) && conn.checked([&] { x.raiseWindow(display, target); });
+            // Focus only once the raise worked; an unmapped window cannot take it.
+            if (raised && attrs.map_state == IsViewable) {
+                conn.checked([&] { x.setInputFocus(display, target, RevertToParent, CurrentTime); });
+            }
+        }
+        return conn.waitFor(
+            [&] {
+                X11WindowState now = conn.state(target);
+                // Under a manager its own word counts: the window is raised
+                // and focused once the manager names it active.
+                return now.exists && now.viewable && (ewmh ? now.active : now.focused);
+            },
+            kActivateWaitMs);
+    });
 }
 
 bool iconifyWindow(int32_t window) {
-    if (window <= 0) {
-        return false;
-    }
-    X11Connection conn;
-    if (!conn.ok()) {
-        return false;
-    }
-    const Window target = static_cast<Window>(window);
-    const X11Api& x = conn.x();
-    Display* display = conn.display();
-    if (!conn.state(target).exists) {
-        return false;
-    }
-    x.selectInput(display, target, PropertyChangeMask | StructureNotifyMask);
-    if (!conn.checked([&] { x.iconifyWindow(display, target, x.defaultScreen(display)); })) {
-        return false;
-    }
-    return conn.waitFor([&] { return conn.wmState(target) == kWmStateIconic; }, kIconifyWaitMs);
+    return withExistingWindow(window, [&](X11Connection& conn, Window target, const X11Api& x, Display* display) {
+        x.selectInput(display, target, PropertyChangeMask | StructureNotifyMask);
+        if (!conn.checked([&] { x.iconifyWindow(display, target, x.defaultScreen(display)); })) {
+            return false;
+        }
+        return conn.waitFor([&] { return conn.wmState(target) == kWmStateIconic; }, kIconifyWaitMs);
+    });
 }
 
 bool ewmhWindowManagerRunning() {

@@ -7,6 +7,7 @@
 
 #include "jdwpkrvdbg/model/JXMachine.h"
 #include "jdwpkrvdbg/protocol/ByteStrings.h"
+#include "jdwpkrvdbg/protocol/JDWPCommandTable.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
@@ -60,6 +61,22 @@ std::string JDWPMessage::toString(bool socketFraming) const
            NumberToBytes(payloadLength, 4, true) + myData;
 }
 
+bool JDWPMessage::takeRequest(const std::string& s, int64_t errorAt)
+{
+    auto handler = getCurrentHandler();
+    myRequestMessage = handler->getMessage(myID);
+    if (!myRequestMessage)
+        return false;
+    // Read little-endian on purpose, in both framings: a non-zero code stays
+    // non-zero (callers only test it against 0), though its value differs
+    // from the JDWP table (00 14 reads as 5120).
+    myErrorCode = static_cast<JDWPErrorCodes>(static_cast<int32_t>(BytesToNumber(s, errorAt, 2, true)));
+    myCommandSet = myRequestMessage->myCommandSet;
+    myCommand = myRequestMessage->myCommand;
+    handler->removeMessage(myID);
+    return true;
+}
+
 double JDWPMessage::createMessageSocket(const std::string& s)
 {
     return createMessageSocket(s, 0);
@@ -84,21 +101,10 @@ double JDWPMessage::createMessageSocket(const std::string& s, size_t from)
     if (myFlags == 0) {
         myCommandSet = static_cast<COMMAND_SETS>(static_cast<int32_t>(BytesToNumber(s, at + 10, 1, false)));
         myCommand = BytesToNumber(s, at + 11, 1, false);
-    } else if (myFlags == 128) {
-        auto handler = getCurrentHandler();
-        myRequestMessage = handler->getMessage(myID);
-        if (!myRequestMessage) {
-            // A reply nobody asked for: the whole buffer is dropped, further
-            // packets in it included. Intended.
-            return available;
-        }
-        // Read little-endian on purpose: a non-zero code stays non-zero
-        // (callers only test it against 0), though its value differs from the
-        // JDWP table (00 14 reads as 5120).
-        myErrorCode = static_cast<JDWPErrorCodes>(static_cast<int32_t>(BytesToNumber(s, at + 10, 2, true)));
-        myCommandSet = myRequestMessage->myCommandSet;
-        myCommand = myRequestMessage->myCommand;
-        handler->removeMessage(myID);
+    } else if (myFlags == 128 && !takeRequest(s, at + 10)) {
+        // A reply nobody asked for: the whole buffer is dropped, further
+        // packets in it included. Intended.
+        return available;
     }
     if (myLen - kHeaderLength > 0)
         myData = s.substr(from + static_cast<size_t>(kHeaderLength), static_cast<size_t>(myLen - kHeaderLength));
@@ -114,16 +120,8 @@ bool JDWPMessage::createMessageSHMem(const std::string& s)
     if (myFlags == 0) {
         myCommandSet = static_cast<COMMAND_SETS>(static_cast<int32_t>(BytesToNumber(s, 6, 1, false)));
         myCommand = BytesToNumber(s, 7, 1, false);
-    } else if (myFlags == 128) {
-        auto handler = getCurrentHandler();
-        myRequestMessage = handler->getMessage(myID);
-        if (!myRequestMessage)
-            return false;
-        // Little-endian here too, as the socket framing reads it. Intended.
-        myErrorCode = static_cast<JDWPErrorCodes>(static_cast<int32_t>(BytesToNumber(s, 6, 2, true)));
-        myCommandSet = myRequestMessage->myCommandSet;
-        myCommand = myRequestMessage->myCommand;
-        handler->removeMessage(myID);
+    } else if (myFlags == 128 && !takeRequest(s, 6)) {
+        return false;
     }
     myLen = BytesToNumber(s, 8, 4, true);
     if (myLen + kHeaderLength <= static_cast<double>(s.size())) {
@@ -136,144 +134,20 @@ bool JDWPMessage::createMessageSHMem(const std::string& s)
 
 bool JDWPMessage::processMyData()
 {
-    auto handler = getCurrentHandler();
     // A message that is not held by a shared_ptr cannot be handed on; it is
     // still decoded, with no owner for the decoders that want one.
     std::shared_ptr<JDWPMessage> self = weak_from_this().lock();
-    const int32_t set = static_cast<int32_t>(myCommandSet);
-    const int32_t command = static_cast<int32_t>(myCommand);
-    bool result = false;
-
-    if (set == CMDSET_VirtualMachine && (command == VM_RESUME || command == VM_SUSPEND)) {
-        // A reply still queued when the session ended must not bring a dead
-        // VM back; only a new connection does that.
-        auto jvm = handler->myJVM();
-        if (jvm->JVMState() == VMDead) {
-        } else if (command == VM_SUSPEND) {
-            // With or without an error, a suspend reply means the VM is suspended.
-            jvm->GoVMStateChange(VMSuspend, -1);
-        } else if (myErrorCode == ERR_NONE &&
-                   (!myRequestMessage || myRequestMessage->mySendStamp == jvm->stopSerial())) {
-            // The VM may report the next stop before its reply to the Resume
-            // that led there; such a late reply must not undo that stop.
-            jvm->GoVMStateChange(VMRunning, -1);
-        }
-    } else {
-        // Held here: a decoder may wait synchronously and re-enter dispatch.
-        std::shared_ptr<JDWPMessageData> container = myDataContainer();
-        JDWPMessageData& data = *container;
-        // A bulk read's reply keeps its values unrendered.
-        const bool unrendered = myRequestMessage && myRequestMessage->hasDataContainer() &&
-                                myRequestMessage->myDataContainer()->RequestRawValues;
-        switch (set) {
-        case CMDSET_VirtualMachine:
-            switch (command) {
-            case VM_VERSION: result = data.processVersion(myData); break;
-            case VM_CLASSES_BY_SIGNATURE: result = data.processGetClassIDBySignatureMessage(myData); break;
-            case VM_ALL_CLASSES: result = data.processAllClasses(myData); break;
-            case VM_ALL_THREADS: result = data.processAllThreads(myData); break;
-            case VM_ID_SIZES: result = data.processIDSizes(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_ReferenceType:
-            switch (command) {
-            case RT_SIGNATURE: result = data.processGetSignature(myData); break;
-            case RT_FIELDS: result = data.processFields(myData, self); break;
-            case RT_METHODS: result = data.processMethods(myData, self); break;
-            case RT_GETVALUES:
-                result = unrendered ? data.processValues(myData) : data.processGetStaticField(myData, self);
-                break;
-            default: break;
-            }
-            break;
-        case CMDSET_ClassType:
-            switch (command) {
-            case CT_SUPERCLASS: result = data.processSuperClass(myData); break;
-            case CT_INVOKE_METHOD: result = data.processInvokeStaticMethod(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_Method:
-            switch (command) {
-            case MT_LINETABLE: result = data.processLineTable(myData, self); break;
-            case MT_VARIABLE_TABLE: result = data.processVariableTable(myData, self); break;
-            default: break;
-            }
-            break;
-        case CMDSET_ObjectReference:
-            switch (command) {
-            case OT_REFERENCE_TYPE: result = data.processReferenceType(myData); break;
-            case OT_GET_VALUES:
-                result = unrendered ? data.processValues(myData) : data.processGetField(myData, self);
-                break;
-            case OT_INVOKE_METHOD: result = data.processInvokeMethod(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_ArrayReference:
-            switch (command) {
-            case AR_LENGTH: result = data.processArrayLength(myData); break;
-            case AR_GET_VALUES: result = data.processArrayValues(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_StringReference:
-            if (command == SR_VALUE)
-                result = data.processUTF8String(myData);
-            break;
-        case CMDSET_ThreadReference:
-            switch (command) {
-            case TR_Name: result = data.processThreadName(myData); break;
-            case TR_Status: result = data.processThreadState(myData); break;
-            case TR_ThreadGroup: result = data.processThreadGroup(myData); break;
-            case TR_Frames: result = data.processFrameList(myData); break;
-            case TR_FrameCount: result = data.processFrameCount(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_ThreadGroupReference:
-            switch (command) {
-            case TG_Name: result = data.processThreadGroupName(myData); break;
-            case TG_Parent:
-            case TG_Children: result = data.processThreadGroup(myData); break;
-            default: break;
-            }
-            break;
-        case CMDSET_EventRequest:
-            // Only replies carry a request id. The request learns it too, so
-            // that one sent without waiting knows its id once the reply is in.
-            if (myFlags == 128) {
-                result = data.processEventRequest(myData);
-                if (myRequestMessage && myErrorCode == ERR_NONE)
-                    myRequestMessage->myDataContainer()->RequestEventID = data.RequestEventID;
-            }
-            break;
-        case CMDSET_StackFrame:
-            switch (command) {
-            case SF_GETVALUE:
-                result = unrendered ? data.processValues(myData) : data.processGetValue(myData, self);
-                break;
-            case SF_THISOBJECT: result = data.processGetThis(myData); break;
-            case SF_POPFRAMES: result = true; break;
-            default: break;
-            }
-            break;
-        case CMDSET_Event:
-            if (command == EV_COMPOSITE)
-                result = data.processEventCommand(myData);
-            break;
-        default:
-            break;
-        }
-    }
+    // The session stays alive until the dispatch is over, even when a
+    // decoder's host event lets the host drop it.
+    auto handler = getCurrentHandler();
+    const JDWPCommandEntry* entry = findCommand(static_cast<int32_t>(myCommandSet), static_cast<int32_t>(myCommand));
+    const bool result = entry && entry->decode && entry->decode(*this, self);
 
     // Wake the synchronous call waiting for this id. Only a reply can: the VM
     // numbers its own packets (events) independently of ours, so an event may
     // carry the id of a call in progress without answering it.
     if (self && myFlags == 128) {
-        auto current = getCurrentHandler();
-        auto record = current->getSyncFunctionByMsg(self);
+        auto record = getCurrentHandler()->getSyncFunctionByMsg(self);
         if (record && record->LastFunctionInProcess && record->LastFunctionSend &&
             record->LastFunctionSend->myID == myID) {
             record->LastFunctionReceive = self;
@@ -301,71 +175,11 @@ std::string describeEventKind(int32_t eventKind)
 
 std::string describeCommand(int32_t commandSet, int32_t command)
 {
-    switch (commandSet) {
-    case CMDSET_VirtualMachine:
-        switch (command) {
-        case VM_VERSION: return "Version";
-        case VM_CLASSES_BY_SIGNATURE: return "Get all Classes by Signature";
-        case VM_ALL_CLASSES: return "Get all Classes";
-        case VM_ALL_THREADS: return "Get all Threads";
-        case VM_ID_SIZES: return "Get ID-Sizes";
-        case VM_SUSPEND: return "Suspend VM";
-        case VM_RESUME: return "Resume VM";
-        case VM_EXIT: return "Exit VM";
-        case VM_CREATE_STRING: return "Create String";
-        case VM_REDEFINE_CLASS: return "Redefine Class";
-        default: return std::string();
-        }
-    case CMDSET_ReferenceType:
-        switch (command) {
-        case RT_SIGNATURE: return "Get Signature";
-        case RT_FIELDS: return "Get Fields";
-        case RT_METHODS: return "Get Methods";
-        case RT_GETVALUES: return "Get Value";
-        default: return std::string();
-        }
-    case CMDSET_ClassType:
-        switch (command) {
-        case CT_SUPERCLASS: return "Get Superclass";
-        case CT_INVOKE_METHOD: return "Invoke Method";
-        default: return std::string();
-        }
-    case CMDSET_Method:
-        switch (command) {
-        case MT_LINETABLE: return "Get Line-Table";
-        case MT_VARIABLE_TABLE: return "Get Variable-Table";
-        default: return std::string();
-        }
-    case CMDSET_ObjectReference:
-        switch (command) {
-        case OT_REFERENCE_TYPE: return "Get Reference-Type";
-        case OT_GET_VALUES: return "Get Value";
-        case OT_INVOKE_METHOD: return "Invoke Method";
-        default: return std::string();
-        }
-    case CMDSET_StringReference:
-        return command == SR_VALUE ? "Resolve UTF8" : std::string();
-    case CMDSET_ThreadReference:
-        switch (command) {
-        case TR_Name: return "Get ThreadName";
-        case TR_Frames: return "Get Frames";
-        case TR_FrameCount: return "Get FrameCount";
-        default: return std::string();
-        }
-    case CMDSET_EventRequest:
-        return "Event-Request";
-    case CMDSET_StackFrame:
-        switch (command) {
-        case SF_GETVALUE: return "Get Stack-Value";
-        case SF_THISOBJECT: return "Get This-Object";
-        default: return std::string();
-        }
-    case CMDSET_Event:
-        // For events the second number is the event kind.
+    // For events the second number is the event kind.
+    if (commandSet == CMDSET_Event)
         return describeEventKind(command);
-    default:
-        return std::string();
-    }
+    const JDWPCommandEntry* entry = findCommand(commandSet, command);
+    return entry ? entry->name : std::string();
 }
 
 void printCommandDescription(int32_t commandSet, int32_t command)

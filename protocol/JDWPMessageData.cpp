@@ -30,13 +30,13 @@
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/protocol/cIEEE.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
 namespace jdwpkrvdbg {
 
 namespace {
 
-constexpr int32_t kSyncWaitMs = 4000;
 constexpr int kTagLength = 1;
 constexpr int kIntLength = 4;
 constexpr int kLongLength = 8;
@@ -92,6 +92,17 @@ int64_t readCount(const std::string& s, int64_t& pos)
     int32_t count = 0;
     pos += ReadLong(s, pos, count, kIntLength);
     return count;
+}
+
+// Reads a count-prefixed list at `pos`: `readOne` once per element while
+// the payload lasts, never more often than its remaining bytes allow.
+template <typename ReadOne>
+void readList(const std::string& s, int64_t& pos, ReadOne readOne)
+{
+    const int64_t wireCount = readCount(s, pos);
+    const int64_t count = boundedCount(wireCount, s, pos);
+    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i)
+        readOne();
 }
 
 // `n` bytes from the 1-based position; a missing byte is taken as zero so the
@@ -196,7 +207,7 @@ bool JDWPMessageData::processVersion(const std::string& s)
     pos += ReadLong(s, pos, major, kIntLength);
     pos += ReadLong(s, pos, minor, kIntLength);
     pos += ReadString(s, pos, vmVersion);
-    pos += ReadString(s, pos, vmName);
+    ReadString(s, pos, vmName);
     jvm->VMDescription = Utf8ToText(description);
     jvm->VMMajor = major;
     jvm->VMMinor = minor;
@@ -324,45 +335,43 @@ bool JDWPMessageData::processGetClassIDBySignatureMessage(const std::string& s)
 // ---------------------------------------------------------------------------
 // Model tables
 
-bool JDWPMessageData::processFields(const std::string& s, const MsgRef& refOwner)
+namespace {
+
+// Fields and methods come as the same record: id, name, signature and
+// modifier bits. Each record becomes a member of the class.
+// Intended: field ids are read with the method-id width too.
+template <typename Member>
+bool readMembers(const std::string& s, const std::shared_ptr<JXClass>& cls, double Member::*id,
+                 std::string Member::*name, std::string Member::*signature, double Member::*bits,
+                 bool (JXClass::*add)(const std::shared_ptr<Member>&))
 {
-    auto cls = requestClass(refOwner);
     if (!cls)
         return false;
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
-        auto field = std::make_shared<JXField>();
-        // Intended: the field id is read with the method-id width.
-        pos += ReadNumber(s, pos, field->FieldID, methodWidth());
-        pos += ReadString(s, pos, field->FieldName);
-        pos += ReadString(s, pos, field->FieldSignature);
-        pos += ReadNumber(s, pos, field->FieldBits, kIntLength);
-        field->ClassID = cls->ClassID;
-        cls->addField(field);
-    }
+    readList(s, pos, [&] {
+        auto member = std::make_shared<Member>();
+        pos += ReadNumber(s, pos, (*member).*id, methodWidth());
+        pos += ReadString(s, pos, (*member).*name);
+        pos += ReadString(s, pos, (*member).*signature);
+        pos += ReadNumber(s, pos, (*member).*bits, kIntLength);
+        member->ClassID = cls->ClassID;
+        ((*cls).*add)(member);
+    });
     return true;
+}
+
+} // namespace
+
+bool JDWPMessageData::processFields(const std::string& s, const MsgRef& refOwner)
+{
+    return readMembers(s, requestClass(refOwner), &JXField::FieldID, &JXField::FieldName, &JXField::FieldSignature,
+                       &JXField::FieldBits, &JXClass::addField);
 }
 
 bool JDWPMessageData::processMethods(const std::string& s, const MsgRef& refOwner)
 {
-    auto cls = requestClass(refOwner);
-    if (!cls)
-        return false;
-    int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
-        auto method = std::make_shared<JXMethod>();
-        pos += ReadNumber(s, pos, method->MethodID, methodWidth());
-        pos += ReadString(s, pos, method->MethodName);
-        pos += ReadString(s, pos, method->MethodSignature);
-        pos += ReadNumber(s, pos, method->MethodBits, kIntLength);
-        method->ClassID = cls->ClassID;
-        cls->addMethod(method);
-    }
-    return true;
+    return readMembers(s, requestClass(refOwner), &JXMethod::MethodID, &JXMethod::MethodName,
+                       &JXMethod::MethodSignature, &JXMethod::MethodBits, &JXClass::addMethod);
 }
 
 bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOwner)
@@ -374,14 +383,12 @@ bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOw
     int64_t pos = 1;
     pos += ReadNumber(s, pos, table.startIndex, kLongLength);
     pos += ReadNumber(s, pos, table.endIndex, kLongLength);
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJLineTableItem item;
         pos += ReadNumber(s, pos, item.lineCodeIndex, kLongLength);
         pos += ReadNumber(s, pos, item.lineNumber, kIntLength);
         table.Lines.push_back(item);
-    }
+    });
     // The count of the lines actually read: equal to the wire count for a
     // whole reply, and never more than Lines holds for a cut one.
     table.LineCount = static_cast<double>(table.Lines.size());
@@ -397,9 +404,7 @@ bool JDWPMessageData::processVariableTable(const std::string& s, const MsgRef& r
     JDWPJVariableTable table;
     int64_t pos = 1;
     pos += ReadNumber(s, pos, table.argCnt, kIntLength);
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJVariableTableSlot slot;
         pos += ReadNumber(s, pos, slot.vt_codeIndex, kLongLength);
         pos += ReadString(s, pos, slot.vt_name);
@@ -407,7 +412,7 @@ bool JDWPMessageData::processVariableTable(const std::string& s, const MsgRef& r
         pos += ReadNumber(s, pos, slot.vt_length, kIntLength);
         pos += ReadNumber(s, pos, slot.vt_slot, kIntLength);
         table.Slot.push_back(std::move(slot));
-    }
+    });
     table.slotsCount = static_cast<double>(table.Slot.size());
     method->SetVariableTable(table);
     return true;
@@ -417,29 +422,25 @@ bool JDWPMessageData::processFrameList(const std::string& s)
 {
     requestFrame_.clear();
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJFrame frame;
         pos += ReadNumber(s, pos, frame.FrameID, frameWidth());
         pos += ReadLocation(s, pos, frame.FrameLocation);
         requestFrame_.push_back(frame);
-    }
+    });
     return true;
 }
 
 bool JDWPMessageData::processAllThreads(const std::string& s)
 {
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
     const int width = objectWidth();
     std::vector<double> ids;
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         double id = 0;
         pos += ReadNumber(s, pos, id, width);
         ids.push_back(id);
-    }
+    });
     RequestThreads = std::make_shared<JXThreadList>();
     for (double id : ids)
         RequestThreads->addThread(id);
@@ -450,24 +451,17 @@ bool JDWPMessageData::processAllClasses(const std::string& s)
 {
     allClasses_.clear();
     int64_t pos = 1;
-    const int64_t wireCount = readCount(s, pos);
-    const int64_t count = boundedCount(wireCount, s, pos);
-    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+    readList(s, pos, [&] {
         JDWPJClass entry;
         pos += ReadNumber(s, pos, entry.ClassTypeTag, kTagLength);
         // The only decoder that reads a type id with the reference-type width.
         pos += ReadNumber(s, pos, entry.ClassID, refTypeWidth());
         pos += ReadString(s, pos, entry.ClassSignature);
         pos += ReadNumber(s, pos, entry.ClassStatus, kIntLength);
+        // Listed only: entering a class in the registry is the class-prepare
+        // event's business.
         allClasses_.push_back(entry);
-        // A model object per entry; entering it in the registry is the
-        // registry's business (class-prepare events do that).
-        auto cls = std::make_shared<JXClass>();
-        cls->ClassID = entry.ClassID;
-        cls->ClassTypeTag = entry.ClassTypeTag;
-        cls->ClassSignature = entry.ClassSignature;
-        cls->ClassStatus = entry.ClassStatus;
-    }
+    });
     return true;
 }
 
@@ -647,7 +641,7 @@ bool JDWPMessageData::processInvocationResult(const std::string& s)
     if (insidePayload(s, pos) && static_cast<unsigned char>(s[static_cast<size_t>(pos - 1)]) == VAR_OBJECT) {
         pos += 1;
         double exceptionID = 0;
-        pos += ReadNumber(s, pos, exceptionID, objectWidth());
+        ReadNumber(s, pos, exceptionID, objectWidth());
         // A thrown exception shows as its class name in place of the result.
         if (exceptionID != 0)
             requestVar_[0].VarValue = handler->ObjectToString(exceptionID, true);
@@ -724,7 +718,7 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
         double id = 0;
         pos += ReadNumber(s, pos, id, objectWidth());
         if (id != 0) {
-            auto reply = handler->sendSync(handler->myFactory()->createGetUTF8StringMessage(id), kSyncWaitMs);
+            auto reply = handler->sendSync(handler->myFactory()->createGetUTF8StringMessage(id), kReplyWaitMs);
             if (reply)
                 value.VarValue = reply->myDataContainer()->RequestUTF8String;
         }
@@ -1027,29 +1021,31 @@ bool JDWPMessageData::takeStop()
     return !jvm->stopResumed();
 }
 
-int32_t JDWPMessageData::processThreadStart(const std::string& s, int64_t& pos)
+void JDWPMessageData::skipRequestAndThread(const std::string& s, int64_t& pos)
 {
-    // The thread list is refreshed elsewhere; only the fields are consumed.
+    // Thread lists are refreshed when asked for, so these events' thread is
+    // not kept; the fields are consumed to reach the next event.
     double requestID = 0, threadID = 0;
     pos += ReadNumber(s, pos, requestID, kIntLength);
     pos += ReadNumber(s, pos, threadID, objectWidth());
+}
+
+int32_t JDWPMessageData::processThreadStart(const std::string& s, int64_t& pos)
+{
+    skipRequestAndThread(s, pos);
     return -1;
 }
 
 int32_t JDWPMessageData::processThreadDeath(const std::string& s, int64_t& pos)
 {
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     return -1;
 }
 
 int64_t JDWPMessageData::processEventCommandPrePare(const std::string& s, int64_t& pos)
 {
     auto jvm = session();
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     auto cls = std::make_shared<JXClass>();
     pos += ReadNumber(s, pos, cls->ClassTypeTag, kTagLength);
     // Intended: the type id is read with the object-id width.
@@ -1065,9 +1061,7 @@ int64_t JDWPMessageData::processEventCommandPrePare(const std::string& s, int64_
 
 bool JDWPMessageData::processEventCommandVMStart(const std::string& s, int64_t& pos)
 {
-    double requestID = 0, threadID = 0;
-    pos += ReadNumber(s, pos, requestID, kIntLength);
-    pos += ReadNumber(s, pos, threadID, objectWidth());
+    skipRequestAndThread(s, pos);
     return true;
 }
 

@@ -48,6 +48,30 @@ Msg withPayload(Msg message, const std::string& payload)
     return message;
 }
 
+// A command about one class, or one method of it, whose reply decoder files
+// what it reads under that class (and method).
+Msg classRequest(int32_t commandSet, int32_t command, double classID, const std::string& payload)
+{
+    auto m = withPayload(newCommand(commandSet, command), payload);
+    m->myDataContainer()->RequestClassID = classID;
+    return m;
+}
+
+Msg methodRequest(int32_t command, double classID, double methodID)
+{
+    auto m = classRequest(CMDSET_Method, command, classID, O(classID) + M(methodID));
+    m->myDataContainer()->RequestMethodID = methodID;
+    return m;
+}
+
+// A command about one object; its reply decoder reads the object's id.
+Msg objectRequest(int32_t commandSet, int32_t command, double objectID)
+{
+    auto m = withPayload(newCommand(commandSet, command), O(objectID));
+    m->myDataContainer()->RequestObjectID = objectID;
+    return m;
+}
+
 } // namespace
 
 Msg JDWPMessageFactory::createClassRedefineMessage(double refClassID, const std::string& ClassBytes)
@@ -221,16 +245,12 @@ Msg JDWPMessageFactory::createGetThreadsMessage() { return newCommand(CMDSET_Vir
 
 Msg JDWPMessageFactory::createGetFieldsMessage(double refClassID)
 {
-    auto m = withPayload(newCommand(CMDSET_ReferenceType, RT_FIELDS), O(refClassID));
-    m->myDataContainer()->RequestClassID = refClassID;
-    return m;
+    return classRequest(CMDSET_ReferenceType, RT_FIELDS, refClassID, O(refClassID));
 }
 
 Msg JDWPMessageFactory::createGetMethodsMessage(double refClassID)
 {
-    auto m = withPayload(newCommand(CMDSET_ReferenceType, RT_METHODS), O(refClassID));
-    m->myDataContainer()->RequestClassID = refClassID;
-    return m;
+    return classRequest(CMDSET_ReferenceType, RT_METHODS, refClassID, O(refClassID));
 }
 
 Msg JDWPMessageFactory::createHoldEventsMessage() { return newCommand(CMDSET_VirtualMachine, VM_HOLD_EVENTS); }
@@ -238,10 +258,7 @@ Msg JDWPMessageFactory::createReleaseEventsMessage() { return newCommand(CMDSET_
 
 Msg JDWPMessageFactory::createGetVariableTableMessage(double refClassID, double RefMethodID)
 {
-    auto m = withPayload(newCommand(CMDSET_Method, MT_VARIABLE_TABLE), O(refClassID) + M(RefMethodID));
-    m->myDataContainer()->RequestClassID = refClassID;
-    m->myDataContainer()->RequestMethodID = RefMethodID;
-    return m;
+    return methodRequest(MT_VARIABLE_TABLE, refClassID, RefMethodID);
 }
 
 Msg JDWPMessageFactory::createGetThreadNameMessage(double threadID)
@@ -251,10 +268,7 @@ Msg JDWPMessageFactory::createGetThreadNameMessage(double threadID)
 
 Msg JDWPMessageFactory::createGetLineTableMessage(double refClassID, double RefMethodID)
 {
-    auto m = withPayload(newCommand(CMDSET_Method, MT_LINETABLE), O(refClassID) + M(RefMethodID));
-    m->myDataContainer()->RequestClassID = refClassID;
-    m->myDataContainer()->RequestMethodID = RefMethodID;
-    return m;
+    return methodRequest(MT_LINETABLE, refClassID, RefMethodID);
 }
 
 Msg JDWPMessageFactory::createGetValue(double threadID, double FrameID, double Slot, const std::string& SlotType)
@@ -342,16 +356,12 @@ Msg JDWPMessageFactory::createInvokeStaticMethodMessage(double ClassID, double t
 
 Msg JDWPMessageFactory::createGetReferenceTypeMessage(double ObjectID)
 {
-    auto m = withPayload(newCommand(CMDSET_ObjectReference, OT_REFERENCE_TYPE), O(ObjectID));
-    m->myDataContainer()->RequestObjectID = ObjectID;
-    return m;
+    return objectRequest(CMDSET_ObjectReference, OT_REFERENCE_TYPE, ObjectID);
 }
 
 Msg JDWPMessageFactory::createGetUTF8StringMessage(double ObjectID)
 {
-    auto m = withPayload(newCommand(CMDSET_StringReference, SR_VALUE), O(ObjectID));
-    m->myDataContainer()->RequestObjectID = ObjectID;
-    return m;
+    return objectRequest(CMDSET_StringReference, SR_VALUE, ObjectID);
 }
 
 Msg JDWPMessageFactory::createGetFrameMessage(double threadID, double StartFrame, double FrameLength)

@@ -130,22 +130,29 @@ std::string cIEEE::Ieee64swab(const std::string& bytes) const
     return std::string(bytes.rbegin(), bytes.rend());
 }
 
-double cIEEE::Ieee32htof(const std::string& hex) const
+namespace {
+
+// 1 plus the fraction held in the low `bits` bits of the hex text; -1 when
+// the text is not hex.
+double onePlusFraction(const std::string& hex, int bits)
 {
     uint64_t value = 0;
     if (!parseHex(hex, value))
         return -1;
-    double fraction = static_cast<double>(value & 0x7FFFFFu);
-    return 1.0 + fraction / 8388608.0; // 2^23
+    const uint64_t scale = uint64_t{1} << bits;
+    return 1.0 + static_cast<double>(value & (scale - 1)) / static_cast<double>(scale);
+}
+
+} // namespace
+
+double cIEEE::Ieee32htof(const std::string& hex) const
+{
+    return onePlusFraction(hex, 23);
 }
 
 double cIEEE::Ieee64htof(const std::string& hex) const
 {
-    uint64_t value = 0;
-    if (!parseHex(hex, value))
-        return -1;
-    double fraction = static_cast<double>(value & 0xFFFFFFFFFFFFFull);
-    return 1.0 + fraction / 4503599627370496.0; // 2^52
+    return onePlusFraction(hex, 52);
 }
 
 } // namespace jdwpkrvdbg

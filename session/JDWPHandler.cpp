@@ -19,6 +19,7 @@
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/TransportFactory.h"
 #include "jdwpkrvdbg/session/modMain.h"
 #include "../platform/X11Windows.h"
@@ -29,9 +30,6 @@ namespace {
 
 constexpr const char* kHandshake = "JDWP-Handshake";
 constexpr size_t kHandshakeLength = 14;
-// A VM that accepted the connection but never answers the handshake is
-// given up after this long, so the session ends instead of hanging.
-constexpr uint32_t kHandshakeTimeoutMs = 4000;
 
 int32_t portNumber(const std::string& port)
 {
@@ -111,89 +109,103 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         return false;
     auto jvm = myJVM();
     try {
-        // What is left of the previous session goes first: a VM that reported
-        // its death may still be exiting, and the end of its connection or
-        // process, seen later, would otherwise end the new session. A
-        // connection still up is ended as Disconnect ends it, so the host
-        // sees that session close.
-        bDisconnecting = true;
-        closeTransportReporting();
-        JDWPCon_->KillProcess();
-        bDisconnecting = false;
-        jvm->cleanup();
-        const std::string commandLine = ReplaceAll(JVMParam, "%SharedName%", SharedName);
+        endPreviousSession();
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();
-        myReceiveBuffer.clear();
-        bHandshakeDone = false;
         if (bStartedProcess) {
-            JDWPCon_->StartProcess(JVMPath, commandLine, bConsole, bUsePipe);
+            JDWPCon_->StartProcess(JVMPath, ReplaceAll(JVMParam, "%SharedName%", SharedName), bConsole, bUsePipe);
             jvm->printDebug(" *** Start Java Virtual Machine");
         }
         if (bUseRemote) {
             jvm->printDebug(" *** Connect [Socket] " + Host + ":" + Port);
             JDWPCon_->ConnectSocket(Host, portNumber(Port));
         }
-        const uint32_t start = GetTickCount();
-        auto& pump = MessagePump::instance();
-        uint64_t consoleAtTry = consoleTexts_;
-        for (int n = 1; n <= 100; ++n) {
-            // The try's pause waits on the transport instead of sleeping, so
-            // a connection is taken up the moment it is made. It also ends
-            // when the started VM writes to its console: the agent prints
-            // "Listening for transport ..." the moment it listens, so the
-            // try comes then and not at the next 50 ms mark.
-            const uint32_t pauseStart = GetTickCount();
-            while (ticksSince(pauseStart) < 50 && !JDWPCon_->TransportConnected() &&
-                   consoleTexts_ == consoleAtTry)
-                pump.pumpOnce(static_cast<int>(50 - ticksSince(pauseStart)));
-            consoleAtTry = consoleTexts_;
-            mySharedName = SharedName;
-            const uint32_t tryStart = GetTickCount();
-            if (!bUseRemote) {
-                if (n == 1)
-                    jvm->printDebug(" *** Connect [SHMem] " + SharedName);
-                JDWPCon_->ConnectShared(SharedName);
-            } else if (!JDWPCon_->TransportConnected()) {
-                // Our socket transport makes one attempt per call (a call while
-                // one is pending is ignored), so a VM that starts listening
-                // during the loop is still found.
-                JDWPCon_->ConnectSocket(Host, portNumber(Port));
-            }
-            DoEvents();
-            if (JDWPCon_->TransportConnected())
-                break;
-            if (ticksSince(start) > 3000)
-                jvm->printDebug(" *** Try " + std::to_string(n) + "/100");
-            if (ticksSince(start) > 4000)
-                break;
-            if ((ticksSince(tryStart) >= timeout || n > 50) && bStartedProcess) {
-                if (!JDWPCon_->ProcessRunning()) {
-                    jvm->printDebug(" *** Java Virtual Machine dead!");
-                    JDWPCon_->KillProcess();
-                    break;
-                }
-            }
-        }
-        if (JDWPCon_->TransportConnected()) {
+        if (tryToConnect(SharedName, timeout, Host, Port, bUseRemote)) {
             jvm->printDebug(" *** JDWP-Connection established ...");
             return true;
         }
-        jvm->printDebug(" *** JDWP-Connection failed ...");
-        // The kill comes before the liveness test, so the "Process terminated"
-        // variant is the usual one; intended.
-        JDWPCon_->KillProcess();
-        JDWPCon_->CloseTransport();
-        jvm->GoCloseConnection();
-        if (!JDWPCon_->ProcessRunning())
-            jvm->MsgBoxW("Debugger failed! Process terminated!\r\n" + JDWPCon_->StatusText(), 16, "Korvane Debugger");
-        else
-            jvm->MsgBoxW("Debugger failed!\r\n" + JDWPCon_->StatusText(), 16, "Korvane Debugger");
+        reportConnectFailure();
         return false;
     } catch (const std::exception& e) {
-        jvm->MsgBoxW(std::string("STARTVM: ") + e.what(), 16, "Korvane Debugger");
+        jvm->MsgBoxW(std::string("STARTVM: ") + e.what(), kMsgBoxCritical, "Korvane Debugger");
         return false;
     }
+}
+
+void JDWPHandler::endPreviousSession()
+{
+    // What is left of the previous session goes first: a VM that reported
+    // its death may still be exiting, and the end of its connection or
+    // process, seen later, would otherwise end the new session. A connection
+    // still up is ended as Disconnect ends it, so the host sees that session
+    // close.
+    bDisconnecting = true;
+    closeTransportReporting();
+    JDWPCon_->KillProcess();
+    bDisconnecting = false;
+    myJVM()->cleanup();
+    myReceiveBuffer.clear();
+    bHandshakeDone = false;
+}
+
+bool JDWPHandler::tryToConnect(const std::string& SharedName, int32_t timeout, const std::string& Host,
+                               const std::string& Port, bool bUseRemote)
+{
+    auto jvm = myJVM();
+    const uint32_t start = GetTickCount();
+    auto& pump = MessagePump::instance();
+    uint64_t consoleAtTry = consoleTexts_;
+    for (int n = 1; n <= kConnectTries; ++n) {
+        // The try's pause waits on the transport instead of sleeping, so a
+        // connection is taken up the moment it is made. It also ends when
+        // the started VM writes to its console: the agent prints "Listening
+        // for transport ..." the moment it listens, so the try comes then
+        // and not at the next pause's end.
+        const uint32_t pauseStart = GetTickCount();
+        while (ticksSince(pauseStart) < kConnectPauseMs && !JDWPCon_->TransportConnected() &&
+               consoleTexts_ == consoleAtTry)
+            pump.pumpOnce(static_cast<int>(kConnectPauseMs - ticksSince(pauseStart)));
+        consoleAtTry = consoleTexts_;
+        mySharedName = SharedName;
+        const uint32_t tryStart = GetTickCount();
+        if (!bUseRemote) {
+            if (n == 1)
+                jvm->printDebug(" *** Connect [SHMem] " + SharedName);
+            JDWPCon_->ConnectShared(SharedName);
+        } else if (!JDWPCon_->TransportConnected()) {
+            // Our socket transport makes one attempt per call (a call while
+            // one is pending is ignored), so a VM that starts listening
+            // during the loop is still found.
+            JDWPCon_->ConnectSocket(Host, portNumber(Port));
+        }
+        DoEvents();
+        if (JDWPCon_->TransportConnected())
+            return true;
+        if (ticksSince(start) > kConnectReportAfterMs)
+            jvm->printDebug(" *** Try " + std::to_string(n) + "/" + std::to_string(kConnectTries));
+        if (ticksSince(start) > kConnectBudgetMs)
+            break;
+        if ((ticksSince(tryStart) >= timeout || n > kConnectLivenessTry) && bStartedProcess &&
+            !JDWPCon_->ProcessRunning()) {
+            jvm->printDebug(" *** Java Virtual Machine dead!");
+            JDWPCon_->KillProcess();
+            break;
+        }
+    }
+    return JDWPCon_->TransportConnected();
+}
+
+void JDWPHandler::reportConnectFailure()
+{
+    auto jvm = myJVM();
+    jvm->printDebug(" *** JDWP-Connection failed ...");
+    // The kill comes before the liveness test, so the "Process terminated"
+    // variant is the usual one; intended.
+    JDWPCon_->KillProcess();
+    JDWPCon_->CloseTransport();
+    jvm->GoCloseConnection();
+    const std::string what = JDWPCon_->ProcessRunning() ? "Debugger failed!" : "Debugger failed! Process terminated!";
+    jvm->MsgBoxW(what + "\r\n" + JDWPCon_->StatusText(), kMsgBoxCritical, "Korvane Debugger");
 }
 
 void JDWPHandler::connected()
@@ -220,7 +232,7 @@ void JDWPHandler::armHandshakeTimeout()
     if (handshakeTimer_)
         pump.removeTimer(handshakeTimer_);
     std::weak_ptr<JDWPHandler> weak = weak_from_this();
-    handshakeTimer_ = pump.addTimer(kHandshakeTimeoutMs, [weak]() {
+    handshakeTimer_ = pump.addTimer(kHandshakeWaitMs, [weak]() {
         auto self = weak.lock();
         if (!self)
             return;
@@ -251,7 +263,8 @@ void JDWPHandler::disconnected()
 {
     history_.recordNote("disconnected");
     if (!bDisconnecting && !bStartedProcess)
-        getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", 64, "Debugger");
+        getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", kMsgBoxInformation,
+                                              "Debugger");
     bHandshakeDone = false;
     if (JDWPCon_)
         JDWPCon_->KillProcess();
@@ -301,7 +314,7 @@ void JDWPHandler::Disconnect()
 void JDWPHandler::disposeVM()
 {
     auto handler = getCurrentHandler();
-    handler->sendSync(handler->myFactory()->createDisposeMessage(), 1000);
+    handler->sendSync(handler->myFactory()->createDisposeMessage(), kDisposeWaitMs);
 }
 
 void JDWPHandler::exitVM()
@@ -343,13 +356,9 @@ void JDWPHandler::BringToTop()
     ActivateWindow(ProcessIDTohWnd(getProcessID()));
 }
 
-void JDWPHandler::printStream(const std::string& pre, const std::string& val)
+void JDWPHandler::printStream(const std::string&, const std::string&)
 {
-    // A diagnostic hook kept as a no-op with its limit of 90 characters.
-    std::string codes;
-    for (size_t i = 0; i < val.size() && i < 90; ++i)
-        codes += " " + std::to_string(static_cast<unsigned char>(val[i]));
-    (void)codes;
+    // A diagnostic hook the host may call; it writes nothing.
 }
 
 // ---------------------------------------------------------------------------
@@ -371,9 +380,38 @@ bool JDWPHandler::sendAsync(const Msg& C)
     // key is refused.
     if (!mySentMessages_.emplace(C->myID, C).second)
         return false;
-    history_.recordSent(C->myID, C->myCommandSet, static_cast<int32_t>(C->myCommand), C->myData.size() + 11);
+    notePacket(PacketEvent::Direction::Sent, *C, C->myData.size() + 11);
     sendString(C->toString());
     return true;
+}
+
+int JDWPHandler::addPacketObserver(PacketObserver observer)
+{
+    packetObservers_.emplace_back(++lastObserverToken_, std::move(observer));
+    return lastObserverToken_;
+}
+
+void JDWPHandler::removePacketObserver(int token)
+{
+    std::erase_if(packetObservers_, [token](const auto& o) { return o.first == token; });
+}
+
+void JDWPHandler::notePacket(PacketEvent::Direction direction, const JDWPMessage& m, size_t length)
+{
+    const PacketEvent packet{direction,
+                             m.myID,
+                             static_cast<int32_t>(m.myCommandSet),
+                             static_cast<int32_t>(m.myCommand),
+                             direction == PacketEvent::Direction::Received && m.myFlags == 128,
+                             static_cast<int32_t>(m.myErrorCode),
+                             length};
+    history_.record(packet);
+    if (packetObservers_.empty())
+        return;
+    // A copy: an observer may add or remove observers.
+    const auto observers = packetObservers_;
+    for (const auto& [token, observer] : observers)
+        observer(packet);
 }
 
 JDWPHandler::Msg JDWPHandler::sendSync(const Msg& RefMsg, int32_t WaitMSec)
@@ -435,9 +473,7 @@ void JDWPHandler::receive(const std::string& data)
             return;
         auto message = std::make_shared<JDWPMessage>();
         if (message->createMessageSHMem(text)) {
-            history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
-                                    static_cast<int32_t>(message->myCommand), message->myErrorCode,
-                                    message->myData.size() + 11);
+            notePacket(PacketEvent::Direction::Received, *message, message->myData.size() + 11);
             message->processMyData();
         }
         return;
@@ -469,9 +505,7 @@ void JDWPHandler::framingStep()
         if (count == 0)
             break;
         taken += std::min(static_cast<size_t>(count), myReceiveBuffer.size() - taken);
-        history_.recordReceived(message->myID, message->myFlags, message->myCommandSet,
-                                static_cast<int32_t>(message->myCommand), message->myErrorCode,
-                                static_cast<size_t>(message->myLen));
+        notePacket(PacketEvent::Direction::Received, *message, static_cast<size_t>(message->myLen));
         myReceivedQueue.push_back(std::move(message));
         if (JDWPCon_)
             JDWPCon_->EnableProcessEvent(true);
@@ -535,7 +569,7 @@ void JDWPHandler::processSocketData()
 
 std::shared_ptr<JXThreadList> JDWPHandler::getAllThreads()
 {
-    auto reply = sendSync(myFactory()->createGetThreadsMessage(), 4000);
+    auto reply = sendSync(myFactory()->createGetThreadsMessage(), kReplyWaitMs);
     if (reply && reply->hasDataContainer())
         return reply->myDataContainer()->RequestThreads;
     return nullptr;

@@ -6,29 +6,23 @@
 
 namespace jdwpkrvdbg {
 
-void PacketHistory::recordSent(double id, int32_t commandSet, int32_t command, size_t length)
+void PacketHistory::record(const PacketEvent& packet)
 {
     Entry e;
-    e.kind = Entry::Sent;
-    e.id = id;
-    e.commandSet = commandSet;
-    e.command = command;
-    e.length = length;
+    e.isNote = false;
+    e.packet = packet;
     push(std::move(e));
+}
+
+void PacketHistory::recordSent(double id, int32_t commandSet, int32_t command, size_t length)
+{
+    record({PacketEvent::Direction::Sent, id, commandSet, command, false, 0, length});
 }
 
 void PacketHistory::recordReceived(double id, double flags, int32_t commandSet, int32_t command, int32_t errorCode,
                                    size_t length)
 {
-    Entry e;
-    e.kind = Entry::Received;
-    e.id = id;
-    e.flags = flags;
-    e.commandSet = commandSet;
-    e.command = command;
-    e.errorCode = errorCode;
-    e.length = length;
-    push(std::move(e));
+    record({PacketEvent::Direction::Received, id, commandSet, command, flags == 128, errorCode, length});
 }
 
 void PacketHistory::recordNote(const std::string& text)
@@ -40,16 +34,17 @@ void PacketHistory::recordNote(const std::string& text)
 
 std::string PacketHistory::format(const Entry& e)
 {
-    if (e.kind == Entry::Note)
+    if (e.isNote)
         return "-- " + e.note;
-    std::string line = (e.kind == Entry::Sent ? "-> id=" : "<- id=") + NumberText(e.id);
-    const bool reply = e.kind == Entry::Received && e.flags == 128;
+    const PacketEvent& p = e.packet;
+    std::string line = (p.direction == PacketEvent::Direction::Sent ? "-> id=" : "<- id=") + NumberText(p.id);
+    const bool reply = p.direction == PacketEvent::Direction::Received && p.reply;
     if (reply)
-        line += " reply err=" + std::to_string(e.errorCode);
+        line += " reply err=" + std::to_string(p.errorCode);
     else
-        line += " " + std::to_string(e.commandSet) + "/" + std::to_string(e.command);
-    line += " len=" + std::to_string(e.length);
-    const std::string name = reply || e.commandSet != CMDSET_Event ? describeCommand(e.commandSet, e.command)
+        line += " " + std::to_string(p.commandSet) + "/" + std::to_string(p.command);
+    line += " len=" + std::to_string(p.length);
+    const std::string name = reply || p.commandSet != CMDSET_Event ? describeCommand(p.commandSet, p.command)
                                                                    : std::string("Composite Event");
     if (!name.empty())
         line += " " + name;

@@ -208,7 +208,11 @@ int32_t insertItemHash(int32_t handle, int32_t hash, int32_t position)
     return t->byHash.try_emplace(hash, position).second ? position : -1;
 }
 
-int32_t getValue(int32_t handle, const std::string& key)
+namespace {
+
+// The position stored under this spelling of `key`; for another spelling of
+// a key that is there, the first spelling's unless `exactOnly` (then 0).
+int32_t positionOf(int32_t handle, const std::string& key, bool exactOnly)
 {
     const Table* t = tableOf(handle);
     if (!t)
@@ -217,30 +221,25 @@ int32_t getValue(int32_t handle, const std::string& key)
     if (it == t->keys.end())
         return 0;
     const Group& g = it->second;
-    if (!g.others.empty() && it->first != key) {
-        for (const Variant& v : g.others) {
-            if (v.key == key)
-                return v.position;
-        }
+    if (it->first == key)
+        return g.position;
+    for (const Variant& v : g.others) {
+        if (v.key == key)
+            return v.position;
     }
-    return g.position;
+    return exactOnly ? 0 : g.position;
+}
+
+} // namespace
+
+int32_t getValue(int32_t handle, const std::string& key)
+{
+    return positionOf(handle, key, false);
 }
 
 int32_t getValueSense(int32_t handle, const std::string& key)
 {
-    const Table* t = tableOf(handle);
-    if (!t)
-        return 0;
-    auto it = t->keys.find(key);
-    if (it == t->keys.end())
-        return 0;
-    if (it->first == key)
-        return it->second.position;
-    for (const Variant& v : it->second.others) {
-        if (v.key == key)
-            return v.position;
-    }
-    return 0;
+    return positionOf(handle, key, true);
 }
 
 int32_t getValueByHash(int32_t handle, int32_t hash)

@@ -5,6 +5,7 @@
 #include "jdwpkrvdbg/version.h"
 
 #include "jdwpkrvdbg/protocol/ByteStrings.h"
+#include "jdwpkrvdbg/protocol/JDWPCommandTable.h"
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageData.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
@@ -20,6 +21,7 @@
 #include "jdwpkrvdbg/session/JDWPCon.h"
 #include "jdwpkrvdbg/session/JDWPFunctions.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
+#include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/PacketHistory.h"
 #include "jdwpkrvdbg/session/modMain.h"
 

@@ -1,8 +1,8 @@
 // Packets on the wire: both framings out, socket and shared-memory parsing in
 // (partial data, several packets in one buffer, every split point, replies
 // matched to sent commands, the intended little-endian error code, length
-// fields that cannot be a packet), routing and the wake-up of a synchronous
-// caller.
+// fields that cannot be a packet), routing through the command table and
+// the wake-up of a synchronous caller.
 #include <tuple>
 #include <vector>
 
@@ -251,15 +251,40 @@ TEST_F(MessageTest, ArbitraryBytesNeverBreakTheParsers)
     }
 }
 
-TEST(MessageDescription, NamesCommandsAndEvents)
+TEST(CommandTable, EveryPairRoutesAndNames)
 {
-    const std::tuple<int32_t, int32_t, const char*> cases[] = {
-        {1, 7, "Get ID-Sizes"}, {6, 2, "Get Variable-Table"}, {16, 3, "Get This-Object"},
-        {64, EK_BREAKPOINT, "Process Event - Breakpoint"}, {64, EK_VM_DISCONNECTED, "Process Event - VM Disconnect"},
-        {1, 99, ""}, {99, 1, ""},
+    // The trace's name and whether replies are decoded, from the one table:
+    // named but not decoded (Exit), decoded but unnamed (thread status, pop
+    // frames), events named by their kind, and pairs the table does not know.
+    const struct {
+        int32_t set, command;
+        const char* name;
+        bool routed;
+    } cases[] = {
+        {1, 1, "Version", true},
+        {1, 7, "Get ID-Sizes", true},
+        {1, 9, "Resume VM", true},
+        {1, 10, "Exit VM", false},
+        {2, 6, "Get Value", true},
+        {6, 2, "Get Variable-Table", true},
+        {9, 2, "Get Value", true},
+        {11, 4, "", true},
+        {12, 3, "", true},
+        {15, 2, "Event-Request", true},
+        {16, 3, "Get This-Object", true},
+        {16, 4, "", true},
+        // The composite's number (100) is also VM Disconnect's kind.
+        {64, EV_COMPOSITE, "Process Event - VM Disconnect", true},
+        {64, EK_BREAKPOINT, "Process Event - Breakpoint", false},
+        {1, 6, "", false},
+        {1, 99, "", false},
+        {99, 1, "", false},
     };
-    for (const auto& [set, command, text] : cases)
-        EXPECT_EQ(describeCommand(set, command), text) << set << "/" << command;
+    for (const auto& c : cases) {
+        EXPECT_EQ(describeCommand(c.set, c.command), c.name) << c.set << "/" << c.command;
+        const JDWPCommandEntry* row = findCommand(c.set, c.command);
+        EXPECT_EQ(row && row->decode, c.routed) << c.set << "/" << c.command;
+    }
 }
 
 } // namespace

@@ -78,6 +78,43 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
     }
 }
 
+// Observers get the numbers of each packet as the trace records it: a
+// reply carries its command's set and command and its error code, an event
+// its own; a removed observer hears nothing more.
+TEST_F(SessionExchange, PacketObserversSeeEverySentAndFramedPacket)
+{
+    using D = PacketEvent::Direction;
+    std::vector<PacketEvent> seen;
+    const int token = handler->addPacketObserver([&](const PacketEvent& p) { seen.push_back(p); });
+    auto resume = handler->myFactory()->createResumeMessage();
+    ASSERT_TRUE(handler->sendAsync(resume));
+    const auto id = static_cast<uint32_t>(resume->myID);
+    transport->raiseReceive(replyPacket(id, "", 0x0d00) + commandPacket(7, 64, 100, std::string(5, '\0')));
+    handler->removePacketObserver(token);
+    ASSERT_TRUE(handler->sendAsync(handler->myFactory()->createGetVersionMessage()));
+
+    const struct {
+        D direction;
+        double id;
+        int32_t set, command;
+        bool reply;
+        int32_t error;
+        size_t length;
+    } expected[] = {
+        {D::Sent, double(id), 1, 9, false, 0, 11},
+        {D::Received, double(id), 1, 9, true, 13, 11}, // the error as read: 00 0d little-endian
+        {D::Received, 7, 64, 100, false, 0, 16},
+    };
+    ASSERT_EQ(seen.size(), std::size(expected));
+    for (size_t i = 0; i < seen.size(); ++i) {
+        const auto& p = seen[i];
+        const auto& e = expected[i];
+        EXPECT_EQ(std::tuple(p.direction, p.id, p.commandSet, p.command, p.reply, p.errorCode, p.length),
+                  std::tuple(e.direction, e.id, e.set, e.command, e.reply, e.error, e.length))
+            << "packet " << i;
+    }
+}
+
 // A batch of small packets in one receive, then a packet in two pieces: all
 // are framed, and each received byte is copied at most once inside the
 // buffer. Taking every packet off the front would copy N^2/2 packets' worth

@@ -16,6 +16,7 @@
 #include <jdwpkrvdbg/protocol/JDWPMessageData.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
+#include <jdwpkrvdbg/session/JDWPLimits.h>
 
 #include "ClassNames.h"
 #include "CommandSyntax.h"
@@ -99,18 +100,17 @@ struct ThreadPlace {
 ThreadPlace placeOf(Session& session, double threadID)
 {
     constexpr int32_t kMaxFrames = 64;
-    constexpr int32_t kWaitMs = 4000;
     auto& handler = session.handler();
     auto& jvm = session.jvm();
     ThreadPlace place;
-    const auto countReply = handler.sendSync(handler.myFactory()->createGetFrameCountMessage(threadID), kWaitMs);
+    const auto countReply = handler.sendSync(handler.myFactory()->createGetFrameCountMessage(threadID), kReplyWaitMs);
     if (!countReply || !countReply->hasDataContainer())
         return place;
     const auto count = static_cast<int32_t>(std::llround(countReply->myDataContainer()->RequestFrameCount));
     if (count <= 0)
         return place;
-    const auto reply =
-        handler.sendSync(handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kWaitMs);
+    const auto reply = handler.sendSync(
+        handler.myFactory()->createGetFrameMessage(threadID, 0, std::min(count, kMaxFrames)), kReplyWaitMs);
     if (!reply || !reply->hasDataContainer())
         return place;
     std::string top;
@@ -152,32 +152,129 @@ json stopJson(const StopInfo& stop)
 
 } // namespace
 
+const std::vector<Commands::Verb>& Commands::verbs()
+{
+    // In help order. Arity 0: the verb takes no arguments (checked here);
+    // -1: the handler reads its arguments and says what it expects.
+    static const std::vector<Verb> table{
+        {{"stop"},
+         -1,
+         {{"stop at CLASS:LINE", "breakpoint on a source line (also before the class loads)"},
+          {"stop in CLASS.METHOD[+OFFSET]", "stop point at a code index of a method (default 0)"},
+          {"stop", "list breakpoints and stop points"}},
+         [](Commands& c, const std::string& cmd, const Args& args) {
+             if (args.empty())
+                 return c.listBreakpoints(cmd);
+             if (args.size() == 2 && args[0] == "at")
+                 return c.stopAt(cmd, args[1]);
+             if (args.size() == 2 && args[0] == "in")
+                 return c.stopIn(cmd, args[1]);
+             return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt + " or " + kUsageStopIn);
+         }},
+        {{"clear"},
+         -1,
+         {{"clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]", "remove one; clear alone lists them"}},
+         [](Commands& c, const std::string& cmd, const Args& args) { return c.clear(cmd, args); }},
+        {{"run"},
+         0,
+         {{"run", "start the program and wait for the first stop or its end\n"
+                  "(attached to a program that runs: returns with it running)"}},
+         plain<&Commands::run>},
+        {{"cont"}, 0, {{"cont", "continue and wait for the next stop or the end"}}, plain<&Commands::cont>},
+        {{"step"},
+         -1,
+         {{"step | next | step up", "one line into calls | over calls | out of the method"}},
+         [](Commands& c, const std::string& cmd, const Args& args) {
+             if (args.empty())
+                 return c.step(cmd, SD_INTO);
+             if (args.size() == 1 && args[0] == "up")
+                 return c.step(cmd, SD_OUT);
+             return CommandOutcome::failure(cmd, "expected step (into calls) or step up (out of the method)");
+         }},
+        {{"next"}, 0, {}, [](Commands& c, const std::string& cmd, const Args&) { return c.step(cmd, SD_OVER); }},
+        {{"print", "p"},
+         -1,
+         {{"print EXPR [in CLASS]", "a variable, a field or a method without arguments, also as a\n"
+                                     "dotted path (print cart.total); in CLASS: its static members"}},
+         [](Commands& c, const std::string& cmd, const Args& args) {
+             if (args.empty())
+                 return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
+             // The expression is the rest of the line as typed, after the verb.
+             return c.print(cmd, cmd.substr(CommandSyntax::words(cmd).front().size()));
+         }},
+        {{"locals"}, 0, {{"locals", "the local variables of the current method"}}, plain<&Commands::locals>},
+        {{"where"}, 0, {{"where", "the stack of the stopped thread"}}, plain<&Commands::where>},
+        {{"threads"}, 0, {{"threads", "the VM's threads"}}, plain<&Commands::threads>},
+        {{"suspend"},
+         0,
+         {{"suspend | resume", "suspend or resume the whole VM (resume does not wait)"}},
+         plain<&Commands::suspend>},
+        {{"resume"}, 0, {}, plain<&Commands::resume>},
+        {{"pop"}, 0, {{"pop", "drop the top frame of the stopped thread"}}, plain<&Commands::pop>},
+        {{"redefine"},
+         -1,
+         {{"redefine CLASS FILE.class", "replace a class with new bytecode"}},
+         [](Commands& c, const std::string& cmd, const Args& args) { return c.redefine(cmd, args); }},
+        {{"hold"},
+         0,
+         {{"hold | release", "hold back or release the VM's events"}},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.holdOrRelease(cmd, true); }},
+        {{"release"},
+         0,
+         {},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.holdOrRelease(cmd, false); }},
+        {{"wait"},
+         -1,
+         {{"wait [MS]", "wait until the VM stops or ends (default 30000 ms)"}},
+         [](Commands& c, const std::string& cmd, const Args& args) { return c.wait(cmd, args); }},
+        {{"help", "?"},
+         -1,
+         {{"help", "this list"}},
+         [](Commands&, const std::string& cmd, const Args&) {
+             CommandOutcome o;
+             o.command = cmd;
+             o.text = helpLines();
+             o.result = o.text;
+             return o;
+         }},
+        {{"quit", "exit"},
+         -1,
+         {{"quit", "end the session (a launched program is ended too)"}},
+         [](Commands& c, const std::string& cmd, const Args&) {
+             c.quit_ = true;
+             CommandOutcome o;
+             o.command = cmd;
+             o.result = "quit";
+             return o;
+         }},
+    };
+    return table;
+}
+
 std::vector<std::string> Commands::helpLines()
 {
-    return {
-        "Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):",
-        "  stop at CLASS:LINE             breakpoint on a source line (also before the class loads)",
-        "  stop in CLASS.METHOD[+OFFSET]  stop point at a code index of a method (default 0)",
-        "  stop                           list breakpoints and stop points",
-        "  clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]   remove one; clear alone lists them",
-        "  run                            start the program and wait for the first stop or its end",
-        "                                 (attached to a program that runs: returns with it running)",
-        "  cont                           continue and wait for the next stop or the end",
-        "  step | next | step up          one line into calls | over calls | out of the method",
-        "  print EXPR [in CLASS]          a variable, a field or a method without arguments, also as a",
-        "                                 dotted path (print cart.total); in CLASS: its static members",
-        "  locals                         the local variables of the current method",
-        "  where                          the stack of the stopped thread",
-        "  threads                        the VM's threads",
-        "  suspend | resume               suspend or resume the whole VM (resume does not wait)",
-        "  pop                            drop the top frame of the stopped thread",
-        "  redefine CLASS FILE.class      replace a class with new bytecode",
-        "  hold | release                 hold back or release the VM's events",
-        "  wait [MS]                      wait until the VM stops or ends (default 30000 ms)",
-        "  help                           this list",
-        "  quit                           end the session (a launched program is ended too)",
-        "Ctrl-C while krvdbg waits suspends the program and shows where each thread is.",
-    };
+    // Where the help text starts, the two leading blanks included.
+    constexpr size_t kTextColumn = 33;
+    std::vector<std::string> lines{"Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):"};
+    for (const Verb& v : verbs()) {
+        for (const HelpLine& h : v.help) {
+            // The text starts at its column, or three blanks after a long usage.
+            const std::string usage = std::string("  ") + h.usage;
+            const std::string text = h.text;
+            std::string line =
+                usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
+            for (size_t start = 0;;) {
+                const size_t end = text.find('\n', start);
+                lines.push_back(line + text.substr(start, end == std::string::npos ? end : end - start));
+                if (end == std::string::npos)
+                    break;
+                start = end + 1;
+                line = std::string(kTextColumn, ' ');
+            }
+        }
+    }
+    lines.push_back("Ctrl-C while krvdbg waits suspends the program and shows where each thread is.");
+    return lines;
 }
 
 CommandOutcome Commands::execute(const std::string& line)
@@ -191,84 +288,23 @@ CommandOutcome Commands::execute(const std::string& line)
     }
     const std::string& verb = w[0];
     const Args args(w.begin() + 1, w.end());
-    if (verb == "stop") {
-        if (args.empty())
-            return listBreakpoints(cmd);
-        if (args.size() == 2 && args[0] == "at")
-            return stopAt(cmd, args[1]);
-        if (args.size() == 2 && args[0] == "in")
-            return stopIn(cmd, args[1]);
-        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt + " or " + kUsageStopIn);
-    }
-    if (verb == "clear")
-        return clear(cmd, args);
-    if (verb == "step") {
-        if (args.empty())
-            return step(cmd, SD_INTO);
-        if (args.size() == 1 && args[0] == "up")
-            return step(cmd, SD_OUT);
-        return CommandOutcome::failure(cmd, "expected step (into calls) or step up (out of the method)");
-    }
-    if (verb == "print" || verb == "p") {
-        if (args.empty())
-            return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
-        return print(cmd, cmd.substr(verb.size()));
-    }
-    if (verb == "redefine")
-        return redefine(cmd, args);
-    if (verb == "wait")
-        return wait(cmd, args);
-
-    struct Simple {
-        const char* name;
-        CommandOutcome (Commands::*run)(const std::string&);
-    };
-    static const Simple simple[] = {
-        {"run", &Commands::run},           {"cont", &Commands::cont},       {"locals", &Commands::locals},
-        {"where", &Commands::where},       {"threads", &Commands::threads}, {"suspend", &Commands::suspend},
-        {"resume", &Commands::resume},     {"pop", &Commands::pop},
-    };
-    for (const auto& s : simple) {
-        if (verb != s.name)
+    for (const Verb& v : verbs()) {
+        if (std::find(v.names.begin(), v.names.end(), verb) == v.names.end())
             continue;
-        if (!args.empty())
-            return CommandOutcome::failure(cmd, std::string(s.name) + " takes no arguments");
-        return (this->*s.run)(cmd);
-    }
-    if (verb == "next") {
-        if (!args.empty())
-            return CommandOutcome::failure(cmd, "next takes no arguments");
-        return step(cmd, SD_OVER);
-    }
-    if (verb == "hold" || verb == "release") {
-        if (!args.empty())
+        if (v.arity == 0 && !args.empty())
             return CommandOutcome::failure(cmd, verb + " takes no arguments");
-        return holdOrRelease(cmd, verb == "hold");
-    }
-    if (verb == "help" || verb == "?") {
-        CommandOutcome o;
-        o.command = cmd;
-        o.text = helpLines();
-        o.result = o.text;
-        return o;
-    }
-    if (verb == "quit" || verb == "exit") {
-        quit_ = true;
-        CommandOutcome o;
-        o.command = cmd;
-        o.result = "quit";
-        return o;
+        return v.handler(*this, cmd, args);
     }
     return CommandOutcome::failure(cmd, "unknown command '" + verb + "' (help lists the commands)");
 }
 
-std::string Commands::needAlive() const
+std::optional<CommandOutcome> Commands::requireAlive(const std::string& cmd) const
 {
     if (!session_.started())
-        return "the program is not running yet: use run";
+        return CommandOutcome::failure(cmd, "the program is not running yet: use run");
     if (session_.ended())
-        return "the program has ended";
-    return {};
+        return CommandOutcome::failure(cmd, "the program has ended");
+    return std::nullopt;
 }
 
 void Commands::noteCallStillRunning()
@@ -279,14 +315,13 @@ void Commands::noteCallStillRunning()
         session_.events().noteResume();
 }
 
-std::string Commands::needSuspended()
+std::optional<CommandOutcome> Commands::requireSuspended(const std::string& cmd)
 {
-    std::string why = needAlive();
-    if (!why.empty())
-        return why;
+    if (auto refused = requireAlive(cmd))
+        return refused;
     if (!session_.suspended())
-        return "the VM is running: wait for a stop (wait) or suspend it (suspend)";
-    return {};
+        return CommandOutcome::failure(cmd, "the VM is running: wait for a stop (wait) or suspend it (suspend)");
+    return std::nullopt;
 }
 
 CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& placeText)
@@ -527,9 +562,8 @@ CommandOutcome Commands::run(const std::string& cmd)
 
 CommandOutcome Commands::cont(const std::string& cmd)
 {
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     session_.events().noteResume();
     session_.jvm().ResumeVM(true);
     return waited(cmd, session_.waitForStop());
@@ -537,9 +571,8 @@ CommandOutcome Commands::cont(const std::string& cmd)
 
 CommandOutcome Commands::step(const std::string& cmd, int depth)
 {
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     auto& jvm = session_.jvm();
     session_.events().expectStep();
     session_.events().noteResume();
@@ -557,9 +590,8 @@ CommandOutcome Commands::print(const std::string& cmd, const std::string& rest)
     Expression e;
     if (!CommandSyntax::parseExpression(rest, e))
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     const std::string raw = session_.jvm().getValue(e.path, ClassNames::toInternal(e.staticClass));
     noteCallStillRunning();
     const ParsedValue v = ValueText::parse(raw);
@@ -584,9 +616,8 @@ CommandOutcome Commands::print(const std::string& cmd, const std::string& rest)
 
 CommandOutcome Commands::locals(const std::string& cmd)
 {
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     auto& jvm = session_.jvm();
     const auto cls = jvm.getClassByID(jvm.currentClassID(), true);
     const auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
@@ -634,9 +665,8 @@ CommandOutcome Commands::locals(const std::string& cmd)
 
 CommandOutcome Commands::where(const std::string& cmd)
 {
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     const auto stack = session_.jvm().getStackTrace();
     CommandOutcome o;
     o.command = cmd;
@@ -663,9 +693,8 @@ CommandOutcome Commands::where(const std::string& cmd)
 
 CommandOutcome Commands::threads(const std::string& cmd)
 {
-    const std::string why = needAlive();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireAlive(cmd))
+        return *refused;
     auto list = session_.handler().getAllThreads();
     if (!list)
         return CommandOutcome::failure(cmd, "the VM did not list its threads");
@@ -693,9 +722,8 @@ CommandOutcome Commands::threads(const std::string& cmd)
 
 CommandOutcome Commands::suspend(const std::string& cmd)
 {
-    const std::string why = needAlive();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireAlive(cmd))
+        return *refused;
     // A second suspend would have to be resumed twice (the VM counts them).
     if (session_.suspended())
         return CommandOutcome::failure(cmd, "the VM is already suspended");
@@ -716,9 +744,8 @@ CommandOutcome Commands::suspend(const std::string& cmd)
 
 CommandOutcome Commands::resume(const std::string& cmd)
 {
-    const std::string why = needAlive();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireAlive(cmd))
+        return *refused;
     auto& jvm = session_.jvm();
     session_.events().noteResume();
     jvm.ResumeVM(true);
@@ -734,9 +761,8 @@ CommandOutcome Commands::resume(const std::string& cmd)
 
 CommandOutcome Commands::pop(const std::string& cmd)
 {
-    const std::string why = needSuspended();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
     auto& jvm = session_.jvm();
     if (jvm.getStackCount() < 2)
         return CommandOutcome::failure(cmd, "there is no frame below the top one to return to");
@@ -768,9 +794,8 @@ CommandOutcome Commands::redefine(const std::string& cmd, const Args& args)
 {
     if (args.size() != 2 || !ClassNames::isValid(args[0]))
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsageRedefine);
-    const std::string why = needAlive();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireAlive(cmd))
+        return *refused;
     std::ifstream in(args[1], std::ios::binary);
     if (!in)
         return CommandOutcome::failure(cmd, "cannot read " + args[1]);
@@ -790,9 +815,8 @@ CommandOutcome Commands::redefine(const std::string& cmd, const Args& args)
 
 CommandOutcome Commands::holdOrRelease(const std::string& cmd, bool hold)
 {
-    const std::string why = needAlive();
-    if (!why.empty())
-        return CommandOutcome::failure(cmd, why);
+    if (auto refused = requireAlive(cmd))
+        return *refused;
     if (hold)
         session_.jvm().HoldEvents();
     else

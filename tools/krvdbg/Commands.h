@@ -4,6 +4,7 @@
 // changes nothing.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,32 @@ public:
     bool quitRequested() const { return quit_; }
     // The run command could not start or reach the VM.
     bool startFailed() const { return startFailed_; }
+    // The help text, made from the command table.
     static std::vector<std::string> helpLines();
 
 private:
     using Args = std::vector<std::string>;
+    struct HelpLine {
+        const char* usage;
+        const char* text; // a '\n' continues it on a line of its own
+    };
+    // One verb: its names (the first is the one help shows), its arity (0:
+    // no arguments; -1: the handler reads them and says what it expects),
+    // its lines in the help and the handler.
+    struct Verb {
+        std::vector<std::string> names;
+        int arity;
+        std::vector<HelpLine> help;
+        CommandOutcome (*handler)(Commands& commands, const std::string& cmd, const Args& args);
+    };
+    static const std::vector<Verb>& verbs();
+    // The handler of a verb whose member takes the command line alone.
+    template <CommandOutcome (Commands::*Run)(const std::string&)>
+    static CommandOutcome plain(Commands& commands, const std::string& cmd, const Args&)
+    {
+        return (commands.*Run)(cmd);
+    }
+
     CommandOutcome stopAt(const std::string& cmd, const std::string& placeText);
     CommandOutcome stopIn(const std::string& cmd, const std::string& placeText);
     CommandOutcome clear(const std::string& cmd, const Args& args);
@@ -47,11 +70,11 @@ private:
     CommandOutcome interrupted(const std::string& cmd);
     // The outcome of a command that let the VM run: how the wait ended.
     CommandOutcome waited(const std::string& cmd, WaitOutcome how, uint32_t timeoutMs = 0);
-    // An empty string when the VM is in a state the command can work in,
-    // else the reason why not.
-    std::string needAlive() const;
     void noteCallStillRunning();
-    std::string needSuspended();
+    // The refusal of a command that needs a live, or a suspended, VM; none
+    // when the VM is in the state the command needs.
+    std::optional<CommandOutcome> requireAlive(const std::string& cmd) const;
+    std::optional<CommandOutcome> requireSuspended(const std::string& cmd);
 
     Session& session_;
     bool quit_ = false;

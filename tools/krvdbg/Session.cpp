@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include <jdwpkrvdbg/model/JXBreakpoint.h>
+#include <jdwpkrvdbg/protocol/ByteStrings.h>
 #include <jdwpkrvdbg/platform/Clock.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
 #include <jdwpkrvdbg/session/modMain.h>
@@ -31,15 +32,6 @@ constexpr uint32_t kPumpSliceMs = 50;
 // hand over the rest of its console output.
 constexpr uint32_t kDrainMs = 5000;
 
-std::string crLfToLf(const std::string& s)
-{
-    std::string out;
-    for (size_t i = 0; i < s.size(); ++i)
-        if (!(s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n'))
-            out += s[i];
-    return out;
-}
-
 } // namespace
 
 Session::Session(const Options& options, Printer& printer) : options_(options), printer_(printer)
@@ -52,7 +44,9 @@ Session::Session(const Options& options, Printer& printer) : options_(options), 
         return bp && bp->UsedByVM;
     });
     events_->setStateHook([this](VMState state) { onStateChanged(state); });
-    handler_->history().setListener([this](const std::string& line) { onPacketLine(line); });
+    packetObserver_ = handler_->addPacketObserver([this](const PacketEvent& packet) { onPacket(packet); });
+    if (options_.trace)
+        handler_->history().setListener([this](const std::string& line) { printer_.trace(line); });
 
     // The program's classes: the main class, the classes in the class
     // path's folders, --target (classes and patterns), and every class named
@@ -89,19 +83,17 @@ Session::~Session()
 {
     shutdown();
     handler_->history().setListener(nullptr);
+    handler_->removePacketObserver(packetObserver_);
     handler_->myJVM()->setEvents(nullptr);
     handler_.reset();
     setCurrentHandler(nullptr);
 }
 
-void Session::onPacketLine(const std::string& line)
+void Session::onPacket(const PacketEvent& packet)
 {
-    static const std::string kResumeReply = " Resume VM";
-    if (line.rfind("<- ", 0) == 0 && line.find(" reply err=0 ") != std::string::npos && line.size() > kResumeReply.size() &&
-        line.compare(line.size() - kResumeReply.size(), kResumeReply.size(), kResumeReply) == 0)
+    if (packet.direction == PacketEvent::Direction::Received && packet.reply && packet.errorCode == 0 &&
+        packet.commandSet == CMDSET_VirtualMachine && packet.command == VM_RESUME)
         lastResumeReply_ = ++sequence_;
-    if (options_.trace)
-        printer_.trace(line);
 }
 
 void Session::onStateChanged(VMState state)
@@ -214,7 +206,7 @@ bool Session::start()
     }
     if (!ok) {
         failureText_ = events_->lastMessage().empty() ? "the VM could not be started or reached"
-                                                      : crLfToLf(events_->lastMessage());
+                                                      : ReplaceAll(events_->lastMessage(), "\r\n", "\n");
         if (options_.mode == LaunchMode::SharedMemory)
             failureText_ += "\n(--shmem needs the library's shared-memory transport and, for the VM, "
                             "libdt_shmem.so next to the library or in JDWPKRVDBG_SHMEM_DIR; "

@@ -82,7 +82,7 @@ private:
     // then stays suspended at its start with nobody to resume it. Seen as a
     // suspension without a stop, reported after the reply to that Resume.
     bool stuckAtStart();
-    void onPacketLine(const std::string& line);
+    void onPacket(const jdwpkrvdbg::PacketEvent& packet);
     void onStateChanged(jdwpkrvdbg::VMState state);
 
     const Options& options_;
@@ -91,6 +91,7 @@ private:
     std::shared_ptr<HostEvents> events_;
     std::vector<std::string> targets_;
     std::unordered_set<std::string> targetSet_;
+    int packetObserver_ = 0;
     uint64_t sequence_ = 0;
     uint64_t lastResumeReply_ = 0;
     uint64_t lastSuspend_ = 0;

@@ -3,9 +3,13 @@
 
 #include <cmath>
 
+#include <jdwpkrvdbg/protocol/ByteStrings.h>
+
 #include "ClassNames.h"
 
 namespace krvdbg {
+
+using jdwpkrvdbg::ReplaceAll;
 
 namespace {
 
@@ -13,18 +17,7 @@ namespace {
 // Windows line ends.
 std::string unixLines(const std::string& s)
 {
-    std::string out;
-    out.reserve(s.size());
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '\r') {
-            if (i + 1 < s.size() && s[i + 1] == '\n')
-                continue;
-            out += '\n';
-        } else {
-            out += s[i];
-        }
-    }
-    return out;
+    return ReplaceAll(ReplaceAll(s, "\r\n", "\n"), "\r", "\n");
 }
 
 std::string trimLineEnds(std::string s)

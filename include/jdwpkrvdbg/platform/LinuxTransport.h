@@ -10,9 +10,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <string>
-#include <deque>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
@@ -20,7 +19,11 @@
 
 namespace jdwpkrvdbg {
 
-class ShmemChannel;
+namespace platform_detail {
+class ChildProcess;
+class SocketConnection;
+class ShmemConnection;
+} // namespace platform_detail
 
 // The folder that holds the VM side of the shared-memory transport
 // (libdt_shmem.so), prepended to the VM's LD_LIBRARY_PATH; "" when unknown.
@@ -65,77 +68,23 @@ public:
     std::string libraryPath() const;
 
     // Bytes accepted by SendData and not yet written to the socket.
-    size_t pendingSendBytes() const { return sendQueue_.size() - sendOffset_; }
+    size_t pendingSendBytes() const;
 
     // Wait status of the last process reaped by the pump (-1 before any).
-    int lastExitStatus() const { return lastExitStatus_; }
+    int lastExitStatus() const;
 
 private:
-    enum class SocketState { Idle, Connecting, Connected, Failed };
-
-    struct Address {
-        sockaddr_storage storage;
-        socklen_t length;
-    };
-
-    void startNextAddress(int previousError);
-    void onSocketReady(short revents);
-    void finishConnect();
-    void readSocket();
-    bool flushSendQueue();
-    void updateSocketEvents();
-    void closeSocket();
-    void failConnect(int error);
-
-    void onPipeReady();
-    void drainPipe(std::string& text, bool& eof);
-    void closePipe();
-    void onProcessExited();
-    bool reapProcess(bool block);
-    void forgetProcess();
-    void stopProcessWatch();
-
     MessagePump& pump_;
+    // The last failure of any part, for StatusText.
     std::string statusText_;
     std::string libraryPath_;
     bool libraryPathSet_ = false;
-
-    // Socket.
-    SocketState socketState_ = SocketState::Idle;
-    int socketFd_ = -1;
-    int socketWatch_ = 0;
-    uint64_t socketGeneration_ = 0; // changes whenever the socket is closed
-    std::string host_;
-    int32_t port_ = 0;
-    std::vector<Address> addresses_;
-    size_t addressIndex_ = 0;
-    std::string sendQueue_;
-    size_t sendOffset_ = 0;
-
-    // Process.
-    pid_t pid_ = 0;
-    int pidFd_ = -1;
-    int processWatch_ = 0; // pidfd watch, or a polling timer without pidfd
-    bool processWatchIsTimer_ = false;
-    int pipeFd_ = -1;
-    int pipeWatch_ = 0;
-    int lastExitStatus_ = -1;
-
     int idleId_ = 0;
-    std::vector<char> readChunk_; // reused by readSocket (never across an event)
 
-    // Shared-memory channel.
-    void onShmemReady();
-    bool deliverShmemRecords();
-    void closeShmem();
-    std::unique_ptr<ShmemChannel> shmem_;
-    int shmemWatch_ = 0;
-    int shmemConnectIdle_ = 0;
-    bool shmemConnected_ = false;
-    std::string shmemName_;
-    // Records read and not yet delivered: a receive handler may pump again,
-    // and nested reads must not overtake records read before them.
-    std::deque<std::string> shmemInbox_;
+    // The three parts, each raising its events through this object's.
+    std::unique_ptr<platform_detail::ChildProcess> process_;
+    std::unique_ptr<platform_detail::SocketConnection> socket_;
+    std::unique_ptr<platform_detail::ShmemConnection> shmem_;
 };
 
 } // namespace jdwpkrvdbg

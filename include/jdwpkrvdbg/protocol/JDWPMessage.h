@@ -69,6 +69,11 @@ public:
     std::string myKey() const;
 
 private:
+    // For a reply: finds and forgets the command it answers, takes that
+    // command's set and number and reads the error code at the 1-based
+    // position `errorAt`. False when no command waits for this id.
+    bool takeRequest(const std::string& s, int64_t errorAt);
+
     std::shared_ptr<JDWPMessageData> myDataContainer_;
 };
 

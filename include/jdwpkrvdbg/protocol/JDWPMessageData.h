@@ -109,6 +109,8 @@ public:
     const std::vector<JDWPJClass>& allClasses() const { return allClasses_; }
 
 private:
+    // Reads past an event's request id and thread id.
+    void skipRequestAndThread(const std::string& s, int64_t& pos);
     bool processValueList(const std::string& s);
     bool processInvocationResult(const std::string& s);
     // Begins the composite's stop at its first stopping event; false for a

@@ -15,6 +15,8 @@
 #include <unordered_map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "jdwpkrvdbg/session/JDWPCon.h"
 #include "jdwpkrvdbg/session/PacketHistory.h"
@@ -92,6 +94,11 @@ public:
 
     // --- tracing ---
     PacketHistory& history() { return history_; }
+    // Observers of every packet sent or framed, called as the packet trace
+    // records it (a received packet before it is decoded). Returns the token
+    // that removes the observer again.
+    int addPacketObserver(PacketObserver observer);
+    void removePacketObserver(int token);
     // Number of sent commands still waiting for a reply, and of synchronous
     // calls in progress.
     size_t pendingSentCount() const { return mySentMessages_.size(); }
@@ -111,6 +118,14 @@ public:
 private:
     JDWPHandler();
     void framingStep();
+    void notePacket(PacketEvent::Direction direction, const JDWPMessage& m, size_t length);
+    // Parts of startVM: the previous session's remains go, the connection
+    // is tried until it is up, the budget is spent or the started VM died,
+    // and a failure is reported to the host.
+    void endPreviousSession();
+    bool tryToConnect(const std::string& SharedName, int32_t timeout, const std::string& Host,
+                      const std::string& Port, bool bUseRemote);
+    void reportConnectFailure();
     void protocolError(const std::string& reason);
     void armHandshakeTimeout();
     void closeTransportReporting();
@@ -146,6 +161,8 @@ private:
     int myRenderDepth_ = 0;
 
     PacketHistory history_;
+    std::vector<std::pair<int, PacketObserver>> packetObservers_;
+    int lastObserverToken_ = 0;
 };
 
 } // namespace jdwpkrvdbg

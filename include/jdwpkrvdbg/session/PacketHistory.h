@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "jdwpkrvdbg/session/PacketEvent.h"
+
 namespace jdwpkrvdbg {
 
 class PacketHistory {
@@ -18,6 +20,7 @@ public:
     explicit PacketHistory(size_t capacity = 256) : capacity_(capacity) {}
 
     // "-> id=5 1/1 len=11 Version", "<- id=5 reply err=0 len=...".
+    void record(const PacketEvent& packet);
     void recordSent(double id, int32_t commandSet, int32_t command, size_t length);
     void recordReceived(double id, double flags, int32_t commandSet, int32_t command, int32_t errorCode,
                         size_t length);
@@ -32,13 +35,8 @@ public:
 
 private:
     struct Entry {
-        enum Kind : uint8_t { Sent, Received, Note } kind = Note;
-        double id = 0;
-        double flags = 0;
-        int32_t commandSet = 0;
-        int32_t command = 0;
-        int32_t errorCode = 0;
-        size_t length = 0;
+        bool isNote = true;
+        PacketEvent packet;
         std::string note;
     };
     static std::string format(const Entry& e);

@@ -1,0 +1,70 @@
+// The launched VM as the Linux transport sees it: the process (started with
+// the shared-memory library on its LD_LIBRARY_PATH), its console captured
+// through a pipe when asked, and the watch on its exit (a pidfd, or a timer
+// where the kernel has none). Console text and the exit are reported from
+// MessagePump callbacks through the two callbacks given at construction.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+
+#include "ChildLauncher.h"
+#include "jdwpkrvdbg/platform/MessagePump.h"
+
+namespace jdwpkrvdbg::platform_detail {
+
+// The launch of `path` with the words of `commandLine` as its arguments and
+// `libraryDir` in front of its LD_LIBRARY_PATH. False with `status` set when
+// there is no path or the command line cannot be split.
+bool describeLaunch(const std::string& path, const std::string& commandLine, const std::string& libraryDir,
+                    ChildLaunch& launch, std::string& status);
+
+class ChildProcess {
+public:
+    using ConsoleCallback = std::function<void(const std::string& text)>;
+    // After the process is reaped; `lastText` is the console text it wrote
+    // that was not reported yet.
+    using ExitCallback = std::function<void(const std::string& lastText)>;
+
+    ChildProcess(MessagePump& pump, ConsoleCallback console, ExitCallback exited);
+    // Killing a still running VM is the session's decision; only a child that
+    // already ended is reaped here, so that it does not stay a zombie.
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // The caller has ended a previous process (kill). False with `status`
+    // set when the process could not be started.
+    bool start(ChildLaunch launch, bool console, bool usePipe, std::string& status);
+    // Kills and reaps the process; true when there was one.
+    bool kill();
+    bool running() const;
+    pid_t pid() const { return pid_; }
+    int pidFd() const { return pidFd_; }
+    // Wait status of the last process reaped (-1 before any).
+    int lastExitStatus() const { return lastExitStatus_; }
+
+private:
+    void watchExit();
+    void onPipeReady();
+    void drainPipe(std::string& text);
+    void closePipe();
+    void onExited();
+    bool reap(bool block);
+    void forget();
+
+    MessagePump& pump_;
+    ConsoleCallback console_;
+    ExitCallback exited_;
+    pid_t pid_ = 0;
+    int pidFd_ = -1;
+    int exitWatch_ = 0; // pidfd watch, or a polling timer without pidfd
+    bool exitWatchIsTimer_ = false;
+    int pipeFd_ = -1;
+    int pipeWatch_ = 0;
+    int lastExitStatus_ = -1;
+};
+
+} // namespace jdwpkrvdbg::platform_detail
