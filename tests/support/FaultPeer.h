@@ -22,6 +22,8 @@
 #include <string>
 #include <thread>
 
+#include "Wire.h"
+
 namespace jdwpkrvdbg::testing {
 
 // One command as the host sent it (socket framing).
@@ -89,14 +91,5 @@ private:
     bool released_ = false;
     std::thread thread_;
 };
-
-// Payload builders for the scripts (big-endian).
-std::string peerBe32(uint32_t v);
-inline std::string peerBe64(uint64_t v)
-{
-    return peerBe32(static_cast<uint32_t>(v >> 32)) + peerBe32(static_cast<uint32_t>(v));
-}
-// 4-byte length + bytes
-inline std::string peerString(const std::string& s) { return peerBe32(static_cast<uint32_t>(s.size())) + s; }
 
 } // namespace jdwpkrvdbg::testing

@@ -5,37 +5,6 @@
 
 namespace jdwpkrvdbg::testing {
 
-namespace {
-uint32_t readBe32(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4; ++i)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-} // namespace
-
-std::string be32(uint32_t v)
-{
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
-}
-
-std::string be64(uint64_t v) { return be32(static_cast<uint32_t>(v >> 32)) + be32(static_cast<uint32_t>(v)); }
-
-std::string jstr(const std::string& s) { return be32(static_cast<uint32_t>(s.size())) + s; }
-
-std::string replyPacket(uint32_t id, const std::string& payload, uint16_t error)
-{
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + '\x80' + static_cast<char>(error >> 8) +
-           static_cast<char>(error & 0xff) + payload;
-}
-
-std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payload)
-{
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + '\0' + static_cast<char>(set) +
-           static_cast<char>(cmd) + payload;
-}
-
 ScriptedVM::ScriptedVM(std::shared_ptr<ScriptedTransport> transport) : transport_(std::move(transport))
 {
     transport_->onSend = [this](const std::string& data) { onSend(data); };
@@ -106,13 +75,8 @@ void ScriptedVM::onSend(const std::string& data)
         return post(data);
     }
     pending_ += data;
-    while (pending_.size() >= 11) {
-        const uint32_t len = readBe32(pending_, 0);
-        if (len < 11 || pending_.size() < len)
-            break;
-        SentCommand c{readBe32(pending_, 4), static_cast<unsigned char>(pending_[9]),
-                      static_cast<unsigned char>(pending_[10]), pending_.substr(11, len - 11)};
-        pending_.erase(0, len);
+    while (auto packet = cutPacket(pending_)) {
+        const SentCommand c{packet->id, packet->set, packet->cmd, std::move(packet->payload)};
         commands_.push_back(c);
         auto it = answers_.find({c.set, c.cmd});
         std::string payload;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ScriptedTransport.h"
+#include "Wire.h"
 
 namespace jdwpkrvdbg::testing {
 
@@ -24,14 +25,6 @@ struct SentCommand {
     int cmd = 0;
     std::string payload;
 };
-
-// Big-endian helpers for building payloads in tests.
-std::string be32(uint32_t v);
-std::string be64(uint64_t v);
-std::string jstr(const std::string& s); // 4-byte length + bytes
-// Socket-framed reply / command packets.
-std::string replyPacket(uint32_t id, const std::string& payload, uint16_t error = 0);
-std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payload);
 
 class ScriptedVM {
 public:
@@ -58,7 +51,7 @@ public:
     void reply(uint32_t id, const std::string& payload, uint16_t error = 0) { deliver(replyPacket(id, payload, error)); }
     void event(const std::string& compositePayload, uint32_t id = 0x7000)
     {
-        deliver(commandPacket(id, 64, 100, compositePayload));
+        deliver(eventPacket(compositePayload, id));
     }
 
     // Standard answers of an OpenJDK 17 VM with 8-byte ids: ID sizes,

@@ -9,10 +9,10 @@
 #include <limits>
 #include <tuple>
 
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using namespace std::string_literals;
 
 namespace {

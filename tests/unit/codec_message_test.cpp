@@ -6,10 +6,10 @@
 #include <tuple>
 #include <vector>
 
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using namespace std::string_literals;
 
 namespace {
@@ -32,7 +32,7 @@ std::string socketReply(double id, const std::string& error, const std::string& 
     return NumberToBytes(11.0 + payload.size(), 4) + NumberToBytes(id, 4) + "\x80"s + error + payload;
 }
 
-class MessageTest : public codec_test::SessionTest {
+class MessageTest : public SessionTest {
 protected:
     // A command sent through the handler, so that a reply can find it.
     std::shared_ptr<JDWPMessage> sendCommand(int32_t set, int32_t command)
@@ -160,13 +160,13 @@ TEST_F(MessageTest, ResumeAndSuspendRepliesChangeTheStateWithoutDecoding)
         {VM_RESUME, 0, VMRunning}, {VM_SUSPEND, 13, VMSuspend}, {-1, 0, VMDead},
         {VM_RESUME, 0, VMDead},    {VM_SUSPEND, 0, VMDead},
     };
-    jvm->GoVMStateChange(VMSuspend, -1);
+    jvm()->GoVMStateChange(VMSuspend, -1);
     for (const auto& s : steps) {
         if (s.command < 0)
-            jvm->GoVMStateChange(VMDead, -1);
+            jvm()->GoVMStateChange(VMDead, -1);
         else
             packet(CMDSET_VirtualMachine, s.command, "", 128, s.error)->processMyData();
-        EXPECT_EQ(jvm->JVMState(), s.after) << s.command << "/" << s.error;
+        EXPECT_EQ(jvm()->JVMState(), s.after) << s.command << "/" << s.error;
     }
 }
 
@@ -179,8 +179,8 @@ TEST_F(MessageTest, RoutesPayloadsToTheirDecoders)
     packet(CMDSET_VirtualMachine, VM_ID_SIZES,
            "\x00\x00\x00\x04" "\x00\x00\x00\x05" "\x00\x00\x00\x06" "\x00\x00\x00\x07" "\x00\x00\x00\x03"s)
         ->processMyData();
-    EXPECT_EQ((std::vector<int>{jvm->SIZE_FieldID, jvm->SIZE_MethodID, jvm->SIZE_ObjectID, jvm->SIZE_RefTypeID,
-                                jvm->SIZE_FrameID}),
+    EXPECT_EQ((std::vector<int>{jvm()->SIZE_FieldID, jvm()->SIZE_MethodID, jvm()->SIZE_ObjectID, jvm()->SIZE_RefTypeID,
+                                jvm()->SIZE_FrameID}),
               (std::vector<int>{4, 5, 6, 7, 3}));
 
     // Event requests are decoded only as replies.

@@ -5,8 +5,10 @@
 #include <random>
 #include <tuple>
 
-#include "codec_test_support.h"
-#include "model_test_support.h"
+#include "unit_fixtures.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
 
 namespace jdwpkrvdbg {
 namespace {
@@ -14,15 +16,15 @@ namespace {
 using namespace std::string_literals;
 using D = JDWPMessageData;
 
-class ReplyDecoders : public codec_test::HandlerTest {
+class ReplyDecoders : public HandlerTest {
 protected:
     void SetUp() override
     {
         HandlerTest::SetUp();
         cls_->ClassID = 0x10;
         cls_->ClassSignature = "Lpkg/Name;";
-        jvm->addClass(cls_);
-        method_ = model_test::ModelTest::addMethod(cls_, 0x31, "run", "()V");
+        jvm()->addClass(cls_);
+        method_ = ModelTest::addMethod(cls_, 0x31, "run", "()V");
     }
     // The reply whose request named class and method, as the routing hands it.
     static D::MsgRef replyTo(double classID, double methodID = 0)
@@ -72,7 +74,7 @@ TEST_F(ReplyDecoders, SingleFieldDecodersFillTheirProperty)
 
     // Intended asymmetry: with 4-byte object ids and 8-byte type ids the
     // reference type is still read in 4 bytes.
-    jvm->SIZE_ObjectID = 4;
+    jvm()->SIZE_ObjectID = 4;
     D narrow;
     narrow.processReferenceType("\x01\x00\x00\x00\x2a\xff\xff\xff\xff"s);
     EXPECT_EQ(narrow.RequestClassID, 42);
@@ -92,15 +94,15 @@ TEST_F(ReplyDecoders, OnlyTheStringValueConvertsModifiedUtf8AndTheVersionIsStore
     // (Its announcement is checked with the session.)
     D().processVersion("\x00\x00\x00\x04" "desc" "\x00\x00\x00\x11\x00\x00\x00\x00"
                        "\x00\x00\x00\x07" "17.0.15" "\x00\x00\x00\x08" "OpenJ\xc3\xa9K"s);
-    EXPECT_EQ(std::tuple(jvm->VMDescription, jvm->VMMajor, jvm->VMVersion, jvm->VMName),
+    EXPECT_EQ(std::tuple(jvm()->VMDescription, jvm()->VMMajor, jvm()->VMVersion, jvm()->VMName),
               std::tuple("desc"s, 17.0, "17.0.15"s, "OpenJ\xc3\xa9K"s));
 }
 
 TEST_F(ReplyDecoders, ListsKeepReplyOrderAndTheirWidths)
 {
     // Frames: frame width 4, location with object width 8 and method width 4.
-    jvm->SIZE_FrameID = 4;
-    jvm->SIZE_MethodID = 4;
+    jvm()->SIZE_FrameID = 4;
+    jvm()->SIZE_MethodID = 4;
     D frames;
     frames.processFrameList("\x00\x00\x00\x02"
                             "\x00\x00\x00\x0a" "\x01\x00\x00\x00\x00\x00\x00\x00\x10\x00\x00\x00\x05"
@@ -122,7 +124,7 @@ TEST_F(ReplyDecoders, ListsKeepReplyOrderAndTheirWidths)
               std::pair(5.0, 2.0));
 
     // Classes take the reference-type width.
-    jvm->SIZE_RefTypeID = 4;
+    jvm()->SIZE_RefTypeID = 4;
     D classes;
     classes.processAllClasses("\x00\x00\x00\x02"
                               "\x01\x00\x00\x00\x21\x00\x00\x00\x03LA;\x00\x00\x00\x07"
@@ -131,7 +133,7 @@ TEST_F(ReplyDecoders, ListsKeepReplyOrderAndTheirWidths)
     const auto& [c0, c1] = std::tie(classes.allClasses()[0], classes.allClasses()[1]);
     EXPECT_EQ(std::tuple(c0.ClassID, c0.ClassSignature), std::tuple(33.0, "LA;"s));
     EXPECT_EQ(std::tuple(c1.ClassTypeTag, c1.ClassID, c1.ClassStatus), std::tuple(3.0, 34.0, 4.0));
-    EXPECT_FALSE(jvm->getClassByID(33)) << "made, not registered";
+    EXPECT_FALSE(jvm()->getClassByID(33)) << "made, not registered";
 }
 
 TEST_F(ReplyDecoders, MethodsFieldsAndTablesGoToTheRequestedClassAndMethod)
@@ -171,7 +173,7 @@ TEST_F(ReplyDecoders, MethodsFieldsAndTablesGoToTheRequestedClassAndMethod)
 
     // Intended: the field id is read with the method-id width (4 here),
     // not the field-id width (8).
-    jvm->SIZE_MethodID = 4;
+    jvm()->SIZE_MethodID = 4;
     ASSERT_TRUE(D().processFields("\x00\x00\x00\x01" "\x00\x00\x00\x41" "\x00\x00\x00\x05" "count"
                                   "\x00\x00\x00\x01I" "\x00\x00\x00\x08"s,
                                   replyTo(0x10)));

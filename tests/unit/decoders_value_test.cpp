@@ -2,8 +2,10 @@
 // and rendered, the cursor it leaves, the value lists with their deliberate
 // second advance, invocation results, and payloads that are cut short or
 // made of garbage.
-#include "codec_test_support.h"
-#include "model_test_support.h"
+#include "unit_fixtures.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
 
 namespace jdwpkrvdbg {
 namespace {
@@ -28,7 +30,7 @@ JDWPJVarValue valueOf(const std::string& payload)
     return value;
 }
 
-using TaggedValues = codec_test::HandlerTest;
+using TaggedValues = HandlerTest;
 
 TEST_F(TaggedValues, TagsRenderAndAdvanceAsTheTableSays)
 {
@@ -65,7 +67,7 @@ TEST_F(TaggedValues, TagsRenderAndAdvanceAsTheTableSays)
     };
     for (const auto& [name, payload, objectWidth, type, text, result] : cases) {
         SCOPED_TRACE(name);
-        jvm->SIZE_ObjectID = jvm->SIZE_RefTypeID = objectWidth;
+        jvm()->SIZE_ObjectID = jvm()->SIZE_RefTypeID = objectWidth;
         JDWPJVarValue value;
         int64_t after = 0;
         EXPECT_EQ(read(payload, value, 1, &after), result);
@@ -196,13 +198,13 @@ using testing::be32;
 using testing::be64;
 using testing::jstr;
 
-class VMValues : public model_test::ModelTest {
+class VMValues : public ModelTest {
 protected:
     void SetUp() override
     {
         ModelTest::SetUp();
         // Object 0x66 is of class 0x80 (pkg/Thing), which has no superclass.
-        vm->onPayload(9, 1, model_test::u8(1) + be64(0x80));
+        vm->onPayload(9, 1, u8(1) + be64(0x80));
         vm->onPayload(2, 1, jstr("Lpkg/Thing;"));
         vm->onPayload(3, 1, "", ERR_INVALID_CLASS);
         vm->onPayload(11, 6, be32(0));

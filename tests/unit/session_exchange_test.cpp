@@ -3,14 +3,14 @@
 // any split, dispatch order, nested synchronous calls, time-outs with an
 // injected tick source, and the handler's reactions to the transport's
 // events.
-#include "model_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::model_test;
+using namespace jdwpkrvdbg::testing;
 
 namespace {
 
-using SessionOpening = ScriptedSessionTest;
+using SessionOpening = HandlerTest;
 
 // A socket session whose handshake is done and whose opening requests went
 // unanswered: what the tests send and receive from here on is theirs.

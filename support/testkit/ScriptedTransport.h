@@ -1,6 +1,6 @@
-// A JDWPCon for byte-exact unit tests: it records every byte string the
-// session sends, and the test decides when the session is connected and what
-// it receives, in which pieces. Nothing touches a socket, a process or a
+// A JDWPCon in memory, for byte-exact unit tests and the framing benchmark:
+// it records every byte string the session sends, and the caller decides
+// when the session is connected and what it receives, in which pieces. Nothing touches a socket, a process or a
 // clock; events are raised synchronously from the test's calls.
 #pragma once
 
