@@ -1,6 +1,5 @@
-// Children, signals, ports (see Process.h). The pipe children are started by
-// the library's own launcher, which already makes a child die with its
-// parent; the terminal children ask the kernel for the same themselves.
+// Children, signals, ports (see Process.h). Not the library's launcher: that
+// one closes every inherited descriptor, and tests hand some on.
 #include "Process.h"
 
 #include <arpa/inet.h>
@@ -22,7 +21,6 @@
 
 #include <jdwpkrvdbg/platform/MessagePump.h>
 
-#include "ChildLauncher.h"
 
 extern char** environ;
 
@@ -42,22 +40,46 @@ char processState(pid_t pid)
     return close != std::string::npos && close + 2 < text.size() ? text[close + 2] : '\0';
 }
 
-pid_t startInTerminal(const std::vector<char*>& args, const std::vector<char*>& env, int& master)
+// Forks (into a new pseudo-terminal with `master`, else with stdout and
+// stderr on `output`) and execs; throws when the program cannot be run. The
+// child keeps the descriptors it inherits without FD_CLOEXEC (a test may
+// hand one on, as Xvfb -displayfd wants), and asks the kernel to kill it
+// when this thread (the test's main thread) ends.
+pid_t start(const std::vector<char*>& args, const std::vector<char*>& env, int* master, int output)
 {
+    int report[2];
+    if (::pipe2(report, O_CLOEXEC) != 0)
+        throw std::runtime_error("pipe failed");
     winsize size{};
     size.ws_row = 50;
     size.ws_col = 200;
     const pid_t parent = ::getpid();
-    const pid_t pid = ::forkpty(&master, nullptr, nullptr, &size);
+    const pid_t pid = master ? ::forkpty(master, nullptr, nullptr, &size) : ::fork();
     if (pid == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() != parent)
             ::_exit(127);
+        if (!master) {
+            const int in = ::open("/dev/null", O_RDONLY);
+            ::dup2(in, 0);
+            ::dup2(output, 1);
+            ::dup2(output, 2);
+        }
         ::execvpe(args[0], args.data(), env.data());
+        const int error = errno;
+        ssize_t ignored = ::write(report[1], &error, sizeof error);
+        (void)ignored;
         ::_exit(127);
     }
-    if (pid > 0)
-        ::fcntl(master, F_SETFD, FD_CLOEXEC);
+    ::close(report[1]);
+    int error = pid < 0 ? errno : 0;
+    if (pid > 0 && ::read(report[0], &error, sizeof error) == static_cast<ssize_t>(sizeof error))
+        ::waitpid(pid, nullptr, 0);
+    ::close(report[0]);
+    if (error != 0)
+        throw std::runtime_error(std::string("cannot start ") + args[0] + ": " + std::strerror(error));
+    if (master)
+        ::fcntl(*master, F_SETFD, FD_CLOEXEC);
     return pid;
 }
 
@@ -135,36 +157,29 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const std::vect
     std::vector<std::string> envStore(extraEnv);
     for (char** e = environ; *e; ++e)
         envStore.emplace_back(*e);
+    std::vector<char*> args, env;
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str()));
+    for (auto& e : envStore)
+        env.push_back(e.data());
+    args.push_back(nullptr);
+    env.push_back(nullptr);
     if (terminal) {
-        std::vector<char*> args, env;
-        for (const auto& a : argv)
-            args.push_back(const_cast<char*>(a.c_str()));
-        for (auto& e : envStore)
-            env.push_back(e.data());
-        args.push_back(nullptr);
-        env.push_back(nullptr);
-        pid_ = startInTerminal(args, env, fd_);
-        if (pid_ < 0)
-            throw std::runtime_error("forkpty failed");
+        pid_ = start(args, env, &fd_, -1);
         return;
     }
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
         throw std::runtime_error("pipe failed");
-    platform_detail::ChildLaunch launch;
-    launch.path = argv.at(0);
-    launch.argv = argv;
-    launch.env = std::move(envStore);
-    launch.stdinNull = true;
-    launch.outputFd = fds[1];
-    int error = 0;
-    pid_ = platform_detail::launchChild(launch, error);
+    try {
+        pid_ = start(args, env, nullptr, fds[1]);
+    } catch (...) {
+        ::close(fds[0]);
+        ::close(fds[1]);
+        throw;
+    }
     ::close(fds[1]);
     fd_ = fds[0];
-    if (pid_ <= 0) {
-        pid_ = -1;
-        throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(error));
-    }
 }
 
 ChildProcess::~ChildProcess()

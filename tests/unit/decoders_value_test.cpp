@@ -194,10 +194,6 @@ TEST_F(TaggedValues, ThisObjectAndInvocationResults)
 
 // --- values that need the VM -------------------------------------------------
 
-using testing::be32;
-using testing::be64;
-using testing::jstr;
-
 class VMValues : public ModelTest {
 protected:
     void SetUp() override
@@ -246,16 +242,6 @@ TEST_F(VMValues, RendersNeverRecurseWithoutEnd)
     vm->onPayload(16, 3, "L" + be64(0));
     EXPECT_EQ(valueOf("t"s + be64(0x66)).VarValue, "pkg/Thing");
     EXPECT_EQ(vm->commandsOf(9, 6).size(), 2u);
-}
-
-TEST_F(VMValues, RuntimeWrappersRenderThroughTheirDebugString)
-{
-    vm->onPayload(2, 1, jstr("LVBA/VBArray;"));
-    vm->onPayload(2, 5, be32(1) + be64(0x61) + jstr("toDebugString") + jstr("()Ljava/lang/String;") + be32(1));
-    vm->onPayload(9, 6, "s" + be64(0x71) + "L" + be64(0));
-    vm->onPayload(10, 1, jstr("\"(1)#(2)\""));
-    EXPECT_EQ(valueOf("L\x00\x00\x00\x00\x00\x00\x00\x66"s).VarValue, "(1)\r\n(2)");
-    EXPECT_EQ(vm->commandsOf(9, 6).size(), 1u);
 }
 
 } // namespace
