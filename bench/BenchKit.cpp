@@ -212,27 +212,35 @@ uint32_t RawClient::send(uint8_t set, uint8_t cmd, const std::string& payload)
     return id;
 }
 
+bool RawClient::readPacket(Packet& packet)
+{
+    std::string header(kPacketHeaderBytes, '\0');
+    if (!readExactly(header.data(), header.size()))
+        return false;
+    const auto length = static_cast<uint32_t>(readBe(header, 0, 4));
+    std::string body(length >= kPacketHeaderBytes ? length - kPacketHeaderBytes : 0, '\0');
+    if (!body.empty() && !readExactly(body.data(), body.size()))
+        return false;
+    std::string whole = header + body;
+    auto cut = cutPacket(whole);
+    if (!cut)
+        return false;
+    packet = std::move(*cut);
+    return true;
+}
+
 std::string RawClient::waitReply(uint32_t id, uint16_t* error)
 {
-    for (;;) {
-        char header[11];
-        if (id == 0 || !readExactly(header, 11))
-            return std::string();
-        const std::string h(header, 11);
-        const uint32_t plen = static_cast<uint32_t>(readBe(h, 0, 4));
-        std::string body(plen >= 11 ? plen - 11 : 0, '\0');
-        if (!body.empty() && !readExactly(body.data(), body.size()))
-            return std::string();
-        if (static_cast<uint8_t>(header[8]) == 0x80) {
-            if (readBe(h, 4, 4) == id) {
-                if (error)
-                    *error = static_cast<uint16_t>(readBe(h, 9, 2));
-                return body;
-            }
-        } else if (static_cast<uint8_t>(header[9]) == 64) {
-            events_.push_back(std::move(body));
+    for (Packet p; id != 0 && readPacket(p);) {
+        if (p.reply && p.id == id) {
+            if (error)
+                *error = p.error;
+            return p.payload;
         }
+        if (!p.reply && p.set == kEventSet)
+            events_.push_back(std::move(p.payload));
     }
+    return std::string();
 }
 
 std::string RawClient::roundTrip(uint8_t set, uint8_t cmd, const std::string& payload, uint16_t* error)
@@ -246,18 +254,7 @@ std::string RawClient::stopAt(const std::string& signature, const std::string& m
     if (readBe(classes, 0, 4) != 1)
         return std::string();
     const uint64_t classID = readBe(classes, 5, 8);
-    const std::string methods = roundTrip(2, 5, be64(classID));
-    uint64_t methodID = 0;
-    size_t at = 4;
-    for (uint64_t k = 0, n = readBe(methods, 0, 4); k < n && at < methods.size(); ++k) {
-        const uint64_t id = readBe(methods, at, 8);
-        at += 8;
-        const std::string name = readJdwpString(methods, at);
-        readJdwpString(methods, at);
-        at += 4;
-        if (name == method)
-            methodID = id;
-    }
+    const uint64_t methodID = readBe(idOfName(roundTrip(2, 5, be64(classID)), method), 0, 8);
     // Line table: start, end, count, then (code index, line) pairs.
     const std::string lines = roundTrip(6, 1, be64(classID) + be64(methodID));
     std::string index;
@@ -282,21 +279,30 @@ std::string RawClient::stopAt(const std::string& signature, const std::string& m
 
 std::string RawClient::waitEvent()
 {
-    while (events_.empty()) {
-        char header[11];
-        if (!readExactly(header, 11))
+    for (Packet p; events_.empty();) {
+        if (!readPacket(p))
             return std::string();
-        const std::string h(header, 11);
-        const uint32_t plen = static_cast<uint32_t>(readBe(h, 0, 4));
-        std::string body(plen >= 11 ? plen - 11 : 0, '\0');
-        if (!body.empty() && !readExactly(body.data(), body.size()))
-            return std::string();
-        if (static_cast<uint8_t>(header[8]) != 0x80 && static_cast<uint8_t>(header[9]) == 64)
-            events_.push_back(std::move(body));
+        if (!p.reply && p.set == kEventSet)
+            events_.push_back(std::move(p.payload));
     }
     std::string event = std::move(events_.front());
     events_.erase(events_.begin());
     return event;
+}
+
+std::string idOfName(const std::string& reply, const std::string& name)
+{
+    size_t at = 4;
+    for (uint64_t k = 0, n = readBe(reply, 0, 4); k < n && at < reply.size(); ++k) {
+        const std::string id = reply.substr(at, 8);
+        at += 8;
+        const std::string text = readJdwpString(reply, at);
+        readJdwpString(reply, at);
+        at += 4;
+        if (text == name)
+            return id;
+    }
+    return std::string();
 }
 
 } // namespace bench

@@ -103,11 +103,16 @@ public:
 
 private:
     bool readExactly(char* out, size_t n);
+    bool readPacket(Packet& packet);
     bool waitWithPoll_ = false;
     int fd_ = -1;
     uint32_t nextId_ = 1;
     std::vector<std::string> events_;
 };
 
+
+// The 8-byte id of `name` in a Fields or Methods reply (id, name, signature,
+// modifier bits each); "" if none.
+std::string idOfName(const std::string& reply, const std::string& name);
 
 } // namespace bench

@@ -83,11 +83,6 @@ std::string part(const std::string& s, size_t pos, size_t n)
     return pos + n <= s.size() ? s.substr(pos, n) : std::string();
 }
 
-std::string readString(const std::string& s, size_t& at)
-{
-    return bench::readJdwpString(s, at);
-}
-
 // The floor: the same three reads by a raw blocking client, stopped at a
 // breakpoint of its own (an invocation needs a thread that an event
 // suspended). Only the commands a value needs are timed.
@@ -115,8 +110,8 @@ bool rawClient(int line, Samples& out)
     size_t at = 8;
     for (uint64_t k = 0, n = bench::readBe(vars, 4, 4); k < n && at < vars.size(); ++k) {
         at += 8;
-        const std::string name = readString(vars, at);
-        readString(vars, at);
+        const std::string name = bench::readJdwpString(vars, at);
+        bench::readJdwpString(vars, at);
         at += 4;
         const uint32_t slot = static_cast<uint32_t>(bench::readBe(vars, at, 4));
         at += 4;
@@ -130,28 +125,8 @@ bool rawClient(int line, Samples& out)
     const std::string object = part(c.roundTrip(16, 1, getP), 5, 8);
     const std::string type = part(c.roundTrip(9, 1, object), 1, 8);
     const std::string fields = c.roundTrip(2, 4, type);
-    std::string fieldX, methodToString;
-    at = 4;
-    for (uint64_t k = 0, n = bench::readBe(fields, 0, 4); k < n && at < fields.size(); ++k) {
-        const std::string id = fields.substr(at, 8);
-        at += 8;
-        const std::string name = readString(fields, at);
-        readString(fields, at);
-        at += 4;
-        if (name == "x")
-            fieldX = id;
-    }
-    const std::string methods = c.roundTrip(2, 5, type);
-    at = 4;
-    for (uint64_t k = 0, n = bench::readBe(methods, 0, 4); k < n && at < methods.size(); ++k) {
-        const std::string id = methods.substr(at, 8);
-        at += 8;
-        const std::string name = readString(methods, at);
-        readString(methods, at);
-        at += 4;
-        if (name == "toString")
-            methodToString = id;
-    }
+    const std::string fieldX = bench::idOfName(fields, "x");
+    const std::string methodToString = bench::idOfName(c.roundTrip(2, 5, type), "toString");
     if (fieldX.empty() || methodToString.empty())
         return false;
     timeCalls(out.local, [&] { c.roundTrip(16, 1, getI); });

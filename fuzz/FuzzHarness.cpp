@@ -14,8 +14,6 @@
 
 namespace jdwpkrvdbg::fuzz {
 
-using testing::be32;
-
 namespace {
 
 constexpr const char* kHandshake = "JDWP-Handshake";
@@ -369,17 +367,7 @@ std::string FuzzSession::frameCommand(uint32_t id, int set, int cmd, const std::
 void FuzzSession::openingAnswer(const SentCommand& command, std::string& payload, uint16_t& error)
 {
     error = 0;
-    payload.clear();
-    if (command.set == 1 && command.cmd == 7) {
-        for (int i = 0; i < 5; ++i)
-            payload += be32(static_cast<uint32_t>(options_.idWidth));
-    } else if (command.set == 1 && command.cmd == 1) {
-        using testing::jstr;
-        payload = jstr("Java Debug Wire Protocol (Reference Implementation) version 17.0") + be32(17) + be32(0) +
-                  jstr("17.0.15") + jstr("OpenJDK 64-Bit Server VM");
-    } else if (command.set == 15 && command.cmd == 1) {
-        payload = be32(nextRequestId_++);
-    }
+    payload = testing::openingAnswer(command.set, command.cmd, nextRequestId_, options_.idWidth);
 }
 
 bool FuzzSession::answerFromInput(const SentCommand& command, std::string& payload, uint16_t& error)

@@ -46,6 +46,22 @@ std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payl
            payload;
 }
 
+std::string openingAnswer(int set, int cmd, uint32_t& nextRequestId, int idWidth)
+{
+    if (set == 1 && cmd == 7) {
+        std::string sizes;
+        for (int i = 0; i < 5; ++i)
+            sizes += be32(static_cast<uint32_t>(idWidth));
+        return sizes;
+    }
+    if (set == 1 && cmd == 1)
+        return jstr("Java Debug Wire Protocol (Reference Implementation) version 17.0") + be32(17) + be32(0) +
+               jstr("17.0.15") + jstr("OpenJDK 64-Bit Server VM");
+    if (set == 15 && cmd == 1)
+        return be32(nextRequestId++);
+    return std::string();
+}
+
 std::optional<Packet> cutPacket(std::string& pending, bool* broken)
 {
     if (broken)

@@ -46,6 +46,19 @@ struct Packet {
     std::string payload;
 };
 
+// A command as the debugger sent it.
+struct SentCommand {
+    uint32_t id = 0;
+    int set = 0;
+    int cmd = 0;
+    std::string payload;
+};
+
+// The answer of an OpenJDK 17 VM with `idWidth`-byte identifiers to a
+// command of the opening sequence: ID sizes, version, an event request (ids
+// counting up from `nextRequestId`); an empty payload to anything else.
+std::string openingAnswer(int set, int cmd, uint32_t& nextRequestId, int idWidth = 8);
+
 // Cuts the first whole packet off `pending`; nothing while it is incomplete.
 // A length that cannot be a packet sets `broken` and leaves `pending` alone.
 std::optional<Packet> cutPacket(std::string& pending, bool* broken = nullptr);

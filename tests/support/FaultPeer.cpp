@@ -83,18 +83,9 @@ bool PeerLink::event(const std::string& compositePayload, uint32_t id)
 
 bool PeerLink::answer(const HostCommand& command)
 {
-    std::string payload;
-    if (command.set == 1 && command.cmd == 7)
-        for (int i = 0; i < 5; ++i)
-            payload += be32(8);
-    else if (command.set == 1 && command.cmd == 1)
-        payload = jstr("Java Debug Wire Protocol (Reference Implementation) version 17.0") + be32(17) +
-                  be32(0) + jstr("17.0.15") + jstr("OpenJDK 64-Bit Server VM");
-    else if (command.set == 1 && command.cmd == 4)
-        payload = be32(1) + be64(1);
-    else if (command.set == 15 && command.cmd == 1)
-        payload = be32(nextRequestId_++);
-    return reply(command.id, payload);
+    if (command.set == 1 && command.cmd == 4) // one thread
+        return reply(command.id, be32(1) + be64(1));
+    return reply(command.id, openingAnswer(command.set, command.cmd, nextRequestId_));
 }
 
 bool PeerLink::open()

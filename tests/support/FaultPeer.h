@@ -27,12 +27,8 @@
 namespace jdwpkrvdbg::testing {
 
 // One command as the host sent it (socket framing).
-struct HostCommand {
+struct HostCommand : SentCommand {
     bool valid = false; // false: EOF, time-out or a broken frame
-    uint32_t id = 0;
-    int set = 0;
-    int cmd = 0;
-    std::string payload;
 };
 
 // The accepted connection, as the script sees it.

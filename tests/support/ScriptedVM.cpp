@@ -43,12 +43,11 @@ void ScriptedVM::deliver(const std::string& bytes)
 
 void ScriptedVM::installDefaults()
 {
-    onPayload(1, 7, be32(8) + be32(8) + be32(8) + be32(8) + be32(8));
-    onPayload(1, 1, jstr("Scripted VM") + be32(17) + be32(0) + jstr("17.0.15") + jstr("OpenJDK 64-Bit Server VM"));
-    on(15, 1, [this](const SentCommand&, std::string& out, uint16_t&) {
-        out = be32(nextRequestId_++);
-        return true;
-    });
+    for (const auto& [set, cmd] : {std::pair{1, 7}, std::pair{1, 1}, std::pair{15, 1}})
+        on(set, cmd, [this](const SentCommand& c, std::string& out, uint16_t&) {
+            out = openingAnswer(c.set, c.cmd, nextRequestId_);
+            return true;
+        });
     onPayload(15, 2, "");
     onPayload(1, 9, "");
     onPayload(1, 8, "");

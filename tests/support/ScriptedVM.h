@@ -19,13 +19,6 @@
 
 namespace jdwpkrvdbg::testing {
 
-struct SentCommand {
-    uint32_t id = 0;
-    int set = 0;
-    int cmd = 0;
-    std::string payload;
-};
-
 class ScriptedVM {
 public:
     // Called for a command; return true and fill payload/error to answer at

@@ -10,7 +10,6 @@ using namespace jdwpkrvdbg::testing;
 namespace jdwpkrvdbg {
 namespace {
 
-using namespace std::string_literals;
 using D = JDWPMessageData;
 
 // Reads one value at `start`; returns the reader's result.
