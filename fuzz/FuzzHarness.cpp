@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "EventLog.h"
+#include "ScriptedTransport.h"
 #include "ShmemRing.h"
 #include "Wire.h"
 
@@ -192,27 +193,11 @@ public:
     ~FuzzTransport() override
     {
         auto& pump = MessagePump::instance();
-        if (flushIdle_)
-            pump.removeIdle(flushIdle_);
         if (processIdle_)
             pump.removeIdle(processIdle_);
     }
 
-    // Bytes from the peer arrive on a later pump pass, never inside a send.
-    void post(std::string bytes)
-    {
-        outbox_.push_back(std::move(bytes));
-        if (flushIdle_)
-            return;
-        flushIdle_ = MessagePump::instance().addIdle([this] {
-            MessagePump::instance().removeIdle(flushIdle_);
-            flushIdle_ = 0;
-            auto batch = std::move(outbox_);
-            outbox_.clear();
-            for (auto& b : batch)
-                raiseReceive(b);
-        });
-    }
+    void post(std::string bytes) { outbox_.post(std::move(bytes)); }
     void raiseReceive(const std::string& bytes)
     {
         if (connected_ && events_)
@@ -277,8 +262,7 @@ private:
     bool echoHandshake_;
     bool connected_ = false;
     std::string pending_;
-    std::vector<std::string> outbox_;
-    int flushIdle_ = 0;
+    testing::Outbox outbox_{[this](const std::string& bytes) { raiseReceive(bytes); }};
     int processIdle_ = 0;
 };
 

@@ -14,6 +14,40 @@
 
 namespace jdwpkrvdbg::testing {
 
+// What a peer sends in answer reaches the session on a later pump pass,
+// never inside the send that caused it (a real transport cannot answer
+// that fast either).
+class Outbox {
+public:
+    explicit Outbox(std::function<void(const std::string&)> deliver) : deliver_(std::move(deliver)) {}
+    ~Outbox()
+    {
+        if (idle_)
+            MessagePump::instance().removeIdle(idle_);
+    }
+    Outbox(const Outbox&) = delete;
+    Outbox& operator=(const Outbox&) = delete;
+
+    void post(std::string bytes)
+    {
+        queued_.push_back(std::move(bytes));
+        if (idle_)
+            return;
+        idle_ = MessagePump::instance().addIdle([this] {
+            MessagePump::instance().removeIdle(std::exchange(idle_, 0));
+            for (const auto& b : std::exchange(queued_, {}))
+                deliver_(b);
+        });
+    }
+    bool empty() const { return queued_.empty(); }
+    void clear() { queued_.clear(); }
+
+private:
+    std::function<void(const std::string&)> deliver_;
+    std::vector<std::string> queued_;
+    int idle_ = 0;
+};
+
 class ScriptedTransport : public JDWPCon {
 public:
     // --- what the session did ---

@@ -12,8 +12,6 @@ ScriptedVM::ScriptedVM(std::shared_ptr<ScriptedTransport> transport) : transport
 
 ScriptedVM::~ScriptedVM()
 {
-    if (flushIdle_)
-        MessagePump::instance().removeIdle(flushIdle_);
     transport_->onSend = nullptr;
 }
 
@@ -53,25 +51,11 @@ void ScriptedVM::installDefaults()
     onPayload(1, 8, "");
 }
 
-// Answers arrive on a later pump pass, never inside the send.
-void ScriptedVM::post(std::string bytes)
-{
-    outbox_.push_back(std::move(bytes));
-    if (flushIdle_)
-        return;
-    flushIdle_ = MessagePump::instance().addIdle([this] {
-        MessagePump::instance().removeIdle(flushIdle_);
-        flushIdle_ = 0;
-        for (const auto& b : std::exchange(outbox_, {}))
-            transport_->raiseReceive(b);
-    });
-}
-
 void ScriptedVM::onSend(const std::string& data)
 {
     if (!handshakeSeen_ && data == "JDWP-Handshake") {
         handshakeSeen_ = true;
-        return post(data);
+        return outbox_.post(data);
     }
     pending_ += data;
     while (auto packet = cutPacket(pending_)) {
@@ -81,7 +65,7 @@ void ScriptedVM::onSend(const std::string& data)
         std::string payload;
         uint16_t error = 0;
         if (it != answers_.end() && it->second(c, payload, error))
-            post(replyPacket(c.id, payload, error));
+            outbox_.post(replyPacket(c.id, payload, error));
     }
 }
 

@@ -53,15 +53,13 @@ public:
 
 private:
     void onSend(const std::string& data);
-    void post(std::string bytes);
     std::shared_ptr<ScriptedTransport> transport_;
     std::map<std::pair<int, int>, Answer> answers_;
     std::vector<SentCommand> commands_;
     std::string pending_;
     bool handshakeSeen_ = false;
     uint32_t nextRequestId_ = 1;
-    std::vector<std::string> outbox_;
-    int flushIdle_ = 0;
+    Outbox outbox_{[this](const std::string& bytes) { transport_->raiseReceive(bytes); }};
 };
 
 } // namespace jdwpkrvdbg::testing
