@@ -1,7 +1,7 @@
-// Shared pieces of the benchmarks: statistics and the BENCH line, a launched
-// `java` whose output is read line by line, the JDI anchor program and its
-// samples, source-line markers, peak memory, a recorder of host events, and
-// a raw blocking-socket JDWP client that is the floor for a round trip.
+// Shared pieces of the benchmarks: statistics and the BENCH line, the JDI
+// anchor program and its samples, peak memory, and a raw blocking-socket
+// JDWP client that is the floor for a round trip. Children, ports, the
+// event recorder and wire bytes come from the shared test kit.
 #pragma once
 
 #include <sys/types.h>
@@ -14,7 +14,14 @@
 
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
+#include "EventLog.h"
+#include "Process.h"
+#include "ScriptedTransport.h"
+#include "Wire.h"
+
 namespace bench {
+
+using namespace jdwpkrvdbg::testing;
 
 struct Stats {
     size_t n = 0;
@@ -28,46 +35,13 @@ void report(const std::string& row, const Stats& ours, const Stats& anchor);
 
 double nowUs();
 
-class Java {
-public:
-    explicit Java(const std::vector<std::string>& args, const std::vector<std::string>& extraEnv = {});
-    ~Java();
-    // The line containing `text` ("" on time-out or end of output).
-    std::string waitForLine(const std::string& text, int timeoutMs);
-    // Everything the process writes until it closes its output (or the
-    // time-out passes).
-    std::string readAll(int timeoutMs);
-    pid_t pid() const { return pid_; }
-
-private:
-    // Appends what the process wrote within `timeoutMs`; false once its
-    // output is closed.
-    bool readSome(int timeoutMs);
-
-public:
-
-private:
-    pid_t pid_ = -1;
-    int fd_ = -1;
-    std::string output_;
-};
-
-std::string javaPath();
 std::string benchClassPath();
 std::string benchSourceDir();
-// The test programs (tests/java), for rows that debug one of them.
-std::string testsClassPath();
 std::string testsSourceDir();
 std::string stormClassPath();
 std::string stormSource();
-std::string shmemLibraryDir();
-int freePort();
-// The 1-based line of `path` that contains `marker` (0 if none).
-int lineOf(const std::string& path, const std::string& marker);
 // Peak resident memory of this process (VmHWM), in KiB.
 long peakRssKb();
-// The agent option of a VM that listens on `port` for the debugger.
-std::string socketAgent(int port, bool suspend);
 
 // The JDI anchor (bench/java/JdiBench.java) run in its own VM: its samples
 // ("SAMPLES name v...") and figures ("VALUE name v") by name.
@@ -81,21 +55,27 @@ AnchorRun runJdi(const std::vector<std::string>& args, int timeoutMs);
 // Prints what the anchor wrote when it did not finish.
 bool anchorOk(const AnchorRun& run, const std::string& what);
 
-// Records the stops a session reports, with the time of each.
-struct StopLog : jdwpkrvdbg::JXMachineEvents {
-    size_t stops = 0;
-    int32_t line = 0;
-    std::string className;
-    double stopUs = 0;
-    bool dead = false;
-    std::string console;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
-    void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
-    void ConsoleMessage(const std::string& s) override { console += s; }
-};
+// One library session with an event log, on a VM it launches (suspended,
+// with the socket agent on a free port) or attaches to. Its end disconnects
+// and waits for a launched VM to exit, so the next run starts on a quiet
+// machine.
+class Session {
+public:
+    explicit Session(const std::vector<std::string>& targetClasses);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    // `mainArgs`: the main class and its arguments.
+    bool launch(const std::string& classPath, const std::string& mainArgs);
+    bool attach(int port);
+    // Pumps until more than `seen` stops were seen; false at the end or on time-out.
+    bool waitStop(size_t seen, int timeoutMs);
+    std::string dump() const { return handler->history().dump(); }
 
-// Pumps the library until `done()` or `timeoutMs` passed; returns done().
-bool pumpUntil(const std::function<bool()>& done, int timeoutMs);
+    std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler;
+    std::shared_ptr<jdwpkrvdbg::JXMachine> jvm;
+    std::shared_ptr<EventLog> log = std::make_shared<EventLog>();
+};
 
 // A blocking JDWP client over TCP: no framing layer, no dispatch, one reply
 // read straight after each command.
@@ -123,16 +103,16 @@ public:
 
 private:
     bool readExactly(char* out, size_t n);
+    bool readPacket(Packet& packet);
     bool waitWithPoll_ = false;
     int fd_ = -1;
     uint32_t nextId_ = 1;
     std::vector<std::string> events_;
 };
 
-std::string be64(uint64_t v);
-std::string be32(uint32_t v);
-// Reads a JDWP string at `at` and moves past it.
-std::string readJdwpString(const std::string& s, size_t& at);
-uint64_t readBe(const std::string& s, size_t offset, size_t width);
+
+// The 8-byte id of `name` in a Fields or Methods reply (id, name, signature,
+// modifier bits each); "" if none.
+std::string idOfName(const std::string& reply, const std::string& name);
 
 } // namespace bench

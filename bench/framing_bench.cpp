@@ -4,9 +4,10 @@
 // 64 KiB reads, with packets straddling the cuts); timed from the first read
 // to the last packet dispatched. The anchor is the floor of any framing: a loop that only walks
 // the same reads packet by packet (length and id of each) from an offset.
-// No VM is involved; the session talks to an in-memory transport.
+// No VM is involved; the session talks to the scripted transport.
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
+#include <climits>
 #include <cstdio>
 
 #include "BenchKit.h"
@@ -18,54 +19,13 @@ namespace {
 constexpr size_t kTotal = 8u << 20;
 constexpr int kRounds = 5;
 
-// Connects at once, answers nothing, and records whether dispatch is asked for.
-class MemoryTransport : public JDWPCon {
-public:
-    void deliver(const std::string& bytes)
-    {
-        if (events_)
-            events_->receive(bytes);
-    }
-    void dispatch()
-    {
-        while (processEvents_ && events_)
-            events_->processevent();
-    }
-    void ConnectShared(const std::string&) override {}
-    bool SendData(const std::string&) override { return connected_; }
-    bool TransportConnected() override { return connected_; }
-    void CloseTransport() override { connected_ = false; }
-    std::string StatusText() override { return "memory"; }
-    bool StartProcess(const std::string&, const std::string&, bool, bool) override { return false; }
-    void KillProcess() override {}
-    bool ProcessRunning() override { return false; }
-    int32_t ProcessHandle() override { return 0; }
-    int32_t ProcessID() override { return 0; }
-    void ConnectSocket(const std::string&, int32_t) override
-    {
-        connected_ = true;
-        if (events_)
-            events_->connected();
-    }
-    void EnableProcessEvent(bool enabled) override { processEvents_ = enabled; }
-
-private:
-    bool connected_ = false;
-    bool processEvents_ = false;
-};
-
-std::string be32(uint32_t v)
-{
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
-}
-
 // The reads of one run: 11-byte command packets, cut every `read` bytes.
 std::vector<std::string> makeReads(size_t read)
 {
     std::string all;
     all.reserve(kTotal);
     for (uint32_t id = 1; all.size() + 11 <= kTotal; ++id)
-        all += be32(11) + be32(id) + std::string{'\0', '\x63', '\x01'};
+        all += bench::commandPacket(id, 0x63, 1, "");
     std::vector<std::string> reads;
     for (size_t at = 0; at < all.size(); at += read)
         reads.push_back(all.substr(at, read));
@@ -75,16 +35,16 @@ std::vector<std::string> makeReads(size_t read)
 double ours(const std::vector<std::string>& reads, uint64_t& moved)
 {
     auto handler = JDWPHandler::create();
-    auto transport = std::make_shared<MemoryTransport>();
+    auto transport = std::make_shared<bench::ScriptedTransport>();
     handler->setTransportFactory([transport] { return std::static_pointer_cast<JDWPCon>(transport); });
     handler->bRemoteConnection = true;
     if (!handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true))
         return -1;
-    transport->deliver("JDWP-Handshake");
+    transport->raiseReceive("JDWP-Handshake");
     const double t0 = bench::nowUs();
     for (const auto& read : reads) {
-        transport->deliver(read);
-        transport->dispatch();
+        transport->raiseReceive(read);
+        transport->pumpProcessEvents(INT_MAX);
     }
     const double took = bench::nowUs() - t0;
     moved = handler->receiveBytesMoved();

@@ -20,32 +20,18 @@ std::vector<double> connectedAt;
 // One launch to the stop; the time in microseconds, or -1.
 double launchOnce(int line)
 {
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    auto log = std::make_shared<bench::StopLog>();
-    auto jvm = handler->myJVM();
-    jvm->setEvents(log);
-    jvm->setTargetClassName({"BenchHello"});
-    jvm->addBreakpoint("BenchHello", line);
-    const int port = bench::freePort();
+    bench::Session session({"BenchHello"});
+    session.jvm->addBreakpoint("BenchHello", line);
     const double t0 = bench::nowUs();
     double took = -1;
-    if (handler->startVM(bench::javaPath(),
-                         bench::socketAgent(port, true) + " -cp " + bench::benchClassPath() + " BenchHello", "", false,
-                         true, 0, "127.0.0.1", std::to_string(port), true) &&
-        (connectedAt.push_back(bench::nowUs() - t0), true) &&
-        bench::pumpUntil([&] { return log->stops > 0 || log->dead; }, 20000) && log->stops > 0 &&
-        log->line == line)
-        took = log->stopUs - t0;
+    if (session.launch(bench::benchClassPath(), "BenchHello") &&
+        (connectedAt.push_back(bench::nowUs() - t0), true) && session.waitStop(0, 20000) &&
+        session.log->stops.back().line == line)
+        took = session.log->stops.back().atUs - t0;
     if (std::getenv("BENCH_TRACE"))
-        std::fprintf(stderr, "%s\n", handler->history().dump().c_str());
+        std::fprintf(stderr, "%s\n", session.dump().c_str());
     if (took < 0)
-        std::fprintf(stderr, "no stop at line %d: %s\n", line, handler->history().dump().c_str());
-    handler->Disconnect();
-    // The next run starts on a quiet machine.
-    if (auto transport = handler->transport())
-        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
-    setCurrentHandler(nullptr);
+        std::fprintf(stderr, "no stop at line %d: %s\n", line, session.dump().c_str());
     return took;
 }
 

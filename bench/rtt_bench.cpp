@@ -30,7 +30,7 @@ double cpuUs()
 }
 double rawCpu = 0, socketCpu = 0;
 
-int listeningPort(bench::Java& vm)
+int listeningPort(bench::ChildProcess& vm)
 {
     const std::string line = vm.waitForLine("Listening for transport dt_socket at address:", 20000);
     const size_t colon = line.rfind(':');
@@ -82,32 +82,38 @@ bool timeSendSync(JDWPHandler& handler, double threadID, std::vector<double>& sa
     return true;
 }
 
+// Once the opening is done, times round trips that name the first thread.
+// Object ids belong to a connection: the raw client's are void here.
+// `cpu` adds the process time the round trips took.
+bool timeFirstThread(JDWPHandler& handler, std::vector<double>& samples, double* cpu = nullptr)
+{
+    MessagePump::instance().pumpUntil([&] { return !handler.myJVM()->VMName.empty(); }, 5000);
+    auto threads = handler.getAllThreads();
+    if (!threads || threads->Count() == 0)
+        return false;
+    const double cpu0 = cpuUs();
+    const bool ok = timeSendSync(handler, threads->Item(1)->threadID, samples);
+    if (cpu)
+        *cpu += cpuUs() - cpu0;
+    return ok;
+}
+
 bool library(int port, std::vector<double>& samples)
 {
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    if (!handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(port), true)) {
-        std::fprintf(stderr, "could not attach: %s\n", handler->history().dump().c_str());
+    bench::Session session({});
+    if (!session.attach(port)) {
+        std::fprintf(stderr, "could not attach: %s\n", session.dump().c_str());
         return false;
     }
-    MessagePump::instance().pumpUntil([&] { return !handler->myJVM()->VMName.empty(); }, 5000);
-    // Object ids belong to a connection: the raw client's are void here.
-    auto threads = handler->getAllThreads();
-    bool ok = threads && threads->Count() > 0;
-    const double cpu0 = cpuUs();
-    if (ok)
-        ok = timeSendSync(*handler, threads->Item(1)->threadID, samples);
-    socketCpu += cpuUs() - cpu0;
-    handler->Disconnect();
-    setCurrentHandler(nullptr);
-    return ok;
+    return timeFirstThread(*session.handler, samples, &socketCpu);
 }
 
 // The same calls over the shared-memory transport, against a VM that the
 // library launches with our dt_shmem transport library.
 bool libraryShmem(int round, std::vector<double>& samples)
 {
-    auto handler = JDWPHandler::create();
+    bench::Session session({});
+    auto& handler = session.handler;
     handler->bRemoteConnection = false;
     const std::string name = "krvbench-" + std::to_string(::getpid()) + "-" + std::to_string(round);
     if (!handler->startVM(bench::javaPath(),
@@ -117,16 +123,7 @@ bool libraryShmem(int round, std::vector<double>& samples)
         std::fprintf(stderr, "shared memory: could not start: %s\n", handler->history().dump().c_str());
         return false;
     }
-    MessagePump::instance().pumpUntil([&] { return !handler->myJVM()->VMName.empty(); }, 5000);
-    auto threads = handler->getAllThreads();
-    bool ok = threads && threads->Count() > 0;
-    if (ok)
-        ok = timeSendSync(*handler, threads->Item(1)->threadID, samples);
-    handler->Disconnect();
-    if (auto transport = handler->transport())
-        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
-    setCurrentHandler(nullptr);
-    return ok;
+    return timeFirstThread(*handler, samples);
 }
 
 } // namespace
@@ -135,8 +132,8 @@ int main()
 {
     // A fixed port: after a debugger detaches the agent listens again on the
     // port it was given (port 0 would pick a new one).
-    const int freePort = bench::freePort();
-    bench::Java vm({"-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:" +
+    const int freePort = bench::freeTcpPort();
+    bench::ChildProcess vm({bench::javaPath(), "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:" +
                         std::to_string(freePort),
                     "-cp", bench::benchClassPath(), "BenchLoop"});
     const int port = listeningPort(vm);

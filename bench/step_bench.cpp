@@ -31,11 +31,6 @@ constexpr int kWarmUp = 100;
 constexpr int kJdiWarmUp = 1500;
 const char* const kExcludes[] = {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"};
 
-std::string int32be(uint32_t v)
-{
-    return bench::be64(v).substr(4);
-}
-
 double cpuUs()
 {
     rusage u{};
@@ -65,12 +60,12 @@ bool rawSteps(int port, int loopLine, RawSamples& out)
     std::string set;
     set += '\x01'; // single step
     set += '\x02'; // suspend all
-    set += int32be(1 + std::size(kExcludes));
+    set += bench::be32(1 + std::size(kExcludes));
     set += '\x0a';
-    set += thread + int32be(1) + int32be(1); // line, over
+    set += thread + bench::be32(1) + bench::be32(1); // line, over
     for (const char* pattern : kExcludes) {
         set += '\x06';
-        set += int32be(static_cast<uint32_t>(std::strlen(pattern))) + pattern;
+        set += bench::be32(static_cast<uint32_t>(std::strlen(pattern))) + pattern;
     }
     for (int i = 0; i < kWarmUp + kSteps; ++i) {
         const double t0 = bench::nowUs();
@@ -85,7 +80,7 @@ bool rawSteps(int port, int loopLine, RawSamples& out)
         client.roundTrip(1, 9, "");
         const std::string event = client.waitEvent();
         const double eventAt = bench::nowUs();
-        client.roundTrip(15, 2, std::string("\x01", 1) + int32be(request));
+        client.roundTrip(15, 2, std::string("\x01", 1) + bench::be32(request));
         const double t1 = bench::nowUs();
         if (event.empty()) {
             std::fprintf(stderr, "raw client: no step event at step %d\n", i);
@@ -110,20 +105,18 @@ struct OurSamples {
 
 bool librarySteps(int port, int loopLine, OurSamples& out)
 {
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    auto log = std::make_shared<bench::StopLog>();
-    auto jvm = handler->myJVM();
-    jvm->setEvents(log);
-    jvm->setTargetClassName({"BenchTarget"});
-    if (!handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(port), true)) {
+    bench::Session session({"BenchTarget"});
+    auto& handler = session.handler;
+    auto& jvm = session.jvm;
+    auto& log = session.log;
+    if (!session.attach(port)) {
         std::fprintf(stderr, "could not attach: %s\n", handler->history().dump().c_str());
         return false;
     }
     bench::pumpUntil([&] { return !jvm->VMName.empty(); }, 5000);
     // The class is loaded already: it is looked up by its signature.
     jvm->addBreakpoint("LBenchTarget;", loopLine);
-    if (!bench::pumpUntil([&] { return log->stops > 0; }, 10000)) {
+    if (!bench::pumpUntil([&] { return !log->stops.empty(); }, 10000)) {
         std::fprintf(stderr, "no stop at the loop: %s\n", handler->history().dump().c_str());
         return false;
     }
@@ -135,7 +128,7 @@ bool librarySteps(int port, int loopLine, OurSamples& out)
     for (int i = 0; i < kWarmUp + kSteps && ok; ++i) {
         if (i == kWarmUp)
             cpuStart = cpuUs();
-        const size_t seen = log->stops;
+        const size_t seen = log->stops.size();
         const double t0 = bench::nowUs();
         if (!jvm->ResumeVMStepByStep(false, 0, SD_OVER)) {
             std::fprintf(stderr, "step %d refused\n", i);
@@ -143,22 +136,20 @@ bool librarySteps(int port, int loopLine, OurSamples& out)
             break;
         }
         const double returned = bench::nowUs();
-        if (!bench::pumpUntil([&] { return log->stops > seen; }, 5000)) {
+        if (!bench::pumpUntil([&] { return log->stops.size() > seen; }, 5000)) {
             std::fprintf(stderr, "step %d did not stop: %s\n", i, handler->history().dump().c_str());
             ok = false;
             break;
         }
         if (i >= kWarmUp) {
-            out.total.push_back(log->stopUs - t0);
+            out.total.push_back(log->stops.back().atUs - t0);
             out.call.push_back(returned - t0);
-            out.returnToStop.push_back(log->stopUs - returned);
+            out.returnToStop.push_back(log->stops.back().atUs - returned);
         }
     }
     out.cpuUs += cpuUs() - cpuStart;
     if (std::getenv("BENCH_TRACE"))
         std::fprintf(stderr, "%s\n", handler->history().dump().c_str());
-    handler->Disconnect();
-    setCurrentHandler(nullptr);
     return ok;
 }
 
@@ -175,30 +166,23 @@ bool libraryIntoVsOver(LibrarySamples& out)
     const std::string source = bench::testsSourceDir() + "/LibUser.java";
     const int callLine = bench::lineOf(source, "// @lu-bench");
     const int nextLine = bench::lineOf(source, "// @lu-bench-next");
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    auto log = std::make_shared<bench::StopLog>();
-    auto jvm = handler->myJVM();
-    jvm->setEvents(log);
-    jvm->setTargetClassName({"LibUser", "UserListener"});
+    bench::Session session({"LibUser", "UserListener"});
+    auto& handler = session.handler;
+    auto& jvm = session.jvm;
+    auto& log = session.log;
     jvm->addBreakpoint("LibUser", callLine);
-    const int port = bench::freePort();
-    if (!handler->startVM(bench::javaPath(),
-                          bench::socketAgent(port, true) + " -cp " + bench::testsClassPath() + " LibUser bench", "",
-                          false, true, 0, "127.0.0.1", std::to_string(port), true) ||
-        !bench::pumpUntil([&] { return log->stops > 0; }, 20000)) {
+    if (!session.launch(bench::testsClassPath(), "LibUser bench") || !session.waitStop(0, 20000)) {
         std::fprintf(stderr, "no stop at the library call: %s\n", handler->history().dump().c_str());
         return false;
     }
     jvm->removeBreakpoint("LibUser", callLine);
     // One step to its stop; its time in microseconds, or -1.
     const auto step = [&](JDWPStepDepth depth) {
-        const size_t seen = log->stops;
+        const size_t seen = log->stops.size();
         const double t0 = bench::nowUs();
-        if (!jvm->ResumeVMStepByStep(false, 0, depth) ||
-            !bench::pumpUntil([&] { return log->stops > seen; }, 30000))
+        if (!jvm->ResumeVMStepByStep(false, 0, depth) || !session.waitStop(seen, 30000))
             return -1.0;
-        return log->stopUs - t0;
+        return log->stops.back().atUs - t0;
     };
     // Back to the call line with steps over (the loop's jump may have a
     // line of its own).
@@ -206,7 +190,7 @@ bool libraryIntoVsOver(LibrarySamples& out)
         for (int i = 0; i < 3; ++i) {
             if (step(SD_OVER) < 0)
                 return false;
-            if (log->line == callLine)
+            if (log->stops.back().line == callLine)
                 return true;
         }
         return false;
@@ -227,21 +211,17 @@ bool libraryIntoVsOver(LibrarySamples& out)
             out.firstInto = into;
         if (!trace.empty())
             std::fprintf(stderr, "%s", trace.c_str());
-        ok = into >= 0 && log->line == nextLine && log->className == "LibUser" && backToCall();
+        ok = into >= 0 && log->stops.back().line == nextLine && log->stops.back().className == "LibUser" && backToCall();
         const double over = ok ? step(SD_OVER) : -1;
-        ok = ok && over >= 0 && log->line == nextLine && backToCall();
+        ok = ok && over >= 0 && log->stops.back().line == nextLine && backToCall();
         if (!ok)
-            std::fprintf(stderr, "library step %d ended at %s:%d: %s\n", i, log->className.c_str(), log->line,
+            std::fprintf(stderr, "library step %d ended at %s:%d: %s\n", i, log->stops.back().className.c_str(), log->stops.back().line,
                          handler->history().dump().c_str());
         if (ok && i >= kLibraryWarmUp) {
             out.into.push_back(into);
             out.over.push_back(over);
         }
     }
-    handler->Disconnect();
-    if (auto transport = handler->transport())
-        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
-    setCurrentHandler(nullptr);
     return ok;
 }
 
@@ -256,8 +236,8 @@ int main()
     for (int round = 0; round < kRounds; ++round) {
         {
             // A fixed port: the agent listens on it again after each detach.
-            const int port = bench::freePort();
-            bench::Java vm({bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
+            const int port = bench::freeTcpPort();
+            bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
             // The class must be loaded for the raw client to find it.
             if (vm.waitForLine("Listening for transport", 20000).empty() ||
                 vm.waitForLine("bench target ready", 20000).empty()) {

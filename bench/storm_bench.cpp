@@ -56,26 +56,18 @@ std::vector<Breakpoint> extraBreakpoints()
 // One storm to the stop; the time in microseconds, or -1.
 double ourStorm(int line, const std::vector<Breakpoint>& extra, size_t* classes = nullptr)
 {
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    auto log = std::make_shared<bench::StopLog>();
-    auto jvm = handler->myJVM();
-    jvm->setEvents(log);
-    jvm->setTargetClassName({"Storm", kLastClass});
+    bench::Session session({"Storm", kLastClass});
+    auto& jvm = session.jvm;
     jvm->addBreakpoint(kLastClass, line);
     for (const auto& bp : extra)
         jvm->addBreakpoint(bp.className, bp.line);
-    const int port = bench::freePort();
     const double t0 = bench::nowUs();
     double took = -1;
-    if (handler->startVM(bench::javaPath(),
-                         bench::socketAgent(port, true) + " -cp " + bench::stormClassPath() + " Storm", "", false,
-                         true, 0, "127.0.0.1", std::to_string(port), true) &&
-        bench::pumpUntil([&] { return log->stops > 0 || log->dead; }, 60000) && log->stops > 0 &&
-        log->line == line && log->className == kLastClass)
-        took = log->stopUs - t0;
+    if (session.launch(bench::stormClassPath(), "Storm") && session.waitStop(0, 60000) &&
+        session.log->stops.back().line == line && session.log->stops.back().className == kLastClass)
+        took = session.log->stops.back().atUs - t0;
     if (took < 0)
-        std::fprintf(stderr, "no stop in %s: %s\n", kLastClass, handler->history().dump().c_str());
+        std::fprintf(stderr, "no stop in %s: %s\n", kLastClass, session.dump().c_str());
     if (classes)
         *classes = static_cast<size_t>(jvm->classCount());
     size_t registered = 0;
@@ -85,10 +77,6 @@ double ourStorm(int line, const std::vector<Breakpoint>& extra, size_t* classes 
         std::fprintf(stderr, "%zu of %zu breakpoints registered\n", registered, extra.size() + 1);
         took = -1;
     }
-    handler->Disconnect();
-    if (auto transport = handler->transport())
-        bench::pumpUntil([&] { return !transport->ProcessRunning(); }, 5000);
-    setCurrentHandler(nullptr);
     return took;
 }
 
@@ -105,9 +93,9 @@ std::string classExcludes()
 // waiting are sent here without waiting too; their replies are skipped.
 double rawStorm(int line)
 {
-    const int port = bench::freePort();
+    const int port = bench::freeTcpPort();
     const double t0 = bench::nowUs();
-    bench::Java vm({bench::socketAgent(port, true), "-cp", bench::stormClassPath(), "Storm"});
+    bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, true), "-cp", bench::stormClassPath(), "Storm"});
     bench::RawClient client;
     if (!client.connect(port))
         return -1;
@@ -176,7 +164,7 @@ double rawStorm(int line)
 double plainStorm()
 {
     const double t0 = bench::nowUs();
-    bench::Java vm({"-cp", bench::stormClassPath(), "Storm"});
+    bench::ChildProcess vm({bench::javaPath(), "-cp", bench::stormClassPath(), "Storm"});
     if (vm.waitForLine("storm reached", 60000).empty())
         return -1;
     return bench::nowUs() - t0;

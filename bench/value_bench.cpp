@@ -43,19 +43,12 @@ void timeCalls(std::vector<double>& samples, F call)
 
 bool library(int line, Ours& out)
 {
-    auto handler = JDWPHandler::create();
-    handler->bRemoteConnection = true;
-    auto log = std::make_shared<bench::StopLog>();
-    auto jvm = handler->myJVM();
-    jvm->setEvents(log);
-    jvm->setTargetClassName({"BenchTarget"});
+    bench::Session session({"BenchTarget"});
+    auto& handler = session.handler;
+    auto& jvm = session.jvm;
     jvm->addBreakpoint("BenchTarget", line);
-    const int port = bench::freePort();
-    if (!handler->startVM(bench::javaPath(),
-                          bench::socketAgent(port, true) + " -cp " + bench::benchClassPath() + " BenchTarget", "",
-                          false, true, 0, "127.0.0.1", std::to_string(port), true) ||
-        !bench::pumpUntil([&] { return log->stops > 0; }, 20000)) {
-        std::fprintf(stderr, "no stop: %s\n", handler->history().dump().c_str());
+    if (!session.launch(bench::benchClassPath(), "BenchTarget") || !session.waitStop(0, 20000)) {
+        std::fprintf(stderr, "no stop: %s\n", session.dump().c_str());
         return false;
     }
     timeCalls(out.local, [&] { out.localText = jvm->getValue("i"); });
@@ -79,16 +72,10 @@ bool library(int line, Ours& out)
         handler->ObjectToString(objectID, false);
         std::fprintf(stderr, "ObjectToString:\n%s\n", handler->history().dump().c_str());
     }
-    handler->Disconnect();
-    setCurrentHandler(nullptr);
     return out.localText.find("i: #") == 0 && out.fieldText.find("#p.x: 3#") == 0 &&
            out.objectText.find("BenchPoint(3, ") == 0;
 }
 
-std::string int32be(uint32_t v)
-{
-    return bench::be32(v);
-}
 
 // Bytes of a reply; empty when the reply was cut short.
 std::string part(const std::string& s, size_t pos, size_t n)
@@ -96,18 +83,13 @@ std::string part(const std::string& s, size_t pos, size_t n)
     return pos + n <= s.size() ? s.substr(pos, n) : std::string();
 }
 
-std::string readString(const std::string& s, size_t& at)
-{
-    return bench::readJdwpString(s, at);
-}
-
 // The floor: the same three reads by a raw blocking client, stopped at a
 // breakpoint of its own (an invocation needs a thread that an event
 // suspended). Only the commands a value needs are timed.
 bool rawClient(int line, Samples& out)
 {
-    const int port = bench::freePort();
-    bench::Java vm({bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
+    const int port = bench::freeTcpPort();
+    bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
     if (vm.waitForLine("bench target ready", 20000).empty())
         return false;
     bench::RawClient c;
@@ -117,7 +99,7 @@ bool rawClient(int line, Samples& out)
     const std::string T = c.stopAt("LBenchTarget;", "main", line);
     if (T.empty())
         return false;
-    const std::string frames = c.roundTrip(11, 6, T + int32be(0) + int32be(1));
+    const std::string frames = c.roundTrip(11, 6, T + bench::be32(0) + bench::be32(1));
     // Count, frame id, then the location: tag, class, method, index.
     if (frames.size() < 4 + 8 + 25)
         return false;
@@ -128,8 +110,8 @@ bool rawClient(int line, Samples& out)
     size_t at = 8;
     for (uint64_t k = 0, n = bench::readBe(vars, 4, 4); k < n && at < vars.size(); ++k) {
         at += 8;
-        const std::string name = readString(vars, at);
-        readString(vars, at);
+        const std::string name = bench::readJdwpString(vars, at);
+        bench::readJdwpString(vars, at);
         at += 4;
         const uint32_t slot = static_cast<uint32_t>(bench::readBe(vars, at, 4));
         at += 4;
@@ -138,41 +120,21 @@ bool rawClient(int line, Samples& out)
         if (name == "p")
             slotP = slot;
     }
-    const std::string getI = T + F + int32be(1) + int32be(slotI) + "I";
-    const std::string getP = T + F + int32be(1) + int32be(slotP) + "L";
+    const std::string getI = T + F + bench::be32(1) + bench::be32(slotI) + "I";
+    const std::string getP = T + F + bench::be32(1) + bench::be32(slotP) + "L";
     const std::string object = part(c.roundTrip(16, 1, getP), 5, 8);
     const std::string type = part(c.roundTrip(9, 1, object), 1, 8);
     const std::string fields = c.roundTrip(2, 4, type);
-    std::string fieldX, methodToString;
-    at = 4;
-    for (uint64_t k = 0, n = bench::readBe(fields, 0, 4); k < n && at < fields.size(); ++k) {
-        const std::string id = fields.substr(at, 8);
-        at += 8;
-        const std::string name = readString(fields, at);
-        readString(fields, at);
-        at += 4;
-        if (name == "x")
-            fieldX = id;
-    }
-    const std::string methods = c.roundTrip(2, 5, type);
-    at = 4;
-    for (uint64_t k = 0, n = bench::readBe(methods, 0, 4); k < n && at < methods.size(); ++k) {
-        const std::string id = methods.substr(at, 8);
-        at += 8;
-        const std::string name = readString(methods, at);
-        readString(methods, at);
-        at += 4;
-        if (name == "toString")
-            methodToString = id;
-    }
+    const std::string fieldX = bench::idOfName(fields, "x");
+    const std::string methodToString = bench::idOfName(c.roundTrip(2, 5, type), "toString");
     if (fieldX.empty() || methodToString.empty())
         return false;
     timeCalls(out.local, [&] { c.roundTrip(16, 1, getI); });
     timeCalls(out.field, [&] {
         const std::string p = part(c.roundTrip(16, 1, getP), 5, 8);
-        c.roundTrip(9, 2, p + int32be(1) + fieldX);
+        c.roundTrip(9, 2, p + bench::be32(1) + fieldX);
     });
-    const std::string invoke = object + T + type + methodToString + int32be(0) + int32be(0);
+    const std::string invoke = object + T + type + methodToString + bench::be32(0) + bench::be32(0);
     timeCalls(out.toString, [&] {
         const std::string r = c.roundTrip(9, 6, invoke);
         c.roundTrip(10, 1, part(r, 1, 8));

@@ -8,6 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "EventLog.h"
+#include "ScriptedTransport.h"
+#include "ShmemRing.h"
+#include "Wire.h"
+
 namespace jdwpkrvdbg::fuzz {
 
 namespace {
@@ -23,56 +28,7 @@ constexpr int kMaxSettlePasses = 200000;
     std::abort();
 }
 
-std::string be32(uint32_t v)
-{
-    std::string s(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        s[static_cast<size_t>(i)] = static_cast<char>((v >> (24 - 8 * i)) & 0xff);
-    return s;
-}
-
-std::string le32(uint32_t v)
-{
-    std::string s(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        s[static_cast<size_t>(i)] = static_cast<char>((v >> (8 * i)) & 0xff);
-    return s;
-}
-
-uint32_t readBe32(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4; ++i)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-
-uint32_t readLe32(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 4; i-- > 0;)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-
 uint32_t gTicks = 1000;
-
-// With JDWPKRVDBG_FUZZ_TRACE set, the host events of each input are printed
-// (to see what a seed reaches).
-struct TracePrinter : JXMachineEvents {
-    void Message(const std::string& prompt, int32_t, const std::string&) override { line("Message", prompt); }
-    void Breakpoint(double threadID, const std::string& cls, int32_t lineNr, int32_t offset) override
-    {
-        line("Breakpoint", cls + ":" + std::to_string(lineNr) + "+" + std::to_string(offset));
-    }
-    void VMStateChanged(VMState state) override { line("VMStateChanged", std::to_string(state)); }
-    void DebugMessage(const std::string& s) override { line("DebugMessage", s); }
-    void Exception(const std::string& s) override { line("Exception", s); }
-    static void line(const char* what, const std::string& text)
-    {
-        std::fprintf(stderr, "  %s %s\n", what, text.c_str());
-    }
-};
 
 } // namespace
 
@@ -111,7 +67,7 @@ std::string ByteReader::rest()
 
 std::string u16be(uint16_t v)
 {
-    return std::string{static_cast<char>(v >> 8), static_cast<char>(v & 0xff)};
+    return testing::be16(v);
 }
 
 std::string recordOf(const std::string& bytes)
@@ -173,63 +129,59 @@ const std::vector<std::string>& targetClasses()
 
 std::string socketReply(uint32_t id, uint16_t error, const std::string& payload)
 {
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + std::string(1, '\x80') + u16be(error) +
-           payload;
+    return testing::replyPacket(id, payload, error);
 }
 
 std::string socketCommand(uint32_t id, int set, int cmd, const std::string& payload)
 {
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + std::string(1, '\0') +
-           std::string(1, static_cast<char>(set)) + std::string(1, static_cast<char>(cmd)) + payload;
+    return testing::commandPacket(id, set, cmd, payload);
 }
+
+namespace {
+std::string shmemPacket(const shmem::PacketHeader& header, const std::string& payload)
+{
+    std::string out(shmem::kPacketHeaderBytes, '\0');
+    shmem::storePacketHeader(reinterpret_cast<uint8_t*>(out.data()), header);
+    return out + payload;
+}
+} // namespace
 
 std::string shmemReply(uint32_t id, uint16_t error, const std::string& payload)
 {
     // The session reads the error code of this framing little-endian.
-    const std::string err{static_cast<char>(error & 0xff), static_cast<char>(error >> 8)};
-    return le32(id) + std::string(1, '\x80') + err + le32(static_cast<uint32_t>(payload.size())) + payload;
+    return shmemPacket({id, shmem::kReplyFlag, static_cast<uint8_t>(error), static_cast<uint8_t>(error >> 8),
+                        static_cast<uint32_t>(payload.size())},
+                       payload);
 }
 
 std::string shmemCommand(uint32_t id, int set, int cmd, const std::string& payload)
 {
-    return le32(id) + std::string(1, '\0') + std::string(1, static_cast<char>(set)) +
-           std::string(1, static_cast<char>(cmd)) + le32(static_cast<uint32_t>(payload.size())) + payload;
+    return shmemPacket(
+        {id, 0, static_cast<uint8_t>(set), static_cast<uint8_t>(cmd), static_cast<uint32_t>(payload.size())}, payload);
 }
 
 std::vector<SentCommand> cutCommands(std::string& pending, Framing framing)
 {
     std::vector<SentCommand> out;
-    while (pending.size() >= 11) {
-        SentCommand c;
-        size_t total = 0;
-        if (framing == Framing::Socket) {
-            const uint32_t len = readBe32(pending, 0);
-            if (len < 11 || len > (1u << 26)) {
-                pending.clear();
-                break;
-            }
-            if (pending.size() < len)
-                break;
-            c.id = readBe32(pending, 4);
-            c.payload = pending.substr(11, len - 11);
-            total = len;
-        } else {
-            const uint32_t len = readLe32(pending, 7);
-            if (len > (1u << 26)) {
-                pending.clear();
-                break;
-            }
-            if (pending.size() < 11 + static_cast<size_t>(len))
-                break;
-            c.id = readLe32(pending, 0);
-            c.payload = pending.substr(11, len);
-            total = 11 + len;
+    if (framing == Framing::Socket) {
+        bool broken = false;
+        while (auto p = testing::cutPacket(pending, &broken))
+            out.push_back({p->id, p->set, p->cmd, std::move(p->payload)});
+        if (broken)
+            pending.clear();
+        return out;
+    }
+    while (pending.size() >= shmem::kPacketHeaderBytes) {
+        const auto h = shmem::loadPacketHeader(reinterpret_cast<const uint8_t*>(pending.data()));
+        if (h.payloadBytes > (1u << 26)) {
+            pending.clear();
+            break;
         }
-        const size_t setAt = framing == Framing::Socket ? 9 : 5;
-        c.set = static_cast<unsigned char>(pending[setAt]);
-        c.cmd = static_cast<unsigned char>(pending[setAt + 1]);
+        const size_t total = shmem::kPacketHeaderBytes + h.payloadBytes;
+        if (pending.size() < total)
+            break;
+        out.push_back({h.id, h.first, h.second, pending.substr(shmem::kPacketHeaderBytes, h.payloadBytes)});
         pending.erase(0, total);
-        out.push_back(std::move(c));
     }
     return out;
 }
@@ -246,27 +198,11 @@ public:
     ~FuzzTransport() override
     {
         auto& pump = MessagePump::instance();
-        if (flushIdle_)
-            pump.removeIdle(flushIdle_);
         if (processIdle_)
             pump.removeIdle(processIdle_);
     }
 
-    // Bytes from the peer arrive on a later pump pass, never inside a send.
-    void post(std::string bytes)
-    {
-        outbox_.push_back(std::move(bytes));
-        if (flushIdle_)
-            return;
-        flushIdle_ = MessagePump::instance().addIdle([this] {
-            MessagePump::instance().removeIdle(flushIdle_);
-            flushIdle_ = 0;
-            auto batch = std::move(outbox_);
-            outbox_.clear();
-            for (auto& b : batch)
-                raiseReceive(b);
-        });
-    }
+    void post(std::string bytes) { outbox_.post(std::move(bytes)); }
     void raiseReceive(const std::string& bytes)
     {
         if (connected_ && events_)
@@ -331,8 +267,7 @@ private:
     bool echoHandshake_;
     bool connected_ = false;
     std::string pending_;
-    std::vector<std::string> outbox_;
-    int flushIdle_ = 0;
+    testing::Outbox outbox_{[this](const std::string& bytes) { raiseReceive(bytes); }};
     int processIdle_ = 0;
 };
 
@@ -351,8 +286,11 @@ FuzzSession::FuzzSession(const SessionOptions& options) : options_(options)
     keepBusy_ = MessagePump::instance().addIdle([] {});
     handler_ = JDWPHandler::create();
     jvm_ = handler_->myJVM();
-    if (std::getenv("JDWPKRVDBG_FUZZ_TRACE"))
-        jvm_->setEvents(std::make_shared<TracePrinter>());
+    if (std::getenv("JDWPKRVDBG_FUZZ_TRACE")) {
+        auto trace = std::make_shared<testing::EventLog>();
+        trace->echo = true;
+        jvm_->setEvents(trace);
+    }
     transport_ = std::make_shared<FuzzTransport>(*this, options_.framing, options_.openSession);
     handler_->setTransportFactory([t = transport_] { return std::static_pointer_cast<JDWPCon>(t); });
     const bool socket = options_.framing == Framing::Socket;
@@ -418,17 +356,7 @@ std::string FuzzSession::frameCommand(uint32_t id, int set, int cmd, const std::
 void FuzzSession::openingAnswer(const SentCommand& command, std::string& payload, uint16_t& error)
 {
     error = 0;
-    payload.clear();
-    if (command.set == 1 && command.cmd == 7) {
-        for (int i = 0; i < 5; ++i)
-            payload += be32(static_cast<uint32_t>(options_.idWidth));
-    } else if (command.set == 1 && command.cmd == 1) {
-        auto str = [](const std::string& s) { return be32(static_cast<uint32_t>(s.size())) + s; };
-        payload = str("Java Debug Wire Protocol (Reference Implementation) version 17.0") + be32(17) + be32(0) +
-                  str("17.0.15") + str("OpenJDK 64-Bit Server VM");
-    } else if (command.set == 15 && command.cmd == 1) {
-        payload = be32(nextRequestId_++);
-    }
+    payload = testing::openingAnswer(command.set, command.cmd, nextRequestId_, options_.idWidth);
 }
 
 bool FuzzSession::answerFromInput(const SentCommand& command, std::string& payload, uint16_t& error)

@@ -30,6 +30,8 @@
 
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
+#include "Wire.h"
+
 namespace jdwpkrvdbg::fuzz {
 
 class ByteReader {
@@ -89,13 +91,7 @@ const std::vector<std::pair<int, int>>& replyPairs();
 // Class-name patterns of the debuggees the seed corpus was recorded from.
 const std::vector<std::string>& targetClasses();
 
-// A command as the session sent it.
-struct SentCommand {
-    uint32_t id = 0;
-    int set = 0;
-    int cmd = 0;
-    std::string payload;
-};
+using testing::SentCommand;
 
 // Socket and shared-memory framing of replies and commands.
 std::string socketReply(uint32_t id, uint16_t error, const std::string& payload);

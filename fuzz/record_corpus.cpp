@@ -18,6 +18,7 @@
 
 #include "FuzzHarness.h"
 #include "LiveVM.h"
+#include "ShmemRing.h"
 
 #include <jdwpkrvdbg/session/TransportFactory.h>
 
@@ -27,26 +28,12 @@ using namespace jdwpkrvdbg::testing;
 
 namespace {
 
+uint32_t beAt(const std::string& s, size_t at) { return static_cast<uint32_t>(readBe(s, at, 4)); }
+
 constexpr const char* kHandshake = "JDWP-Handshake";
 
-uint32_t be32At(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4; ++i)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-
-uint32_t le32At(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 4; i-- > 0;)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-
 // One received reply (with the request it answers) or event.
-struct Packet {
+struct Recorded {
     bool reply = false;
     int set = 0;
     int cmd = 0;
@@ -67,7 +54,7 @@ public:
 
     std::string stream;                    // socket: every received byte
     std::vector<std::string> shmemPackets; // shared memory: every receive
-    std::vector<Packet> packets;
+    std::vector<Recorded> packets;
 
     void ConnectShared(const std::string& name) override { inner_->ConnectShared(name); }
     bool SendData(const std::string& data) override
@@ -117,7 +104,7 @@ private:
     }
     void addPacket(uint32_t id, bool reply, int set, int cmd, uint16_t error, std::string payload)
     {
-        Packet p;
+        Recorded p;
         p.reply = reply;
         p.error = error;
         p.payload = std::move(payload);
@@ -144,29 +131,17 @@ private:
             recvPending_.erase(0, 14);
             handshakeSeen_ = true;
         }
-        while (recvPending_.size() >= 11) {
-            const uint32_t len = be32At(recvPending_, 0);
-            if (len < 11 || recvPending_.size() < len)
-                break;
-            const uint32_t id = be32At(recvPending_, 4);
-            const bool reply = static_cast<unsigned char>(recvPending_[8]) == 0x80;
-            const int a = static_cast<unsigned char>(recvPending_[9]);
-            const int b = static_cast<unsigned char>(recvPending_[10]);
-            addPacket(id, reply, a, b, static_cast<uint16_t>((a << 8) | b), recvPending_.substr(11, len - 11));
-            recvPending_.erase(0, len);
-        }
+        while (auto p = cutPacket(recvPending_))
+            addPacket(p->id, p->reply, p->set, p->cmd, p->error, std::move(p->payload));
     }
     void noteShmem(const std::string& data)
     {
         shmemPackets.push_back(data);
-        if (data == kHandshake || data.size() < 11)
+        if (data == kHandshake || data.size() < shmem::kPacketHeaderBytes)
             return;
-        const uint32_t id = le32At(data, 0);
-        const bool reply = static_cast<unsigned char>(data[4]) == 0x80;
-        const int a = static_cast<unsigned char>(data[5]);
-        const int b = static_cast<unsigned char>(data[6]);
-        const uint32_t len = le32At(data, 7);
-        addPacket(id, reply, a, b, static_cast<uint16_t>(a | (b << 8)), data.substr(11, len));
+        const auto h = shmem::loadPacketHeader(reinterpret_cast<const uint8_t*>(data.data()));
+        addPacket(h.id, h.flags == shmem::kReplyFlag, h.first, h.second, static_cast<uint16_t>(h.first | (h.second << 8)),
+                  data.substr(shmem::kPacketHeaderBytes, h.payloadBytes));
     }
 
     std::shared_ptr<JDWPCon> inner_;
@@ -289,14 +264,14 @@ std::set<std::string> idWindows(const std::string& bytes)
 // What the session learnt from class-prepare events (a class's signature
 // comes with the event, never asked for) as the Signature replies that a
 // fresh session asks for instead. OpenJDK 17 uses 8-byte identifiers.
-void addPreparedSignatures(std::vector<Packet>& packets)
+void addPreparedSignatures(std::vector<Recorded>& packets)
 {
-    std::vector<Packet> learnt;
+    std::vector<Recorded> learnt;
     for (const auto& p : packets) {
         if (p.reply || p.set != 64 || p.cmd != 100 || p.payload.size() < 5)
             continue;
         const std::string& s = p.payload;
-        const uint32_t count = be32At(s, 1);
+        const uint32_t count = beAt(s, 1);
         size_t at = 5;
         for (uint32_t i = 0; i < count && at < s.size(); ++i) {
             const int kind = static_cast<unsigned char>(s[at]);
@@ -304,10 +279,10 @@ void addPreparedSignatures(std::vector<Packet>& packets)
             if (kind != 8 || at + 1 + 4 + 8 + 1 + 8 + 4 > s.size())
                 break;
             const std::string typeID = s.substr(at + 14, 8);
-            const uint32_t length = be32At(s, at + 22);
+            const uint32_t length = beAt(s, at + 22);
             if (at + 26 + length + 4 > s.size())
                 break;
-            Packet sig;
+            Recorded sig;
             sig.reply = true;
             sig.set = 2;
             sig.cmd = 1;
@@ -324,7 +299,7 @@ void addPreparedSignatures(std::vector<Packet>& packets)
 // transitively through the answers, breadth first; within a round what
 // identifies a class and its code comes first, as the decoders ask for it
 // first.
-int answerPriority(const Packet& p)
+int answerPriority(const Recorded& p)
 {
     static const std::vector<std::pair<int, int>> order{{2, 1}, {2, 5}, {6, 1}, {3, 1}, {9, 1}, {6, 2}, {2, 4}};
     for (size_t i = 0; i < order.size(); ++i)
@@ -333,14 +308,14 @@ int answerPriority(const Packet& p)
     return static_cast<int>(order.size());
 }
 
-std::string knowledge(const std::vector<Packet>& packets, const std::string& primary, size_t maxAnswers = 40)
+std::string knowledge(const std::vector<Recorded>& packets, const std::string& primary, size_t maxAnswers = 40)
 {
     std::set<std::string> ids = idWindows(primary);
     std::set<std::pair<std::pair<int, int>, std::string>> taken;
     std::string out;
     size_t count = 0;
     while (count < maxAnswers) {
-        std::vector<const Packet*> round;
+        std::vector<const Recorded*> round;
         for (const auto& p : packets) {
             if (!p.reply || p.request.size() < 8 || !ids.count(p.request.substr(0, 8)))
                 continue;
@@ -350,8 +325,8 @@ std::string knowledge(const std::vector<Packet>& packets, const std::string& pri
         if (round.empty())
             break;
         std::stable_sort(round.begin(), round.end(),
-                         [](const Packet* a, const Packet* b) { return answerPriority(*a) < answerPriority(*b); });
-        for (const Packet* p : round) {
+                         [](const Recorded* a, const Recorded* b) { return answerPriority(*a) < answerPriority(*b); });
+        for (const Recorded* p : round) {
             if (count >= maxAnswers)
                 break;
             out += encodeAnswer(Answer{p->set, p->cmd, p->error, p->request, p->payload});
@@ -404,7 +379,7 @@ std::string eventKinds(const std::string& payload)
 
 void writeSeeds(CorpusWriter& out, const Recording& rec)
 {
-    std::vector<Packet> packets = rec.transport->packets;
+    std::vector<Recorded> packets = rec.transport->packets;
     addPreparedSignatures(packets);
     std::map<std::string, int> perKind;
     int n = 0;
@@ -448,7 +423,7 @@ std::vector<std::string> streamPrefixes(const std::string& stream, const std::ve
     std::vector<size_t> ends;
     size_t at = 14;
     while (at + 11 <= stream.size()) {
-        const uint32_t len = be32At(stream, at);
+        const uint32_t len = beAt(stream, at);
         if (len < 11 || at + len > stream.size())
             break;
         at += len;

@@ -54,6 +54,47 @@ constexpr int kHalfBuiltGraceSeconds = 2;
 constexpr std::string_view kHandshake = "JDWP-Handshake";
 constexpr const char* kObjectPrefix = "/krvdbg-";
 
+// A JDWP packet travels as one record: id LE32, flags, then (command set,
+// command) of a command or the error code of a reply, payload length LE32,
+// payload. Only id and length are little-endian; the two middle bytes are
+// whatever the sender put there (the JDK writes the error code big-endian).
+constexpr size_t kPacketHeaderBytes = 11;
+constexpr uint8_t kReplyFlag = 0x80;
+
+struct PacketHeader {
+    uint32_t id = 0;
+    uint8_t flags = 0;
+    uint8_t first = 0;  // command set, or the error code's first byte
+    uint8_t second = 0; // command, or the error code's second byte
+    uint32_t payloadBytes = 0;
+};
+
+inline void storeLe32(uint8_t* p, uint32_t v)
+{
+    for (int i = 0; i < 4; ++i)
+        p[i] = uint8_t(v >> (8 * i));
+}
+
+inline uint32_t loadLe32(const uint8_t* p)
+{
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+
+inline void storePacketHeader(uint8_t* out, const PacketHeader& h)
+{
+    storeLe32(out, h.id);
+    out[4] = h.flags;
+    out[5] = h.first;
+    out[6] = h.second;
+    storeLe32(out + 7, h.payloadBytes);
+}
+
+// `in` holds at least kPacketHeaderBytes.
+inline PacketHeader loadPacketHeader(const uint8_t* in)
+{
+    return {loadLe32(in), in[4], in[5], in[6], loadLe32(in + 7)};
+}
+
 enum StateFlag : uint32_t {
     kVmListening = 1u << 0,
     kDebuggerAttached = 1u << 1,

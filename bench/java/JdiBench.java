@@ -200,50 +200,47 @@ public class JdiBench {
         BreakpointEvent stop = runToBreakpoint(vm, "BenchTarget", intOpt("line", 0));
         ThreadReference thread = stop.thread();
 
-        List<Double> local = new ArrayList<>();
-        String text = "";
-        for (int i = 0; i < warm + n; ++i) {
-            long t0 = System.nanoTime();
+        timed("value_local", warm, n, () -> {
             StackFrame f = thread.frame(0);
             LocalVariable v = f.visibleVariableByName("i");
-            Value value = f.getValue(v);
-            text = "i: " + value;
-            long t1 = System.nanoTime();
-            if (i >= warm)
-                local.add(us(t0, t1));
-        }
-        print("value_local", local);
-
-        List<Double> field = new ArrayList<>();
-        for (int i = 0; i < warm + n; ++i) {
-            long t0 = System.nanoTime();
+            return "i: " + f.getValue(v);
+        });
+        timed("value_field", warm, n, () -> {
             StackFrame f = thread.frame(0);
             ObjectReference p = (ObjectReference) f.getValue(f.visibleVariableByName("p"));
             Field fx = p.referenceType().fieldByName("x");
-            Value value = p.getValue(fx);
-            text = "p.x: " + value;
-            long t1 = System.nanoTime();
-            if (i >= warm)
-                field.add(us(t0, t1));
-        }
-        print("value_field", field);
-
+            return "p.x: " + p.getValue(fx);
+        });
         StackFrame f = thread.frame(0);
         ObjectReference p = (ObjectReference) f.getValue(f.visibleVariableByName("p"));
-        List<Double> invoke = new ArrayList<>();
-        for (int i = 0; i < warm + n; ++i) {
-            long t0 = System.nanoTime();
+        String text = timed("tostring", warm, n, () -> {
             Method m = p.referenceType().methodsByName("toString", "()Ljava/lang/String;").get(0);
             Value r = p.invokeMethod(thread, m, new ArrayList<Value>(), 0);
-            text = ((StringReference) r).value();
-            long t1 = System.nanoTime();
-            if (i >= warm)
-                invoke.add(us(t0, t1));
-        }
+            return ((StringReference) r).value();
+        });
         if (!text.startsWith("BenchPoint("))
             throw new IllegalStateException("toString gave " + text);
-        print("tostring", invoke);
         kill(vm);
+    }
+
+    interface Call {
+        String run() throws Exception;
+    }
+
+    // Runs `call` warm + n times and prints the times of the last n as `row`;
+    // answers the last result.
+    static String timed(String row, int warm, int n, Call call) throws Exception {
+        List<Double> samples = new ArrayList<>();
+        String text = "";
+        for (int i = 0; i < warm + n; ++i) {
+            long t0 = System.nanoTime();
+            text = call.run();
+            long t1 = System.nanoTime();
+            if (i >= warm)
+                samples.add(us(t0, t1));
+        }
+        print(row, samples);
+        return text;
     }
 
     // Process start to the breakpoint event, the breakpoint set when its

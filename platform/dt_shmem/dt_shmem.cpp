@@ -3,7 +3,7 @@
 // address=<name>,server=y. It creates the channel (ShmemRing.h), waits for
 // the debugger to attach and exchange "JDWP-Handshake", then turns records
 // into jdwpPacket structures and back:
-//   id LE32, flags, (set, cmd) or error code big-endian 16, payload length LE32, payload.
+// the packet record of ShmemRing.h, the error code written big-endian.
 // Only server mode exists: the debugger always attaches to a listening VM.
 #include <jdwpTransport.h>
 
@@ -20,7 +20,7 @@ namespace {
 
 using namespace jdwpkrvdbg::shmem;
 
-constexpr size_t kShmemHeaderSize = 11;
+constexpr size_t kShmemHeaderSize = kPacketHeaderBytes;
 // No spinning in ReadPacket: the agent's reader thread comes back here
 // right after handing a command to its command thread, and on a small
 // machine a spinning reader takes the very core that thread needs to answer
@@ -306,8 +306,6 @@ jdwpTransportError JNICALL closeTransport(jdwpTransportEnv*)
     return JDWPTRANSPORT_ERROR_NONE;
 }
 
-uint32_t readLe32(const uint8_t* p) { return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24; }
-
 jdwpTransportError JNICALL readPacket(jdwpTransportEnv*, jdwpPacket* packet)
 try {
     if (!packet)
@@ -332,7 +330,8 @@ try {
     if (record.size() < kShmemHeaderSize)
         return fail(JDWPTRANSPORT_ERROR_IO_ERROR,
                     "malformed packet: " + std::to_string(record.size()) + " bytes, fewer than the 11 of a header");
-    uint32_t payload = readLe32(bytes + 7);
+    const PacketHeader header = loadPacketHeader(bytes);
+    const uint32_t payload = header.payloadBytes;
     if (payload != record.size() - kShmemHeaderSize || payload > uint32_t(INT32_MAX) - kShmemHeaderSize)
         return fail(JDWPTRANSPORT_ERROR_IO_ERROR, "malformed packet: payload length " + std::to_string(payload) +
                                                       " but " + std::to_string(record.size() - kShmemHeaderSize) +
@@ -345,20 +344,20 @@ try {
         std::memcpy(data, bytes + kShmemHeaderSize, payload);
     }
     jint len = jint(kShmemHeaderSize + payload);
-    jint id = jint(readLe32(bytes));
-    jbyte flags = jbyte(bytes[4]);
+    jint id = jint(header.id);
+    jbyte flags = jbyte(header.flags);
     if (uint8_t(flags) & JDWPTRANSPORT_FLAGS_REPLY) {
         packet->type.reply.len = len;
         packet->type.reply.id = id;
         packet->type.reply.flags = flags;
-        packet->type.reply.errorCode = jshort(uint16_t(bytes[5]) << 8 | bytes[6]);
+        packet->type.reply.errorCode = jshort(uint16_t(header.first) << 8 | header.second);
         packet->type.reply.data = data;
     } else {
         packet->type.cmd.len = len;
         packet->type.cmd.id = id;
         packet->type.cmd.flags = flags;
-        packet->type.cmd.cmdSet = jbyte(bytes[5]);
-        packet->type.cmd.cmd = jbyte(bytes[6]);
+        packet->type.cmd.cmdSet = jbyte(header.first);
+        packet->type.cmd.cmd = jbyte(header.second);
         packet->type.cmd.data = data;
     }
     return JDWPTRANSPORT_ERROR_NONE;
@@ -379,19 +378,14 @@ jdwpTransportError JNICALL writePacket(jdwpTransportEnv*, const jdwpPacket* pack
         return fail(JDWPTRANSPORT_ERROR_ILLEGAL_ARGUMENT, "packet has a payload length but no data");
     uint32_t id = uint32_t(packet->type.cmd.id);
     uint8_t flags = uint8_t(packet->type.cmd.flags);
-    uint8_t header[kShmemHeaderSize] = {uint8_t(id), uint8_t(id >> 8), uint8_t(id >> 16), uint8_t(id >> 24), flags};
+    PacketHeader fields{id, flags, uint8_t(packet->type.cmd.cmdSet), uint8_t(packet->type.cmd.cmd), payload};
     if (flags & JDWPTRANSPORT_FLAGS_REPLY) {
         uint16_t code = uint16_t(packet->type.reply.errorCode);
-        header[5] = uint8_t(code >> 8);
-        header[6] = uint8_t(code);
-    } else {
-        header[5] = uint8_t(packet->type.cmd.cmdSet);
-        header[6] = uint8_t(packet->type.cmd.cmd);
+        fields.first = uint8_t(code >> 8);
+        fields.second = uint8_t(code);
     }
-    header[7] = uint8_t(payload);
-    header[8] = uint8_t(payload >> 8);
-    header[9] = uint8_t(payload >> 16);
-    header[10] = uint8_t(payload >> 24);
+    uint8_t header[kShmemHeaderSize];
+    storePacketHeader(header, fields);
 
     std::shared_ptr<Channel> channel = openChannelRef();
     if (!channel)

@@ -30,7 +30,7 @@ int64_t realMs()
 // A composite event: suspend policy, one event of `kind` with `body`.
 std::string composite(int policy, int kind, const std::string& body)
 {
-    return std::string(1, static_cast<char>(policy)) + peerBe32(1) + std::string(1, static_cast<char>(kind)) + body;
+    return std::string(1, static_cast<char>(policy)) + be32(1) + std::string(1, static_cast<char>(kind)) + body;
 }
 
 struct Host {
@@ -158,7 +158,7 @@ std::vector<Row> faultRows()
              {"EOF after the 11-byte header of a reply", ""}, {"EOF in the middle of a reply body", "\0\0\0\x04Java"}})
         rows.push_back({name, true,
                         onFirstVersion([partial = partial](PeerLink& link, const HostCommand& c) {
-                            link.send(peerBe32(30) + peerBe32(c.id) + std::string("\x80\x00\x00", 3) + partial);
+                            link.send(be32(30) + be32(c.id) + std::string("\x80\x00\x00", 3) + partial);
                             link.shutdownWrite();
                         }),
                         [](Host& host, FaultPeer&) {
@@ -175,7 +175,7 @@ std::vector<Row> faultRows()
                     }),
                     nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 2147483648"});
     rows.push_back({"a reply with an unknown id", true,
-                    afterOpen([](PeerLink& link) { link.reply(0x7777, peerBe32(1) + peerBe64(5)); }),
+                    afterOpen([](PeerLink& link) { link.reply(0x7777, be32(1) + be64(5)); }),
                     [](Host& host, FaultPeer&) {
                         // Taken on its own (a reply nobody asked for drops the
                         // buffer it arrives in, by design).
@@ -237,8 +237,8 @@ std::vector<Row> faultRows()
     rows.push_back({"a composite event while a synchronous call waits", true,
                     onFirstVersion([](PeerLink& link, const HostCommand& c) {
                         // A class-prepare event for type 0x4242 "LOther;".
-                        link.event(composite(2, 8, peerBe32(7) + peerBe64(1) + std::string(1, '\x01') +
-                                                       peerBe64(0x4242) + peerString("LOther;") + peerBe32(7)));
+                        link.event(composite(2, 8, be32(7) + be64(1) + std::string(1, '\x01') +
+                                                       be64(0x4242) + jstr("LOther;") + be32(7)));
                         link.answer(c);
                     }),
                     [](Host& host, FaultPeer&) {
@@ -249,7 +249,7 @@ std::vector<Row> faultRows()
                     },
                     Outcome::KeepsWorking});
     rows.push_back({"VM_DEATH followed by EOF", false, afterOpen([](PeerLink& link) {
-                        link.event(composite(0, 99, peerBe32(0)));
+                        link.event(composite(0, 99, be32(0)));
                         link.shutdownWrite();
                     }),
                     nullptr, Outcome::EndsWithVMDead});
@@ -295,8 +295,7 @@ TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
     } else {
         EXPECT_TRUE(pumpUntil([&] { return host.jvm->JVMState() == VMDead && !host.handler->isConnected(); }, 6000))
             << host.handler->history().dump();
-        const auto& lines = host.log->lines;
-        EXPECT_NE(std::find(lines.begin(), lines.end(), "CloseConnection"), lines.end());
+        EXPECT_TRUE(host.log->has("Close"));
     }
     if (*row.debugText) {
         EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();

@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 
 #include "LiveSessionTest.h"
 
@@ -30,17 +29,6 @@ int64_t realMs()
     return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-// True once the process is in the stopped state (SIGSTOP took effect on
-// all of it).
-bool processStopped(pid_t pid)
-{
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string stat;
-    std::getline(in, stat);
-    const size_t close = stat.rfind(')');
-    return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'T';
-}
-
 // Kills `pid` once, from inside the next pump pass for which `when` is true
 // (that is, from inside whatever call is waiting then).
 struct KillDuringWait {
@@ -49,8 +37,7 @@ struct KillDuringWait {
         id = MessagePump::instance().addIdle([this, pid, when] {
             if (fired || !when())
                 return;
-            fired = true;
-            ::kill(pid, SIGKILL);
+            fired = signalProcess(pid, SIGKILL);
         });
     }
     ~KillDuringWait() { MessagePump::instance().removeIdle(id); }
@@ -118,7 +105,7 @@ TEST_P(LiveFaults, KilledDuringASynchronousRequest)
     stopBeforeSlowCall();
     // Stopped, the VM cannot answer before the kill; the kill comes from
     // inside the wait.
-    ::kill(pid, SIGSTOP);
+    ASSERT_TRUE(signalProcess(pid, SIGSTOP));
     ASSERT_TRUE(pumpUntil([&] { return processStopped(pid); }, 5000));
     KillDuringWait killer(pid, [] { return true; });
     const int64_t begin = realMs();
@@ -134,7 +121,7 @@ TEST_P(LiveFaults, KilledDuringAStep)
     // Over a call that sleeps for a minute: the step cannot end by itself.
     ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << dump();
     ASSERT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMRunning; }, 5000));
-    ::kill(pid, SIGKILL);
+    ASSERT_TRUE(signalProcess(pid, SIGKILL));
     expectDeadSoonThenTheNextSessionRuns();
     EXPECT_EQ(log->stops.size(), 1u) << "the step never ended";
 }

@@ -63,7 +63,7 @@ struct KrvdbgRun {
     }
 };
 
-const std::string kKrvdbg = std::string(JDWPKRVDBG_BUILD_DIR) + "/tools/krvdbg";
+const std::string kKrvdbg = buildDir() + "/tools/krvdbg";
 
 // A script file that is removed with the object.
 struct ScriptFile {
@@ -264,7 +264,7 @@ TEST(Krvdbg, StepsIntoTheProgramsOwnClassListsThreadsAndPopsAFrame)
 TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPatternsName)
 {
     // The demo's classes once more, packed in a jar: a library unless named.
-    const std::string jar = std::string(JDWPKRVDBG_BUILD_DIR) + "/krvdbg-test-demo.jar";
+    const std::string jar = buildDir() + "/krvdbg-test-demo.jar";
     const std::string jarTool = javaPath().substr(0, javaPath().rfind('/') + 1) + "jar";
     ASSERT_EQ(ChildProcess({jarTool, "cf", jar, "-C", examplesClassPath(), "demo"}).wait(60000), 0);
     const std::string script = "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) +
@@ -350,7 +350,7 @@ TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
             vmPid = sleeperPid(*krvdbg);
         }
         ASSERT_GT(vmPid, 0) << name << krvdbg->output();
-        ::kill(krvdbg->pid(), c.signal);
+        ASSERT_TRUE(krvdbg->signal(c.signal));
         EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << name << krvdbg->output();
         if (c.signal != SIGKILL) {
             // Ended as quit ends it: the session's end was reported first.

@@ -1,7 +1,7 @@
 // The session against a real OpenJDK 17 VM: launching with the socket agent,
-// the opening sequence on the wire, console capture, the program's end,
-// attaching to a VM the test started, a port nobody listens on, a bad shared
-// memory name. Peers that break the wire are in faults_peer_test; sessions
+// the opening sequence on the wire, console capture, the program's end, a
+// port nobody listens on, a bad shared memory name. Attached VMs that die
+// are in sessions_vm_test. Peers that break the wire are in faults_peer_test; sessions
 // over shared memory and VMs killed mid-request in faults_vm_test.
 #include <algorithm>
 
@@ -50,19 +50,6 @@ TEST_F(LiveSession, APortNobodyListensOnFailsAfterFourSecondsOfTheClock)
     EXPECT_NE(log->boxes.back().find("Connection refused (127.0.0.1:" + std::to_string(port) + ")|16|Korvane Debugger"),
               std::string::npos)
         << log->boxes.back();
-}
-
-TEST_F(LiveSession, AttachedVMThatDiesShowsTheRemoteDisconnectBox)
-{
-    ListeningVM vm("TestHello", testsClassPath());
-    ASSERT_GT(vm.port(), 0) << vm.process().output();
-    handler->bRemoteConnection = true;
-    ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(vm.port()), true));
-    ASSERT_TRUE(pumpUntil([&] { return !jvm->VMName.empty(); }));
-    vm.process().kill();
-    ASSERT_TRUE(waitDead());
-    ASSERT_FALSE(log->boxes.empty());
-    EXPECT_EQ(log->boxes.back(), "Remote Java Virtual Machine disconnected!|64|Debugger");
 }
 
 TEST_F(LiveSession, ABadSharedNameIsRefusedWithAClearText)

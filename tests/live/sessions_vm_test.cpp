@@ -84,11 +84,11 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
     EXPECT_EQ(log->boxes, std::vector<std::string>{"Remote Java Virtual Machine disconnected!|64|Debugger"});
 
     // Each session opened and closed once, in turn, however it ended.
-    EXPECT_TRUE(pumpUntil([&] { return log->lines.size() >= 16; }, 5000));
+    EXPECT_TRUE(pumpUntil([&] { return log->connections().size() >= 16; }, 5000));
     std::vector<std::string> expected;
     for (int round = 0; round < 8; ++round)
-        expected.insert(expected.end(), {"OpenConnection", "CloseConnection"});
-    EXPECT_EQ(log->lines, expected);
+        expected.insert(expected.end(), {"Open", "Close"});
+    EXPECT_EQ(log->connections(), expected);
 }
 
 } // namespace

@@ -138,7 +138,7 @@ TEST(ShmemVm, HandshakeCommandsAndVmDeath)
             EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
         };
         if (killed) {
-            kill(vm->pid(), SIGKILL);
+            ASSERT_TRUE(vm->signal(SIGKILL));
             noticedWithinASecond();
             EXPECT_FALSE(channel.writeRecord(shmemCommand(2, 1, 1)));
             EXPECT_TRUE(channel.waitReadable(kReplyFailsafeMs));
@@ -212,7 +212,7 @@ TEST(ShmemVm, AVmStillListeningLeavesNothingBehindWhenItEnds)
     const std::string name = uniqueName("idle");
     auto vm = startVm(name);
     EXPECT_TRUE(objectExists(name));
-    kill(vm->pid(), SIGTERM); // an orderly exit of the VM, no debugger ever came
+    ASSERT_TRUE(vm->signal(SIGTERM)); // an orderly exit of the VM, no debugger ever came
     vm->wait(kStartFailsafeMs);
     EXPECT_FALSE(objectExists(name));
 }

@@ -77,7 +77,7 @@ protected:
         else
             unsetenv("DISPLAY");
         if (server_) {
-            kill(server_->pid(), SIGTERM);
+            server_->signal(SIGTERM);
             server_->wait(kServerMs);
         }
     }

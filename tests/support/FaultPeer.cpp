@@ -12,30 +12,9 @@
 #include <cerrno>
 #include <chrono>
 
+#include "Process.h"
+
 namespace jdwpkrvdbg::testing {
-
-namespace {
-
-int64_t nowMs()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
-
-uint32_t be32At(const std::string& s, size_t at)
-{
-    const auto byte = [&](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(s[at + i])); };
-    return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
-}
-
-} // namespace
-
-std::string peerBe32(uint32_t v)
-{
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
-}
-
-// ---------------------------------------------------------------------------
 
 std::string PeerLink::read(size_t n, int timeoutMs)
 {
@@ -81,12 +60,12 @@ HostCommand PeerLink::next(int timeoutMs)
 {
     HostCommand c;
     const std::string header = read(11, timeoutMs);
-    const uint32_t length = header.size() == 11 ? be32At(header, 0) : 0;
+    const auto length = header.size() == 11 ? static_cast<uint32_t>(readBe(header, 0, 4)) : 0u;
     if (length < 11 || length > (1u << 26))
         return c;
     c.payload = read(length - 11, timeoutMs);
     c.valid = c.payload.size() == length - 11;
-    c.id = be32At(header, 4);
+    c.id = static_cast<uint32_t>(readBe(header, 4, 4));
     c.set = static_cast<unsigned char>(header[9]);
     c.cmd = static_cast<unsigned char>(header[10]);
     return c;
@@ -94,30 +73,19 @@ HostCommand PeerLink::next(int timeoutMs)
 
 bool PeerLink::reply(uint32_t id, const std::string& payload, uint16_t error)
 {
-    return send(peerBe32(static_cast<uint32_t>(11 + payload.size())) + peerBe32(id) + std::string(1, '\x80') +
-                std::string{static_cast<char>(error >> 8), static_cast<char>(error & 0xff)} + payload);
+    return send(replyPacket(id, payload, error));
 }
 
 bool PeerLink::event(const std::string& compositePayload, uint32_t id)
 {
-    return send(peerBe32(static_cast<uint32_t>(11 + compositePayload.size())) + peerBe32(id) +
-                std::string{'\0', '\x40', '\x64'} + compositePayload);
+    return send(eventPacket(compositePayload, id));
 }
 
 bool PeerLink::answer(const HostCommand& command)
 {
-    std::string payload;
-    if (command.set == 1 && command.cmd == 7)
-        for (int i = 0; i < 5; ++i)
-            payload += peerBe32(8);
-    else if (command.set == 1 && command.cmd == 1)
-        payload = peerString("Java Debug Wire Protocol (Reference Implementation) version 17.0") + peerBe32(17) +
-                  peerBe32(0) + peerString("17.0.15") + peerString("OpenJDK 64-Bit Server VM");
-    else if (command.set == 1 && command.cmd == 4)
-        payload = peerBe32(1) + peerBe64(1);
-    else if (command.set == 15 && command.cmd == 1)
-        payload = peerBe32(nextRequestId_++);
-    return reply(command.id, payload);
+    if (command.set == 1 && command.cmd == 4) // one thread
+        return reply(command.id, be32(1) + be64(1));
+    return reply(command.id, openingAnswer(command.set, command.cmd, nextRequestId_));
 }
 
 bool PeerLink::open()

@@ -22,15 +22,13 @@
 #include <string>
 #include <thread>
 
+#include "Wire.h"
+
 namespace jdwpkrvdbg::testing {
 
 // One command as the host sent it (socket framing).
-struct HostCommand {
+struct HostCommand : SentCommand {
     bool valid = false; // false: EOF, time-out or a broken frame
-    uint32_t id = 0;
-    int set = 0;
-    int cmd = 0;
-    std::string payload;
 };
 
 // The accepted connection, as the script sees it.
@@ -89,14 +87,5 @@ private:
     bool released_ = false;
     std::thread thread_;
 };
-
-// Payload builders for the scripts (big-endian).
-std::string peerBe32(uint32_t v);
-inline std::string peerBe64(uint64_t v)
-{
-    return peerBe32(static_cast<uint32_t>(v >> 32)) + peerBe32(static_cast<uint32_t>(v));
-}
-// 4-byte length + bytes
-inline std::string peerString(const std::string& s) { return peerBe32(static_cast<uint32_t>(s.size())) + s; }
 
 } // namespace jdwpkrvdbg::testing

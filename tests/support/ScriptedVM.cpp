@@ -5,37 +5,6 @@
 
 namespace jdwpkrvdbg::testing {
 
-namespace {
-uint32_t readBe32(const std::string& s, size_t at)
-{
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4; ++i)
-        v = (v << 8) | static_cast<unsigned char>(s[at + i]);
-    return v;
-}
-} // namespace
-
-std::string be32(uint32_t v)
-{
-    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
-}
-
-std::string be64(uint64_t v) { return be32(static_cast<uint32_t>(v >> 32)) + be32(static_cast<uint32_t>(v)); }
-
-std::string jstr(const std::string& s) { return be32(static_cast<uint32_t>(s.size())) + s; }
-
-std::string replyPacket(uint32_t id, const std::string& payload, uint16_t error)
-{
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + '\x80' + static_cast<char>(error >> 8) +
-           static_cast<char>(error & 0xff) + payload;
-}
-
-std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payload)
-{
-    return be32(static_cast<uint32_t>(11 + payload.size())) + be32(id) + '\0' + static_cast<char>(set) +
-           static_cast<char>(cmd) + payload;
-}
-
 ScriptedVM::ScriptedVM(std::shared_ptr<ScriptedTransport> transport) : transport_(std::move(transport))
 {
     transport_->onSend = [this](const std::string& data) { onSend(data); };
@@ -43,8 +12,6 @@ ScriptedVM::ScriptedVM(std::shared_ptr<ScriptedTransport> transport) : transport
 
 ScriptedVM::~ScriptedVM()
 {
-    if (flushIdle_)
-        MessagePump::instance().removeIdle(flushIdle_);
     transport_->onSend = nullptr;
 }
 
@@ -74,51 +41,31 @@ void ScriptedVM::deliver(const std::string& bytes)
 
 void ScriptedVM::installDefaults()
 {
-    onPayload(1, 7, be32(8) + be32(8) + be32(8) + be32(8) + be32(8));
-    onPayload(1, 1, jstr("Scripted VM") + be32(17) + be32(0) + jstr("17.0.15") + jstr("OpenJDK 64-Bit Server VM"));
-    on(15, 1, [this](const SentCommand&, std::string& out, uint16_t&) {
-        out = be32(nextRequestId_++);
-        return true;
-    });
+    for (const auto& [set, cmd] : {std::pair{1, 7}, std::pair{1, 1}, std::pair{15, 1}})
+        on(set, cmd, [this](const SentCommand& c, std::string& out, uint16_t&) {
+            out = openingAnswer(c.set, c.cmd, nextRequestId_);
+            return true;
+        });
     onPayload(15, 2, "");
     onPayload(1, 9, "");
     onPayload(1, 8, "");
-}
-
-// Answers arrive on a later pump pass, never inside the send.
-void ScriptedVM::post(std::string bytes)
-{
-    outbox_.push_back(std::move(bytes));
-    if (flushIdle_)
-        return;
-    flushIdle_ = MessagePump::instance().addIdle([this] {
-        MessagePump::instance().removeIdle(flushIdle_);
-        flushIdle_ = 0;
-        for (const auto& b : std::exchange(outbox_, {}))
-            transport_->raiseReceive(b);
-    });
 }
 
 void ScriptedVM::onSend(const std::string& data)
 {
     if (!handshakeSeen_ && data == "JDWP-Handshake") {
         handshakeSeen_ = true;
-        return post(data);
+        return outbox_.post(data);
     }
     pending_ += data;
-    while (pending_.size() >= 11) {
-        const uint32_t len = readBe32(pending_, 0);
-        if (len < 11 || pending_.size() < len)
-            break;
-        SentCommand c{readBe32(pending_, 4), static_cast<unsigned char>(pending_[9]),
-                      static_cast<unsigned char>(pending_[10]), pending_.substr(11, len - 11)};
-        pending_.erase(0, len);
+    while (auto packet = cutPacket(pending_)) {
+        const SentCommand c{packet->id, packet->set, packet->cmd, std::move(packet->payload)};
         commands_.push_back(c);
         auto it = answers_.find({c.set, c.cmd});
         std::string payload;
         uint16_t error = 0;
         if (it != answers_.end() && it->second(c, payload, error))
-            post(replyPacket(c.id, payload, error));
+            outbox_.post(replyPacket(c.id, payload, error));
     }
 }
 

@@ -15,23 +15,9 @@
 #include <vector>
 
 #include "ScriptedTransport.h"
+#include "Wire.h"
 
 namespace jdwpkrvdbg::testing {
-
-struct SentCommand {
-    uint32_t id = 0;
-    int set = 0;
-    int cmd = 0;
-    std::string payload;
-};
-
-// Big-endian helpers for building payloads in tests.
-std::string be32(uint32_t v);
-std::string be64(uint64_t v);
-std::string jstr(const std::string& s); // 4-byte length + bytes
-// Socket-framed reply / command packets.
-std::string replyPacket(uint32_t id, const std::string& payload, uint16_t error = 0);
-std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payload);
 
 class ScriptedVM {
 public:
@@ -58,7 +44,7 @@ public:
     void reply(uint32_t id, const std::string& payload, uint16_t error = 0) { deliver(replyPacket(id, payload, error)); }
     void event(const std::string& compositePayload, uint32_t id = 0x7000)
     {
-        deliver(commandPacket(id, 64, 100, compositePayload));
+        deliver(eventPacket(compositePayload, id));
     }
 
     // Standard answers of an OpenJDK 17 VM with 8-byte ids: ID sizes,
@@ -67,15 +53,13 @@ public:
 
 private:
     void onSend(const std::string& data);
-    void post(std::string bytes);
     std::shared_ptr<ScriptedTransport> transport_;
     std::map<std::pair<int, int>, Answer> answers_;
     std::vector<SentCommand> commands_;
     std::string pending_;
     bool handshakeSeen_ = false;
     uint32_t nextRequestId_ = 1;
-    std::vector<std::string> outbox_;
-    int flushIdle_ = 0;
+    Outbox outbox_{[this](const std::string& bytes) { transport_->raiseReceive(bytes); }};
 };
 
 } // namespace jdwpkrvdbg::testing

@@ -7,10 +7,10 @@
 #include <limits>
 #include <tuple>
 
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using namespace std::string_literals;
 
 namespace {
@@ -108,7 +108,7 @@ TEST(ByteStrings, ReadSignedNumberGoldenVectors)
     }
 }
 
-class ByteStringsSession : public codec_test::HandlerTest {};
+class ByteStringsSession : public HandlerTest {};
 
 TEST_F(ByteStringsSession, LocationsAndStepsUseTheObjectWidth)
 {

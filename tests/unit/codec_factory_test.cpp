@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "ScriptedVM.h"
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using jdwpkrvdbg::testing::be64;
 using namespace std::string_literals;
 
@@ -26,7 +26,7 @@ const std::string C5 = be64(5), T6 = be64(6), FR7 = be64(7), OB9 = be64(9), F10 
 const std::string MBIG = "\x00\x00\x55\xce\xcb\xfa\x25\x50"s;
 const std::string INT0 = "\x00\x00\x00\x00"s, INT1 = "\x00\x00\x00\x01"s;
 
-class FactoryTest : public codec_test::SessionTest {
+class FactoryTest : public SessionTest {
 protected:
     JDWPMessageFactory& factory() { return *handler->myFactory(); }
 };
@@ -187,19 +187,19 @@ TEST_F(FactoryTest, EventRequestsEncodeEveryModifierKind)
 
 TEST_F(FactoryTest, ExclusionFilterIsCachedOnlyWhileTheStampIsZero)
 {
-    jvm->setExcludeClassName({"java.*", "Form"});
+    jvm()->setExcludeClassName({"java.*", "Form"});
 
     // Stamp 0: the initial, empty cache; no exclusions are sent yet.
-    jvm->myLastCleanupStamp = 0;
+    jvm()->myLastCleanupStamp = 0;
     JDWPDefaultFilter initial = factory().getExcludeModifier();
     EXPECT_EQ(initial.FilterCount, 0);
     EXPECT_TRUE(initial.FilterString.empty());
 
     // Any other stamp: rebuilt from the session's exclusions on every call.
-    jvm->myLastCleanupStamp = 5;
+    jvm()->myLastCleanupStamp = 5;
     for (const auto& exclusions : {std::vector<std::string>{"java.*", "Form"}, std::vector<std::string>{"sun.*"}}) {
-        jvm->setExcludeClassName(exclusions);
-        auto mods = jvm->getExcludeModifier();
+        jvm()->setExcludeClassName(exclusions);
+        auto mods = jvm()->getExcludeModifier();
         JDWPDefaultFilter expected = factory().getModifier(mods, static_cast<int32_t>(mods.size()));
         JDWPDefaultFilter built = factory().getExcludeModifier();
         EXPECT_EQ(built.FilterCount, expected.FilterCount);

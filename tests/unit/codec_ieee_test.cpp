@@ -9,10 +9,10 @@
 #include <limits>
 #include <tuple>
 
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using namespace std::string_literals;
 
 namespace {
@@ -82,18 +82,6 @@ TEST(Ieee, OrdinaryValuesMatchTheBitPattern)
         const std::string be = bigEndian(std::bit_cast<uint32_t>(f), 4);
         EXPECT_EQ(static_cast<float>(ieee.Ieee32stov(be, true)), f) << hex(be);
     }
-}
-
-TEST(Ieee, HelpersSwapAndReadTheSignificand)
-{
-    cIEEE ieee;
-    EXPECT_EQ(ieee.Ieee64swab("\x01\x02\x03\x04\x05\x06\x07\x08"s), "\x08\x07\x06\x05\x04\x03\x02\x01"s);
-    EXPECT_EQ(ieee.Ieee32swab("\x01\x02\x03\x04"s), "\x04\x03\x02\x01"s);
-    EXPECT_EQ(ieee.Ieee64htof("3FF8000000000000"), 1.5);
-    EXPECT_EQ(ieee.Ieee64htof("BFF0000000000001"), 1 + std::ldexp(1.0, -52));
-    EXPECT_EQ(ieee.Ieee32htof("40490FDB"), 1 + 0x490FDB / 8388608.0);
-    EXPECT_EQ(ieee.Ieee32htof("XYZ"), -1);
-    EXPECT_EQ(ieee.Ieee64htof(""), -1);
 }
 
 } // namespace

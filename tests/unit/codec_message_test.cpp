@@ -1,15 +1,16 @@
 // Packets on the wire: both framings out, socket and shared-memory parsing in
 // (partial data, several packets in one buffer, every split point, replies
 // matched to sent commands, the intended little-endian error code, length
-// fields that cannot be a packet), routing through the command table and
-// the wake-up of a synchronous caller.
+// fields that cannot be a packet) and routing through the command table.
+// Arbitrary bytes are the fuzz targets' (fuzz/), the wake-up of a synchronous
+// caller session_exchange_test's.
 #include <tuple>
 #include <vector>
 
-#include "codec_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using codec_test::hex;
+using namespace jdwpkrvdbg::testing;
 using namespace std::string_literals;
 
 namespace {
@@ -32,7 +33,7 @@ std::string socketReply(double id, const std::string& error, const std::string& 
     return NumberToBytes(11.0 + payload.size(), 4) + NumberToBytes(id, 4) + "\x80"s + error + payload;
 }
 
-class MessageTest : public codec_test::SessionTest {
+class MessageTest : public SessionTest {
 protected:
     // A command sent through the handler, so that a reply can find it.
     std::shared_ptr<JDWPMessage> sendCommand(int32_t set, int32_t command)
@@ -161,13 +162,13 @@ TEST_F(MessageTest, ResumeAndSuspendRepliesChangeTheStateWithoutDecoding)
         {VM_RESUME, 0, VMRunning}, {VM_SUSPEND, 13, VMSuspend}, {-1, 0, VMDead},
         {VM_RESUME, 0, VMDead},    {VM_SUSPEND, 0, VMDead},
     };
-    jvm->GoVMStateChange(VMSuspend, -1);
+    jvm()->GoVMStateChange(VMSuspend, -1);
     for (const auto& s : steps) {
         if (s.command < 0)
-            jvm->GoVMStateChange(VMDead, -1);
+            jvm()->GoVMStateChange(VMDead, -1);
         else
             packet(CMDSET_VirtualMachine, s.command, "", 128, s.error)->processMyData();
-        EXPECT_EQ(jvm->JVMState(), s.after) << s.command << "/" << s.error;
+        EXPECT_EQ(jvm()->JVMState(), s.after) << s.command << "/" << s.error;
     }
 }
 
@@ -180,8 +181,8 @@ TEST_F(MessageTest, RoutesPayloadsToTheirDecoders)
     packet(CMDSET_VirtualMachine, VM_ID_SIZES,
            "\x00\x00\x00\x04" "\x00\x00\x00\x05" "\x00\x00\x00\x06" "\x00\x00\x00\x07" "\x00\x00\x00\x03"s)
         ->processMyData();
-    EXPECT_EQ((std::vector<int>{jvm->SIZE_FieldID, jvm->SIZE_MethodID, jvm->SIZE_ObjectID, jvm->SIZE_RefTypeID,
-                                jvm->SIZE_FrameID}),
+    EXPECT_EQ((std::vector<int>{jvm()->SIZE_FieldID, jvm()->SIZE_MethodID, jvm()->SIZE_ObjectID, jvm()->SIZE_RefTypeID,
+                                jvm()->SIZE_FrameID}),
               (std::vector<int>{4, 5, 6, 7, 3}));
 
     // Event requests are decoded only as replies.
@@ -195,60 +196,6 @@ TEST_F(MessageTest, RoutesPayloadsToTheirDecoders)
     // decoded at all.
     EXPECT_TRUE(packet(CMDSET_StackFrame, SF_POPFRAMES, "\x00\x00\x00\x07"s)->processMyData());
     EXPECT_FALSE(packet(CMDSET_ThreadReference, TR_Suspend, "\x00\x00\x00\x07"s)->processMyData());
-}
-
-TEST_F(MessageTest, DecodedReplyCompletesTheWaitingCallWithTheSameId)
-{
-    auto request = handler->myFactory()->createGetFrameCountMessage(6);
-    std::shared_ptr<JDWPMessage> delivered;
-    // The VM answers at once: an unrouted packet first (a different id must not
-    // complete the wait), then the reply.
-    transport->onSend = [&](const std::string&) {
-        if (delivered)
-            return;
-        for (const std::string& wire : {"\x00\x00\x00\x0b" "\x00\x00\x03\xe7" "\x00" "\x63\x01"s,
-                                        socketReply(request->myID, "\x00\x00"s, "\x00\x00\x00\x02"s)}) {
-            delivered = std::make_shared<JDWPMessage>();
-            delivered->createMessageSocket(wire);
-            delivered->processMyData();
-        }
-    };
-    auto answer = handler->sendSync(request, 4000);
-    ASSERT_NE(answer, nullptr);
-    EXPECT_EQ(answer, delivered);
-    EXPECT_EQ(answer->myRequestMessage, request);
-    EXPECT_EQ(handler->pendingSyncCount(), 0u);
-}
-
-TEST_F(MessageTest, ArbitraryBytesNeverBreakTheParsers)
-{
-    // Deterministic pseudo-random buffers, some with a plausible header, fed
-    // to every parser; under the sanitizers any read outside a buffer fails.
-    uint32_t state = 12345;
-    auto next = [&] { return ((state = state * 1103515245u + 12345u) >> 16) & 0xff; };
-    auto request = sendCommand(CMDSET_VirtualMachine, VM_VERSION);
-    for (int round = 0; round < 2000; ++round) {
-        std::string buf(next() % 40, '\0');
-        for (char& c : buf)
-            c = static_cast<char>(next());
-        if (round % 3 == 0 && buf.size() >= 11) {
-            buf.replace(0, 4, NumberToBytes(11 + next() % 40, 4));
-            buf[8] = static_cast<char>(round % 2 ? 0x80 : 0);
-            buf.replace(4, 4, NumberToBytes(request->myID, 4));
-        }
-        auto m = std::make_shared<JDWPMessage>();
-        EXPECT_LE(m->createMessageSocket(buf), static_cast<double>(buf.size()));
-        EXPECT_LE(m->myData.size(), buf.size());
-        std::make_shared<JDWPMessage>()->createMessageSHMem(buf);
-        std::string out;
-        ReadString(buf, static_cast<int64_t>(next() % 50) - 5, out);
-        EXPECT_LE(out.size(), buf.size());
-        JDWPJLocation loc;
-        ReadLocation(buf, static_cast<int64_t>(next() % 50) - 5, loc);
-        Utf8ToText(buf);
-        if (!handler->getMessage(request->myID))
-            request = sendCommand(CMDSET_VirtualMachine, VM_VERSION);
-    }
 }
 
 TEST(CommandTable, EveryPairRoutesAndNames)

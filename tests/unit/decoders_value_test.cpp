@@ -4,13 +4,14 @@
 // made of garbage.
 #include <functional>
 
-#include "codec_test_support.h"
-#include "model_test_support.h"
+#include "unit_fixtures.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
 
 namespace jdwpkrvdbg {
 namespace {
 
-using namespace std::string_literals;
 using D = JDWPMessageData;
 
 // Reads one value at `start`; returns the reader's result.
@@ -30,7 +31,7 @@ JDWPJVarValue valueOf(const std::string& payload)
     return value;
 }
 
-using TaggedValues = codec_test::HandlerTest;
+using TaggedValues = HandlerTest;
 
 TEST_F(TaggedValues, TagsRenderAndAdvanceAsTheTableSays)
 {
@@ -67,7 +68,7 @@ TEST_F(TaggedValues, TagsRenderAndAdvanceAsTheTableSays)
     };
     for (const auto& [name, payload, objectWidth, type, text, result] : cases) {
         SCOPED_TRACE(name);
-        jvm->SIZE_ObjectID = jvm->SIZE_RefTypeID = objectWidth;
+        jvm()->SIZE_ObjectID = jvm()->SIZE_RefTypeID = objectWidth;
         JDWPJVarValue value;
         int64_t after = 0;
         EXPECT_EQ(read(payload, value, 1, &after), result);
@@ -194,17 +195,13 @@ TEST_F(TaggedValues, ThisObjectAndInvocationResults)
 
 // --- values that need the VM -------------------------------------------------
 
-using testing::be32;
-using testing::be64;
-using testing::jstr;
-
-class VMValues : public model_test::ModelTest {
+class VMValues : public ModelTest {
 protected:
     void SetUp() override
     {
         ModelTest::SetUp();
         // Object 0x66 is of class 0x80 (pkg/Thing), which has no superclass.
-        vm->onPayload(9, 1, model_test::u8(1) + be64(0x80));
+        vm->onPayload(9, 1, u8(1) + be64(0x80));
         vm->onPayload(2, 1, jstr("Lpkg/Thing;"));
         vm->onPayload(3, 1, "", ERR_INVALID_CLASS);
         vm->onPayload(11, 6, be32(0));
@@ -315,16 +312,6 @@ TEST_F(VMValues, RendersNeverRecurseWithoutEnd)
     vm->onPayload(16, 3, "L" + be64(0));
     EXPECT_EQ(valueOf("t"s + be64(0x66)).VarValue, "pkg/Thing");
     EXPECT_EQ(vm->commandsOf(9, 6).size(), 2u);
-}
-
-TEST_F(VMValues, RuntimeWrappersRenderThroughTheirDebugString)
-{
-    vm->onPayload(2, 1, jstr("LVBA/VBArray;"));
-    vm->onPayload(2, 5, be32(1) + be64(0x61) + jstr("toDebugString") + jstr("()Ljava/lang/String;") + be32(1));
-    vm->onPayload(9, 6, "s" + be64(0x71) + "L" + be64(0));
-    vm->onPayload(10, 1, jstr("\"(1)#(2)\""));
-    EXPECT_EQ(valueOf("L\x00\x00\x00\x00\x00\x00\x00\x66"s).VarValue, "(1)\r\n(2)");
-    EXPECT_EQ(vm->commandsOf(9, 6).size(), 1u);
 }
 
 } // namespace

@@ -2,10 +2,10 @@
 // exact EventRequest bytes, the collection's bookkeeping (duplicates,
 // waiting entries registered at class load, removal that keeps an entry whose
 // clear failed), and the step flow's guards.
-#include "model_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::model_test;
+using namespace jdwpkrvdbg::testing;
 
 namespace {
 

@@ -4,10 +4,10 @@
 // ids above 2^31 travelling back to the VM unchanged).
 #include <optional>
 
-#include "model_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::model_test;
+using namespace jdwpkrvdbg::testing;
 
 namespace {
 

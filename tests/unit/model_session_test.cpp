@@ -4,9 +4,12 @@
 // of getValue over a dotted path, which names are numbers, local reads with
 // stale frames and their errors, and the window of an evaluation's call
 // (also one that never returns).
-#include "model_test_support.h"
+#include "unit_fixtures.h"
 
-namespace jdwpkrvdbg::model_test {
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
+
+namespace jdwpkrvdbg::testing {
 namespace {
 
 using ModelSession = ModelTest;
@@ -40,7 +43,7 @@ TEST_F(ModelSession, BreakpointEventRoundsHalfToEvenAndReportsOffsetsOfStopPoint
     m->GoBreakpoint(99, 1, "pkg/A", 1, 2, 10.5, 3);  // unknown request: offset 0
     m->GoBreakpoint(5, 1, "pkg/A", 1, 2, 11.5, 2.5); // stop point: its offset, rounded to even
     m->GoSingleStep(5, 1, "pkg/A", 1, 2, 12.5, 7);   // a step never has an offset
-    EXPECT_EQ(log->stops, (std::vector<std::string>{"pkg/A:10+0", "pkg/A:12+2", "pkg/A:12+0"}));
+    EXPECT_EQ(log->stopTexts(), (std::vector<std::string>{"pkg/A:10+0", "pkg/A:12+2", "pkg/A:12+0"}));
     EXPECT_EQ(m->currentLine(), 12.5);
 }
 
@@ -257,7 +260,7 @@ TEST_F(ModelValues, TheCallsWindowEndsWithItsReply)
     EXPECT_EQ(countOf(1, 9), 1u) << "the getter's own stop is resumed";
     EXPECT_FALSE(jvm()->isInvokeInProcess());
     breakpointEvent();
-    EXPECT_EQ(log->stops, std::vector<std::string>{"pkg/A:10+0"});
+    EXPECT_EQ(log->stopTexts(), std::vector<std::string>{"pkg/A:10+0"});
 }
 
 // A call that never returns: its value says so in words and the VM is
@@ -307,4 +310,4 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
 }
 
 } // namespace
-} // namespace jdwpkrvdbg::model_test
+} // namespace jdwpkrvdbg::testing

@@ -5,10 +5,10 @@
 #include <map>
 #include <tuple>
 
-#include "model_test_support.h"
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::model_test;
+using namespace jdwpkrvdbg::testing;
 
 namespace {
 

@@ -5,6 +5,8 @@
 // drops, and the processevent idle. Everything waits by pumping until an
 // observable condition holds; nothing sleeps.
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -392,6 +394,74 @@ TEST_F(TransportTest, ProcessEventIdleIsIdempotent)
     pump().pumpOnce(0);
     EXPECT_EQ(events_.count("processevent"), 2);
     EXPECT_EQ(pump().sourceCount(), baseline_);
+}
+
+// The kit's only way to send a signal refuses what would reach more than
+// one process or none: signal 0 checks without harming anyone, so a faulty
+// guard fails here instead of stopping ctest's process group.
+TEST(TestKit, SignalsReachOneLiveChildOnly)
+{
+    testing::ChildProcess gone({"true"});
+    const pid_t gonePid = gone.pid();
+    ASSERT_EQ(gone.wait(kPatienceMs), 0); // reaped: the pid names no process now
+    const struct { const char* name; pid_t pid; } refused[] = {
+        {"pid 0 (our process group)", 0}, {"pid -1 (every process)", -1}, {"a negative group", -gonePid},
+        {"this process", ::getpid()}, {"a dead child", gonePid}};
+    for (const auto& row : refused)
+        EXPECT_FALSE(testing::signalProcess(row.pid, 0)) << row.name;
+    testing::ChildProcess live({"sleep", "60"});
+    EXPECT_TRUE(live.signal(0));
+    EXPECT_TRUE(live.signal(SIGKILL));
+    EXPECT_EQ(live.wait(kPatienceMs), 128 + SIGKILL);
+    EXPECT_FALSE(live.signal(0)) << "reaped, the child is no one to signal";
+}
+
+// This binary, started again with KRV_TESTKIT_STARTER=<fd>, is the starter
+// of the test below: before any test runs it starts a child through the
+// kit, reports the child's pid on <fd> and waits to be killed. (A fork of
+// the test process itself could not start children: the library's launcher
+// thread does not survive a fork.)
+const bool kActsAsStarter = [] {
+    const char* fd = std::getenv("KRV_TESTKIT_STARTER");
+    if (!fd)
+        return false;
+    testing::ChildProcess child({"sleep", "60"}, {}, std::getenv("KRV_TESTKIT_TERMINAL") != nullptr);
+    const pid_t pid = child.pid();
+    if (::write(std::atoi(fd), &pid, sizeof pid) == sizeof pid)
+        ::pause();
+    ::_exit(0);
+}();
+
+// A child started through the kit ends with the process that started it,
+// so a test killed by ctest's time-out leaves no VM running.
+TEST(TestKit, ChildrenEndWithTheirStarter)
+{
+    for (const bool terminal : {false, true}) {
+        SCOPED_TRACE(terminal ? "in a terminal" : "through a pipe");
+        int report[2];
+        ASSERT_EQ(::pipe2(report, O_CLOEXEC), 0);
+        const pid_t starter = ::fork();
+        if (starter == 0) {
+            ::dup2(report[1], 3);
+            ::setenv("KRV_TESTKIT_STARTER", "3", 1);
+            if (terminal)
+                ::setenv("KRV_TESTKIT_TERMINAL", "1", 1);
+            ::execl("/proc/self/exe", "unit_tests", "--gtest_list_tests", static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        ::close(report[1]);
+        pid_t grandchild = 0;
+        pollfd p{report[0], POLLIN, 0};
+        const bool reported = ::poll(&p, 1, kPatienceMs) == 1 &&
+                              ::read(report[0], &grandchild, sizeof grandchild) == sizeof grandchild;
+        ::close(report[0]);
+        EXPECT_TRUE(reported && testing::processRunning(grandchild));
+        ASSERT_TRUE(testing::signalProcess(starter, SIGKILL));
+        ::waitpid(starter, nullptr, 0);
+        if (reported) {
+            EXPECT_TRUE(pumpFor([&] { return !testing::processRunning(grandchild); })) << grandchild;
+        }
+    }
 }
 
 } // namespace

@@ -2,15 +2,17 @@
 // against the scripted transport: packet ids, framing of received bytes in
 // any split, dispatch order, nested synchronous calls, time-outs with an
 // injected tick source, and the handler's reactions to the transport's
-// events.
-#include "model_test_support.h"
+// events. The opening's order on the wire, the console's line ends and the
+// boxes of a failed or dropped connection are checked against a real VM
+// (session_vm_test, sessions_vm_test).
+#include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
-using namespace jdwpkrvdbg::model_test;
+using namespace jdwpkrvdbg::testing;
 
 namespace {
 
-using SessionOpening = ScriptedSessionTest;
+using SessionOpening = HandlerTest;
 
 // A socket session whose handshake is done and whose opening requests went
 // unanswered: what the tests send and receive from here on is theirs.
@@ -167,7 +169,7 @@ TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
     vm->onPayload(11, 1, jstr("main"));
     std::vector<std::string> order;
     log->onDebug = [&](const std::string& s) {
-        if (s.find("Scripted VM") == std::string::npos && s.find("OpenJDK") == std::string::npos)
+        if (s.find("OpenJDK") == std::string::npos)
             return;
         log->onDebug = nullptr;
         auto inner = handler->sendSync(handler->myFactory()->createGetThreadNameMessage(1), 4000);
@@ -233,30 +235,6 @@ TEST_F(SessionExchange, MalformedLengthEndsTheSessionCleanly)
     transport->raiseReceive(std::string("\x7f\xff\xff\xff", 4));
 }
 
-TEST_F(SessionExchange, ConsoleTextEndsLinesWithCrLf)
-{
-    transport->raisePipe("a\nb\r\nc\n");
-    transport->raisePipe("tail");
-    EXPECT_EQ(log->all, (std::vector<std::string>{"Console(a\r\nb\r\nc\r\n)", "Console(tail)"}));
-}
-
-TEST_F(SessionOpening, HandshakeIdSizesVersionRequestsAndResumeInThatOrder)
-{
-    vm->installDefaults();
-    ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "5005", true));
-    // Let the opening sequence run through the pump.
-    MessagePump::instance().pumpUntil([&] { return countOf(1, 9) && !jvm()->VMName.empty(); }, 2000);
-    ASSERT_EQ(transport->sent.at(0), "JDWP-Handshake");
-    ASSERT_EQ(wire(), (Wire{{1, 7}, {1, 1}, {15, 1}, {15, 1}, {15, 1}, {1, 9}}));
-    EXPECT_EQ(static_cast<unsigned char>(vm->commands()[2].payload[0]), EK_EXCEPTION_CATCH);
-    EXPECT_EQ(static_cast<unsigned char>(vm->commands()[3].payload[0]), EK_CLASS_PREPARE);
-    EXPECT_EQ(jvm()->VMName, "OpenJDK 64-Bit Server VM");
-    for (const char* e :
-         {"Debug( *** OpenJDK 64-Bit Server VM 17.0.15)", "Open", "Debug( *** Connect [Socket] 127.0.0.1:5005)"})
-        EXPECT_TRUE(log->has(e)) << e;
-    EXPECT_EQ(jvm()->JVMState(), VMRunning);
-}
-
 TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
 {
     transport->connectOnRequest = false;
@@ -268,42 +246,10 @@ TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
     EXPECT_EQ(log->count("Debug( *** Connect [SHMem] S1)"), 1u);
 }
 
-TEST_F(SessionOpening, NoConnectionGivesUpAfterFourSecondsWithTheFailureBox)
-{
-    transport->connectOnRequest = false;
-    transport->statusText = "Connection refused (127.0.0.1:1)";
-    uint32_t now = 0;
-    setTickSource([&] { return now += 7; });
-    EXPECT_FALSE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "1", true));
-    EXPECT_GT(now, 4000u);
-    EXPECT_LT(now, 6000u);
-    EXPECT_TRUE(std::any_of(log->all.begin(), log->all.end(),
-                            [](const std::string& s) { return s.rfind("Debug( *** Try ", 0) == 0; }));
-    EXPECT_TRUE(log->has("Debug( *** JDWP-Connection failed ...)"));
-    EXPECT_TRUE(log->has("Message(Debugger failed! Process terminated!\r\nConnection refused (127.0.0.1:1),16,"
-                              "Korvane Debugger)"));
-    EXPECT_TRUE(log->has("Close"));
-}
-
 TEST_F(SessionOpening, DisconnectBeforeStartSendsNothing)
 {
     handler->Disconnect();
     EXPECT_TRUE(transport->sent.empty());
-}
-
-TEST_F(SessionOpening, RemoteDropShowsTheBoxUnlessAskedFor)
-{
-    vm->installDefaults();
-    ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "h", "1", true));
-    transport->raiseDisconnected();
-    EXPECT_TRUE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
-    EXPECT_EQ(jvm()->JVMState(), VMDead);
-
-    log->all.clear();
-    ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "h", "1", true));
-    handler->Disconnect();
-    transport->raiseDisconnected();
-    EXPECT_FALSE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)"));
 }
 
 TEST_F(SessionOpening, EverySessionIsReportedClosedOnceHoweverItEnds)
@@ -320,11 +266,7 @@ TEST_F(SessionOpening, EverySessionIsReportedClosedOnceHoweverItEnds)
         ASSERT_TRUE(handler->startVM("java", "Main", "", false, true, 0, "h", "1", true)) << what;
         end();
         ASSERT_TRUE(handler->startVM("java", "Main", "", false, true, 0, "h", "1", true)) << what;
-        std::vector<std::string> connections;
-        for (const auto& e : log->all)
-            if (e == "Open" || e == "Close")
-                connections.push_back(e);
-        EXPECT_EQ(connections, (std::vector<std::string>{"Open", "Close", "Open"})) << what;
+        EXPECT_EQ(log->connections(), (std::vector<std::string>{"Open", "Close", "Open"})) << what;
         EXPECT_FALSE(log->has("Message(Remote Java Virtual Machine disconnected!,64,Debugger)")) << what;
         transport->raiseTerminated();
     }

@@ -1,6 +1,6 @@
-// A JDWPCon for byte-exact unit tests: it records every byte string the
-// session sends, and the test decides when the session is connected and what
-// it receives, in which pieces. Nothing touches a socket, a process or a
+// A JDWPCon in memory, for byte-exact unit tests and the framing benchmark:
+// it records every byte string the session sends, and the caller decides
+// when the session is connected and what it receives, in which pieces. Nothing touches a socket, a process or a
 // clock; events are raised synchronously from the test's calls.
 #pragma once
 
@@ -13,6 +13,40 @@
 #include "jdwpkrvdbg/session/JDWPCon.h"
 
 namespace jdwpkrvdbg::testing {
+
+// What a peer sends in answer reaches the session on a later pump pass,
+// never inside the send that caused it (a real transport cannot answer
+// that fast either).
+class Outbox {
+public:
+    explicit Outbox(std::function<void(const std::string&)> deliver) : deliver_(std::move(deliver)) {}
+    ~Outbox()
+    {
+        if (idle_)
+            MessagePump::instance().removeIdle(idle_);
+    }
+    Outbox(const Outbox&) = delete;
+    Outbox& operator=(const Outbox&) = delete;
+
+    void post(std::string bytes)
+    {
+        queued_.push_back(std::move(bytes));
+        if (idle_)
+            return;
+        idle_ = MessagePump::instance().addIdle([this] {
+            MessagePump::instance().removeIdle(std::exchange(idle_, 0));
+            for (const auto& b : std::exchange(queued_, {}))
+                deliver_(b);
+        });
+    }
+    bool empty() const { return queued_.empty(); }
+    void clear() { queued_.clear(); }
+
+private:
+    std::function<void(const std::string&)> deliver_;
+    std::vector<std::string> queued_;
+    int idle_ = 0;
+};
 
 class ScriptedTransport : public JDWPCon {
 public:
