@@ -265,7 +265,7 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
     decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
     pumpUntil([&] { return handler->pendingSentCount() == 0; });
     EXPECT_EQ(handler->pendingSentCount(), 0u) << "the Resume's reply came in";
-    EXPECT_EQ(recorder_->log,
+    EXPECT_EQ(recorder_->all,
               (std::vector<std::string>{"Break(119,Module1,11,0)", "State(1)", "Break(120,Module1,13,0)"}));
     EXPECT_EQ(jvm()->JVMState(), VMSuspend);
     EXPECT_EQ(jvm()->currentThreadID(), 0x78);
