@@ -158,7 +158,8 @@ class Client extends DebugClient {
     }
 
     // initialize, `command` (launch or attach), the breakpoints { file: [lines] }
-    // and exception filters once the adapter is initialized, configurationDone.
+    // and the exception filters once the adapter is initialized, then
+    // configurationDone; answers the breakpoints as set.
     async begin(command, args, breakpoints = {}, filters = null) {
         if (!this.caps)
             await this.initialize();
@@ -173,8 +174,8 @@ class Client extends DebugClient {
             assert.equal(body.breakpoints.length, lines.length);
             verified[file] = body.breakpoints;
         }
-        if (filters)
-            await this.ok('setExceptionBreakpoints', { filters });
+        // As an editor does: always, so that no stop comes from a default.
+        await this.ok('setExceptionBreakpoints', { filters: filters || [] });
         await this.ok('configurationDone', {});
         const r = await started;
         assert.ok(r.success, `${command} failed: ${r.message}`);
@@ -207,6 +208,12 @@ class Client extends DebugClient {
     async children(variablesReference, more = {}) {
         const { variables } = await this.ok('variables', { variablesReference, ...more });
         return Object.fromEntries(variables.map(v => [v.name, v]));
+    }
+
+    // Closes the adapter's input: it must end, within bounded time.
+    async closeInput() {
+        this.process.stdin.end();
+        return within(this.gone, kRequestMs, 'adapter exit after its input closed');
     }
 
     // Ends the session whatever state it is in; the adapter must be gone too.

@@ -44,8 +44,7 @@ test('attach to a listening VM, stop in it, and detach: it runs on', async t => 
     await vm.line(/sleeper round \d+/, from);
     await vm.line(/sleeper round \d+[^]*sleeper round \d+/, from);
     assert.ok(alive(vm.proc.pid));
-    dc.process.stdin.end();
-    await dc.gone;
+    await dc.closeInput();
     assert.ok(alive(vm.proc.pid), 'the attached VM ended with the adapter');
 });
 
@@ -57,10 +56,7 @@ const endings = [
         await dc.ok('terminate', {});
         await dc.event('terminated');
     }],
-    ['the client closing the adapter\'s input', async dc => {
-        dc.process.stdin.end();
-        await dc.gone;
-    }],
+    ['the client closing the adapter\'s input', dc => dc.closeInput()],
 ];
 for (const [how, end] of endings) {
     test(`a launched VM ends with the session: ${how}`, async t => {
