@@ -142,7 +142,8 @@ test('an uncaught exception stops with its text, then the program ends with it',
     const filters = dc.caps.exceptionBreakpointFilters || [];
     assert.ok(filters.length > 0, 'no exception filters offered');
     assert.ok(filters.every(f => f.filter && f.label), JSON.stringify(filters));
-    const uncaught = filters.filter(f => /uncaught/i.test(`${f.filter} ${f.label}`));
+    // The filter that stops on an exception nothing catches, whatever else it stops on.
+    const uncaught = filters.filter(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
     assert.ok(uncaught.length > 0, JSON.stringify(filters));
 
     await dc.begin('launch', dc.launchArgs('Nested', { args: ['throw'] }), {}, [uncaught[0].filter]);
