@@ -86,8 +86,11 @@ bool JXMachine::addClass(const std::shared_ptr<JXClass>& refClass, bool printInf
     }
     if (name == kDebugClassName) {
         registerDebugClass(refClass);
-    } else if (printInfo && name.find('$') == std::string::npos) {
-        printDebug(" *** Load " + displayName(name));
+    } else if (printInfo) {
+        if (name.find('$') == std::string::npos)
+            printDebug(" *** Load " + displayName(name));
+        // Nested, local and anonymous classes hold lines of their file too:
+        // a breakpoint set on one before it loads waits for its prepare.
         registerWaitingBreakpoints(refClass);
     }
     return true;

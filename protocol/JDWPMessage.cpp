@@ -162,6 +162,9 @@ bool JDWPMessage::processMyData()
         // Held here: a decoder may wait synchronously and re-enter dispatch.
         std::shared_ptr<JDWPMessageData> container = myDataContainer();
         JDWPMessageData& data = *container;
+        // A bulk read's reply keeps its values unrendered.
+        const bool unrendered = myRequestMessage && myRequestMessage->hasDataContainer() &&
+                                myRequestMessage->myDataContainer()->RequestRawValues;
         switch (set) {
         case CMDSET_VirtualMachine:
             switch (command) {
@@ -178,7 +181,9 @@ bool JDWPMessage::processMyData()
             case RT_SIGNATURE: result = data.processGetSignature(myData); break;
             case RT_FIELDS: result = data.processFields(myData, self); break;
             case RT_METHODS: result = data.processMethods(myData, self); break;
-            case RT_GETVALUES: result = data.processGetStaticField(myData, self); break;
+            case RT_GETVALUES:
+                result = unrendered ? data.processValues(myData) : data.processGetStaticField(myData, self);
+                break;
             default: break;
             }
             break;
@@ -199,8 +204,17 @@ bool JDWPMessage::processMyData()
         case CMDSET_ObjectReference:
             switch (command) {
             case OT_REFERENCE_TYPE: result = data.processReferenceType(myData); break;
-            case OT_GET_VALUES: result = data.processGetField(myData, self); break;
+            case OT_GET_VALUES:
+                result = unrendered ? data.processValues(myData) : data.processGetField(myData, self);
+                break;
             case OT_INVOKE_METHOD: result = data.processInvokeMethod(myData); break;
+            default: break;
+            }
+            break;
+        case CMDSET_ArrayReference:
+            switch (command) {
+            case AR_LENGTH: result = data.processArrayLength(myData); break;
+            case AR_GET_VALUES: result = data.processArrayValues(myData); break;
             default: break;
             }
             break;
@@ -237,7 +251,9 @@ bool JDWPMessage::processMyData()
             break;
         case CMDSET_StackFrame:
             switch (command) {
-            case SF_GETVALUE: result = data.processGetValue(myData, self); break;
+            case SF_GETVALUE:
+                result = unrendered ? data.processValues(myData) : data.processGetValue(myData, self);
+                break;
             case SF_THISOBJECT: result = data.processGetThis(myData); break;
             case SF_POPFRAMES: result = true; break;
             default: break;

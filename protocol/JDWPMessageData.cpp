@@ -17,6 +17,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "jdwpkrvdbg/model/JXClass.h"
@@ -509,6 +510,118 @@ bool JDWPMessageData::processValueList(const std::string& s)
         // Intended: the cursor is advanced a second time by the reader's
         // result, so only the first element is read at its true position.
         pos += result;
+    }
+    return true;
+}
+
+bool JDWPMessageData::readUnrenderedValue(const std::string& s, int64_t& pos, int32_t tag, JDWPJVarValue& value)
+{
+    value.VarType = static_cast<JDWPJVarEnum>(tag);
+    value.RefID = 0;
+    value.VarValue.clear();
+    double number = 0;
+    auto integral = [&](int width) {
+        pos += ReadSignedNumber(s, pos, number, width);
+        // One byte reads unsigned; a Java byte is signed.
+        if (width == 1 && number > 127)
+            number -= 256;
+        value.RefID = number;
+        value.VarValue = realText(number);
+    };
+    switch (tag) {
+    case VAR_BOOLEAN:
+        pos += ReadNumber(s, pos, number, 1);
+        value.RefID = number != 0 ? 1 : 0;
+        value.VarValue = number != 0 ? "true" : "false";
+        return true;
+    case VAR_BYTE: integral(1); return true;
+    case VAR_SHORT: integral(2); return true;
+    case VAR_INT: integral(4); return true;
+    case VAR_CHAR:
+        pos += ReadNumber(s, pos, number, 2);
+        value.RefID = number;
+        value.VarValue = realText(number);
+        return true;
+    case VAR_LONG:
+        // Always eight bytes on the wire, whatever the id sizes.
+        value.RefID = static_cast<double>(signed64At(s, pos));
+        value.VarValue = std::to_string(signed64At(s, pos));
+        pos += 8;
+        return true;
+    case VAR_DOUBLE:
+        value.RefID = cIEEE().Ieee64stov(bytesAt(s, pos, 8), true);
+        value.VarValue = realText(value.RefID);
+        pos += 8;
+        return true;
+    case VAR_FLOAT: {
+        const float f = static_cast<float>(cIEEE().Ieee32stov(bytesAt(s, pos, 4), true));
+        value.RefID = f;
+        value.VarValue = realText(f);
+        pos += 4;
+        return true;
+    }
+    case VAR_VOID:
+        return true;
+    case VAR_OBJECT:
+    case VAR_ARRAY:
+    case VAR_STRING:
+    case VAR_THREAD:
+    case VAR_THREADGROUP:
+    case VAR_CLASSLOADER:
+    case VAR_CLASSOBJECT:
+        pos += ReadNumber(s, pos, value.RefID, objectWidth());
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool JDWPMessageData::processValues(const std::string& s)
+{
+    requestVar_.clear();
+    int64_t pos = 1;
+    const int64_t count = boundedCount(readCount(s, pos), s, pos);
+    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+        double tag = 0;
+        pos += ReadNumber(s, pos, tag, kTagLength);
+        JDWPJVarValue value;
+        // Nothing after an unknown tag can be trusted.
+        if (!readUnrenderedValue(s, pos, static_cast<int32_t>(tag), value))
+            break;
+        value.Found = true;
+        requestVar_.push_back(std::move(value));
+    }
+    return true;
+}
+
+bool JDWPMessageData::processArrayLength(const std::string& s)
+{
+    int64_t pos = 1;
+    RequestArrayLength = static_cast<double>(std::max<int64_t>(0, readCount(s, pos)));
+    return true;
+}
+
+bool JDWPMessageData::processArrayValues(const std::string& s)
+{
+    requestVar_.clear();
+    int64_t pos = 1;
+    double tag = 0;
+    pos += ReadNumber(s, pos, tag, kTagLength);
+    const int32_t elementTag = static_cast<int32_t>(tag);
+    const int64_t count = boundedCount(readCount(s, pos), s, pos);
+    // Primitive elements come without a tag of their own.
+    const bool primitive = std::string_view("ZBCSIJFD").find(static_cast<char>(elementTag)) != std::string_view::npos;
+    for (int64_t i = 0; i < count && insidePayload(s, pos); ++i) {
+        int32_t valueTag = elementTag;
+        if (!primitive) {
+            pos += ReadNumber(s, pos, tag, kTagLength);
+            valueTag = static_cast<int32_t>(tag);
+        }
+        JDWPJVarValue value;
+        if (!readUnrenderedValue(s, pos, valueTag, value))
+            break;
+        value.Found = true;
+        requestVar_.push_back(std::move(value));
     }
     return true;
 }

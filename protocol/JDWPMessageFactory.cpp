@@ -268,6 +268,63 @@ Msg JDWPMessageFactory::createGetValue(double threadID, double FrameID, double S
     return m;
 }
 
+namespace {
+// Marks a request whose reply is read without rendering its values.
+Msg unrendered(Msg message)
+{
+    message->myDataContainer()->RequestRawValues = true;
+    return message;
+}
+
+std::string countedIDs(const std::vector<double>& ids)
+{
+    std::string out = Int(static_cast<double>(ids.size()));
+    for (double id : ids)
+        out += F(id);
+    return out;
+}
+} // namespace
+
+Msg JDWPMessageFactory::createGetFieldValuesMessage(double ObjectID, const std::vector<double>& FieldIDs)
+{
+    auto m = withPayload(newCommand(CMDSET_ObjectReference, OT_GET_VALUES), O(ObjectID) + countedIDs(FieldIDs));
+    m->myDataContainer()->RequestObjectID = ObjectID;
+    return unrendered(m);
+}
+
+Msg JDWPMessageFactory::createGetStaticFieldValuesMessage(double ClassID, const std::vector<double>& FieldIDs)
+{
+    auto m = withPayload(newCommand(CMDSET_ReferenceType, RT_GETVALUES), O(ClassID) + countedIDs(FieldIDs));
+    m->myDataContainer()->RequestClassID = ClassID;
+    return unrendered(m);
+}
+
+Msg JDWPMessageFactory::createGetValues(double threadID, double FrameID,
+                                        const std::vector<std::pair<double, std::string>>& Slots)
+{
+    std::string payload = O(threadID) + Fr(FrameID) + Int(static_cast<double>(Slots.size()));
+    for (const auto& [slot, signature] : Slots)
+        payload += Int(slot) + Byte(signature.empty() ? 0 : static_cast<double>(static_cast<unsigned char>(signature[0])));
+    auto m = withPayload(newCommand(CMDSET_StackFrame, SF_GETVALUE), payload);
+    m->myDataContainer()->RequestThreadID = threadID;
+    m->myDataContainer()->RequestFrameID = FrameID;
+    return unrendered(m);
+}
+
+Msg JDWPMessageFactory::createGetArrayLengthMessage(double ArrayID)
+{
+    auto m = withPayload(newCommand(CMDSET_ArrayReference, AR_LENGTH), O(ArrayID));
+    m->myDataContainer()->RequestObjectID = ArrayID;
+    return m;
+}
+
+Msg JDWPMessageFactory::createGetArrayValuesMessage(double ArrayID, double FirstIndex, double Length)
+{
+    auto m = withPayload(newCommand(CMDSET_ArrayReference, AR_GET_VALUES), O(ArrayID) + Int(FirstIndex) + Int(Length));
+    m->myDataContainer()->RequestObjectID = ArrayID;
+    return unrendered(m);
+}
+
 Msg JDWPMessageFactory::createInvokeMethodMessage(double ObjectID, double threadID, double ClassID, double MethodID)
 {
     auto m = newCommand(CMDSET_ObjectReference, OT_INVOKE_METHOD);

@@ -43,6 +43,10 @@ public:
     double RequestThreadSuspended = 0;
     std::string RequestThreadName;
     std::string RequestThreadGroupName;
+    // Set on a bulk read request: its reply's values are read without
+    // rendering (see JDWPMessageFactory's bulk reads).
+    bool RequestRawValues = false;
+    double RequestArrayLength = 0;
     EVENT_KIND myEventKind = static_cast<EVENT_KIND>(0);
 
     const std::vector<JDWPJVarValue>& requestVar() const { return requestVar_; }
@@ -75,6 +79,14 @@ public:
     bool processGetStaticField(const std::string& s, const MsgRef& refOwner);
     bool processInvokeMethod(const std::string& s);
     bool processInvokeStaticMethod(const std::string& s);
+    // Replies to the bulk reads: a counted list of tagged values, an array's
+    // length, an array region (a tag, a count, then the values, tagged
+    // unless the tag is primitive). Values are not rendered: primitives as
+    // Java writes them (true, -1, 'A' as its code 65 with RefID 65), object
+    // values as tag and RefID with an empty text.
+    bool processValues(const std::string& s);
+    bool processArrayLength(const std::string& s);
+    bool processArrayValues(const std::string& s);
 
     // Event decoders.
     bool processEventCommand(const std::string& s);
@@ -88,6 +100,10 @@ public:
     // Reads one tagged value at the 1-based cursor `pos` (advanced past it).
     // Returns the new cursor minus 1; an unknown tag sets the cursor to 0.
     int64_t readTaggedValue(const std::string& s, int64_t& pos, JDWPJVarValue& value);
+
+    // Reads the value of `tag` (already read) at the cursor without
+    // rendering it; returns false for an unknown tag.
+    bool readUnrenderedValue(const std::string& s, int64_t& pos, int32_t tag, JDWPJVarValue& value);
 
     // The classes of the last AllClasses reply, in reply order.
     const std::vector<JDWPJClass>& allClasses() const { return allClasses_; }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
@@ -64,6 +65,18 @@ public:
     Msg createGetUTF8StringMessage(double ObjectID);
     Msg createGetFrameMessage(double threadID, double StartFrame, double FrameLength);
     Msg createGetFrameCountMessage(double threadID);
+    // Bulk reads for hosts that show many values at once (a debugger's
+    // variables view): one request for all the fields of an object, all the
+    // statics of a class, all the slots of a frame, or a run of array
+    // elements. Their replies are decoded without rendering: object values
+    // keep their tag and id (RefID) and an empty text, so no further request
+    // is made per value.
+    Msg createGetFieldValuesMessage(double ObjectID, const std::vector<double>& FieldIDs);
+    Msg createGetStaticFieldValuesMessage(double ClassID, const std::vector<double>& FieldIDs);
+    // Slots as (slot, signature); the tag is the signature's first character.
+    Msg createGetValues(double threadID, double FrameID, const std::vector<std::pair<double, std::string>>& Slots);
+    Msg createGetArrayLengthMessage(double ArrayID);
+    Msg createGetArrayValuesMessage(double ArrayID, double FirstIndex, double Length);
     // Intended: set 6 command 1 with a thread and a frame id; published, unused.
     Msg createGetValueBySlotMessage(double threadID, double FrameID);
 

@@ -107,6 +107,12 @@ enum OBJECT_REFERENCE_CS : int32_t {
     OT_IS_COLLECTION = 9,
 };
 
+enum ARRAY_REFERENCE_CS : int32_t {
+    AR_LENGTH = 1,
+    AR_GET_VALUES = 2,
+    AR_SET_VALUES = 3,
+};
+
 enum STRING_REFERENCE_CS : int32_t {
     SR_VALUE = 1,
 };

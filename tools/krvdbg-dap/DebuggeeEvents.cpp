@@ -1,0 +1,67 @@
+// Queueing of the library's host events for the adapter (see DebuggeeEvents.h).
+#include "DebuggeeEvents.h"
+
+namespace krvdbg {
+
+std::string DebuggeeEvents::lfOnly(const std::string& s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size(); ++i)
+        if (!(s[i] == '\r' && i + 1 < s.size() && s[i + 1] == '\n'))
+            out += s[i];
+    return out;
+}
+
+void DebuggeeEvents::Message(const std::string& Prompt, int32_t, const std::string& Title)
+{
+    lastMessage_ = lfOnly(Prompt);
+    output_.push_back({"console", (Title.empty() ? std::string() : Title + ": ") + lastMessage_ + "\n"});
+}
+
+void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
+{
+    DebuggeeStop stop;
+    stop.threadID = threadID;
+    stop.className = ClassName;
+    stop.line = LineNr;
+    stop.offset = Offset;
+    stop.stepExpected = stepExpected_;
+    stepExpected_ = false;
+    stops_.push_back(std::move(stop));
+}
+
+void DebuggeeEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
+{
+    if (NewState == jdwpkrvdbg::VMDead) {
+        if (connected_)
+            ended_ = true;
+    } else {
+        connected_ = true;
+    }
+}
+
+void DebuggeeEvents::DebugMessage(const std::string& s)
+{
+    std::string text = lfOnly(s);
+    if (text.empty() || text.back() != '\n')
+        text += '\n';
+    output_.push_back({"console", text});
+}
+
+void DebuggeeEvents::ConsoleMessage(const std::string& s)
+{
+    // The library hands over the program's stdout and stderr as one stream.
+    output_.push_back({"stdout", lfOnly(s)});
+}
+
+void DebuggeeEvents::Exception(const std::string& s)
+{
+    // Raised right after the stop it belongs to, in the same event.
+    if (stops_.empty())
+        return;
+    stops_.back().exception = true;
+    stops_.back().exceptionText = lfOnly(s);
+}
+
+} // namespace krvdbg

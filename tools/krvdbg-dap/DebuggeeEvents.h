@@ -1,0 +1,60 @@
+// The adapter's observer of the library's host events. Events arrive while
+// the library pumps, often in the middle of a request the adapter is
+// answering (every synchronous call pumps), so nothing is sent from here:
+// stops, output and the end are queued, and the adapter turns them into DAP
+// events once its response is out.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+
+#include <jdwpkrvdbg/model/JXMachineEvents.h>
+
+namespace krvdbg {
+
+struct DebuggeeStop {
+    double threadID = 0;
+    std::string className; // internal form
+    int32_t line = 0;
+    int32_t offset = 0;
+    bool stepExpected = false; // a step was under way when it came
+    bool exception = false;
+    std::string exceptionText;
+};
+
+struct DebuggeeOutput {
+    std::string category; // stdout, console
+    std::string text;
+};
+
+class DebuggeeEvents : public jdwpkrvdbg::JXMachineEvents {
+public:
+    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
+    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
+    void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
+    void DebugMessage(const std::string& s) override;
+    void ConsoleMessage(const std::string& s) override;
+    void Exception(const std::string& s) override;
+
+    void expectStep() { stepExpected_ = true; }
+    void clearStep() { stepExpected_ = false; }
+
+    std::deque<DebuggeeStop>& stops() { return stops_; }
+    std::deque<DebuggeeOutput>& output() { return output_; }
+    bool ended() const { return ended_; }
+    bool connected() const { return connected_; }
+    const std::string& lastMessage() const { return lastMessage_; }
+    // Line ends as DAP clients expect them (LF).
+    static std::string lfOnly(const std::string& s);
+
+private:
+    bool stepExpected_ = false;
+    bool ended_ = false;
+    bool connected_ = false;
+    std::string lastMessage_;
+    std::deque<DebuggeeStop> stops_;
+    std::deque<DebuggeeOutput> output_;
+};
+
+} // namespace krvdbg

@@ -1,0 +1,480 @@
+// The variables view's reads (see ValueReader.h).
+#include "ValueReader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <set>
+
+#include <jdwpkrvdbg/model/JXClass.h>
+#include <jdwpkrvdbg/model/JXField.h>
+#include <jdwpkrvdbg/model/JXMachine.h>
+#include <jdwpkrvdbg/model/JXMethod.h>
+#include <jdwpkrvdbg/protocol/JDWPMessage.h>
+#include <jdwpkrvdbg/protocol/JDWPMessageData.h>
+#include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
+#include <jdwpkrvdbg/session/JDWPHandler.h>
+#include <jdwpkrvdbg/session/modMain.h>
+
+namespace krvdbg {
+
+using namespace jdwpkrvdbg;
+
+namespace {
+
+constexpr int32_t kWaitMs = 4000;
+
+std::shared_ptr<JDWPMessage> ask(const std::shared_ptr<JDWPMessage>& request)
+{
+    auto reply = getCurrentHandler()->sendSync(request, kWaitMs);
+    return reply && reply->myErrorCode == 0 && reply->hasDataContainer() ? reply : nullptr;
+}
+
+JDWPJVarValue objectValue(JDWPJVarEnum tag, double id)
+{
+    JDWPJVarValue v;
+    v.VarType = tag;
+    v.RefID = id;
+    v.Found = true;
+    return v;
+}
+
+bool isObjectTag(int32_t tag)
+{
+    return tag == VAR_OBJECT || tag == VAR_ARRAY || tag == VAR_STRING || tag == VAR_THREAD ||
+           tag == VAR_THREADGROUP || tag == VAR_CLASSLOADER || tag == VAR_CLASSOBJECT;
+}
+
+std::string idText(double id)
+{
+    return std::to_string(static_cast<int64_t>(std::llround(id)));
+}
+
+void appendUtf8(std::string& out, uint32_t code)
+{
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
+}
+
+// The instance (or static) fields of a class and its superclasses, the
+// class's own first.
+std::vector<std::shared_ptr<JXField>> fieldsOf(const std::shared_ptr<JXClass>& cls, bool wantStatic, bool inherited)
+{
+    std::vector<std::shared_ptr<JXField>> out;
+    auto c = cls;
+    for (int depth = 0; c && depth < 64; ++depth) {
+        for (const auto& f : c->fields())
+            if (f && f->isStatic() == wantStatic)
+                out.push_back(f);
+        if (!inherited)
+            break;
+        c = c->SuperClass();
+    }
+    return out;
+}
+
+} // namespace
+
+std::string ValueReader::typeName(const std::string& signature)
+{
+    if (signature.empty())
+        return {};
+    switch (signature[0]) {
+    case 'Z': return "boolean";
+    case 'B': return "byte";
+    case 'C': return "char";
+    case 'S': return "short";
+    case 'I': return "int";
+    case 'J': return "long";
+    case 'F': return "float";
+    case 'D': return "double";
+    case 'V': return "void";
+    case '[': return typeName(signature.substr(1)) + "[]";
+    case 'L':
+        if (signature.back() == ';') {
+            std::string s = signature.substr(1, signature.size() - 2);
+            std::replace(s.begin(), s.end(), '/', '.');
+            return s;
+        }
+        break;
+    default: break;
+    }
+    std::string s = signature;
+    std::replace(s.begin(), s.end(), '/', '.');
+    return s;
+}
+
+std::string ValueReader::charText(uint32_t code)
+{
+    switch (code) {
+    case '\n': return "'\\n'";
+    case '\r': return "'\\r'";
+    case '\t': return "'\\t'";
+    case '\'': return "'\\''";
+    case '\\': return "'\\\\'";
+    case 0: return "'\\u0000'";
+    default: break;
+    }
+    if (code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0xD800 && code < 0xE000)) {
+        char buf[16];
+        std::snprintf(buf, sizeof buf, "'\\u%04x'", code);
+        return buf;
+    }
+    std::string out = "'";
+    appendUtf8(out, code);
+    return out + "'";
+}
+
+std::string ValueReader::quoted(const std::string& utf8)
+{
+    std::string out = "\"";
+    for (char c : utf8) {
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default: out += c; break;
+        }
+    }
+    return out + "\"";
+}
+
+int64_t ValueReader::arrayLength(double arrayID)
+{
+    auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayLengthMessage(arrayID));
+    return reply ? static_cast<int64_t>(reply->myDataContainer()->RequestArrayLength) : 0;
+}
+
+DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& value, const std::string& declared)
+{
+    DapVariable v;
+    v.name = name;
+    v.type = typeName(declared);
+    const int32_t tag = static_cast<int32_t>(value.VarType);
+    if (!value.Found && value.VarValue.empty()) {
+        v.value = "(not available)";
+        return v;
+    }
+    if (!isObjectTag(tag)) {
+        if (tag == VAR_CHAR)
+            v.value = charText(static_cast<uint32_t>(value.RefID));
+        else
+            v.value = value.VarValue;
+        if (v.type.empty())
+            v.type = typeName(std::string(1, static_cast<char>(tag)));
+        return v;
+    }
+    if (!(value.RefID > 0)) {
+        v.value = "null";
+        return v;
+    }
+    auto handler = getCurrentHandler();
+    auto jvm = handler->myJVM();
+    if (tag == VAR_STRING) {
+        auto reply = ask(handler->myFactory()->createGetUTF8StringMessage(value.RefID));
+        v.value = reply ? quoted(reply->myDataContainer()->RequestUTF8String) : "(string not readable)";
+        v.type = "java.lang.String";
+        return v;
+    }
+    auto cls = jvm->getClassByObjectID(value.RefID);
+    if (cls)
+        cls->refreshSignature(true);
+    const std::string signature = cls ? cls->ClassSignature : std::string();
+    if (!signature.empty())
+        v.type = typeName(signature);
+    if (tag == VAR_ARRAY || (!signature.empty() && signature[0] == '[')) {
+        const int64_t length = arrayLength(value.RefID);
+        std::string element = v.type.size() > 2 ? v.type.substr(0, v.type.size() - 2) : v.type;
+        // int[][] of length 3 reads int[3][].
+        const size_t bracket = element.find('[');
+        const std::string head = bracket == std::string::npos ? element : element.substr(0, bracket);
+        const std::string tail = bracket == std::string::npos ? std::string() : element.substr(bracket);
+        v.value = head + "[" + std::to_string(length) + "]" + tail + " (id=" + idText(value.RefID) + ")";
+        v.indexed = length;
+        if (length > 0)
+            v.reference = store_.addContainer({Container::Kind::Array, 0, value.RefID, signature});
+        return v;
+    }
+    const std::string shown = v.type.empty() ? "Object" : v.type;
+    v.value = shown.substr(shown.rfind('.') + 1) + " (id=" + idText(value.RefID) + ")";
+    v.reference = store_.addContainer({Container::Kind::Object, 0, value.RefID, {}});
+    return v;
+}
+
+std::vector<ValueReader::Named> ValueReader::readLocals(const FrameRef& frame, std::string& error, bool& haveTable)
+{
+    std::vector<Named> out;
+    haveTable = false;
+    auto jvm = getCurrentHandler()->myJVM();
+    auto cls = jvm->getClassByID(frame.classID, true);
+    auto method = cls ? cls->JMethodID(frame.methodID) : nullptr;
+    if (!method) {
+        error = "the frame's method is not known";
+        return out;
+    }
+    const JDWPJVariableTable& table = method->variableTable();
+    std::vector<const JDWPJVariableTableSlot*> visible;
+    for (const auto& slot : table.Slot)
+        if (frame.codeIndex >= slot.vt_codeIndex && frame.codeIndex < slot.vt_codeIndex + slot.vt_length)
+            visible.push_back(&slot);
+    haveTable = !table.Slot.empty() || table.argCnt == 0;
+    if (table.Slot.empty() && table.argCnt > 0)
+        error = "no local variable information (the class was compiled without -g)";
+    std::stable_sort(visible.begin(), visible.end(),
+                     [](const auto* a, const auto* b) { return a->vt_slot < b->vt_slot; });
+    auto handler = getCurrentHandler();
+    const bool thisInTable =
+        std::any_of(visible.begin(), visible.end(), [](const auto* s) { return s->vt_name == "this"; });
+    if (!method->isStatic() && !thisInTable) {
+        auto self = ask(handler->myFactory()->createGetThisMessage(frame.threadID, frame.frameID));
+        if (self && self->myDataContainer()->RequestObjectID > 0)
+            out.push_back({"this", objectValue(VAR_OBJECT, self->myDataContainer()->RequestObjectID),
+                           "L" + cls->ClassName() + ";"});
+    }
+    if (visible.empty())
+        return out;
+    std::vector<std::pair<double, std::string>> slots;
+    for (const auto* s : visible)
+        slots.emplace_back(s->vt_slot, s->vt_signature);
+    auto reply = ask(handler->myFactory()->createGetValues(frame.threadID, frame.frameID, slots));
+    const std::vector<JDWPJVarValue> none;
+    const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    if (!reply)
+        error = "the VM did not give the frame's values (is the thread still suspended?)";
+    for (size_t i = 0; i < visible.size(); ++i)
+        out.push_back({visible[i]->vt_name, i < values.size() ? values[i] : JDWPJVarValue(), visible[i]->vt_signature});
+    return out;
+}
+
+bool ValueReader::locals(const FrameRef& frame, int64_t, std::vector<DapVariable>& out, std::string& error)
+{
+    bool haveTable = false;
+    for (const auto& n : readLocals(frame, error, haveTable))
+        out.push_back(describe(n.name, n.value, n.signature));
+    return error.empty() || !out.empty();
+}
+
+std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
+{
+    std::vector<Named> out;
+    auto jvm = getCurrentHandler()->myJVM();
+    auto cls = jvm->getClassByObjectID(objectID);
+    if (!cls)
+        return out;
+    const auto fields = fieldsOf(cls, false, true);
+    if (fields.empty())
+        return out;
+    std::vector<double> ids;
+    ids.reserve(fields.size());
+    for (const auto& f : fields)
+        ids.push_back(f->FieldID);
+    auto reply = ask(getCurrentHandler()->myFactory()->createGetFieldValuesMessage(objectID, ids));
+    const std::vector<JDWPJVarValue> none;
+    const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    std::set<std::string> seen;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        std::string name = fields[i]->FieldName;
+        // A field hidden by one of the same name lower down is named with its class.
+        if (!seen.insert(name).second) {
+            auto owner = jvm->getClassByID(fields[i]->ClassID);
+            name += " (" + typeName(owner ? owner->ClassName() : std::string("super")) + ")";
+        }
+        out.push_back({name, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature});
+    }
+    return out;
+}
+
+std::vector<DapVariable> ValueReader::fields(double objectID)
+{
+    std::vector<DapVariable> out;
+    for (const auto& n : readFields(objectID))
+        out.push_back(describe(n.name, n.value, n.signature));
+    return out;
+}
+
+std::vector<DapVariable> ValueReader::statics(double classID)
+{
+    std::vector<DapVariable> out;
+    auto cls = getCurrentHandler()->myJVM()->getClassByID(classID, true);
+    if (!cls)
+        return out;
+    const auto fields = fieldsOf(cls, true, false);
+    if (fields.empty())
+        return out;
+    std::vector<double> ids;
+    for (const auto& f : fields)
+        ids.push_back(f->FieldID);
+    auto reply = ask(getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(classID, ids));
+    const std::vector<JDWPJVarValue> none;
+    const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    for (size_t i = 0; i < fields.size(); ++i)
+        out.push_back(describe(fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(),
+                               fields[i]->FieldSignature));
+    return out;
+}
+
+std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, int64_t count)
+{
+    std::vector<DapVariable> out;
+    const int64_t length = arrayLength(arrayID);
+    start = std::clamp<int64_t>(start, 0, length);
+    if (count <= 0 || start + count > length)
+        count = length - start;
+    if (count <= 0)
+        return out;
+    auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayValuesMessage(arrayID, static_cast<double>(start),
+                                                                                  static_cast<double>(count)));
+    if (!reply)
+        return out;
+    const auto& values = reply->myDataContainer()->requestVar();
+    for (size_t i = 0; i < values.size(); ++i)
+        out.push_back(describe("[" + std::to_string(start + static_cast<int64_t>(i)) + "]", values[i], {}));
+    return out;
+}
+
+std::optional<DapVariable> ValueReader::evaluate(const FrameRef& frame, const std::string& expression,
+                                                 std::string& error)
+{
+    // Split a.b[2].c into names and indexes.
+    struct Step {
+        std::string name;
+        int64_t index = -1;
+    };
+    std::vector<Step> steps;
+    std::string word;
+    auto flush = [&] {
+        if (!word.empty())
+            steps.push_back({word, -1});
+        word.clear();
+    };
+    for (size_t i = 0; i < expression.size(); ++i) {
+        const char c = expression[i];
+        if (c == '.') {
+            flush();
+        } else if (c == '[') {
+            flush();
+            const size_t close = expression.find(']', i);
+            if (close == std::string::npos) {
+                error = "a '[' without its ']'";
+                return std::nullopt;
+            }
+            const std::string digits = expression.substr(i + 1, close - i - 1);
+            if (digits.empty() || !std::all_of(digits.begin(), digits.end(), ::isdigit)) {
+                error = "an array index must be a number";
+                return std::nullopt;
+            }
+            steps.push_back({{}, std::stoll(digits)});
+            i = close;
+        } else if (c != ' ') {
+            word += c;
+        }
+    }
+    flush();
+    if (steps.empty() || steps.front().index >= 0) {
+        error = "nothing to evaluate";
+        return std::nullopt;
+    }
+
+    Named current;
+    bool haveTable = false;
+    std::string ignored;
+    const auto locals = readLocals(frame, ignored, haveTable);
+    bool found = false;
+    for (const auto& n : locals)
+        if (n.name == steps.front().name) {
+            current = n;
+            found = true;
+        }
+    auto jvm = getCurrentHandler()->myJVM();
+    if (!found) {
+        // A field of `this`, then a static of the frame's class.
+        for (const auto& n : locals)
+            if (n.name == "this")
+                for (const auto& f : readFields(n.value.RefID))
+                    if (!found && f.name == steps.front().name) {
+                        current = f;
+                        found = true;
+                    }
+    }
+    if (!found) {
+        auto cls = jvm->getClassByID(frame.classID, true);
+        if (cls) {
+            for (const auto& f : fieldsOf(cls, true, true))
+                if (f->FieldName == steps.front().name) {
+                    auto reply = ask(getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(
+                        f->ClassID > 0 ? f->ClassID : frame.classID, {f->FieldID}));
+                    if (reply && !reply->myDataContainer()->requestVar().empty()) {
+                        current = {f->FieldName, reply->myDataContainer()->requestVar()[0], f->FieldSignature};
+                        found = true;
+                    }
+                    break;
+                }
+        }
+    }
+    if (!found) {
+        error = steps.front().name + " is not a local, a field of this or a static of the class here";
+        return std::nullopt;
+    }
+    std::string path = steps.front().name;
+    for (size_t i = 1; i < steps.size(); ++i) {
+        const Step& s = steps[i];
+        const int32_t tag = static_cast<int32_t>(current.value.VarType);
+        if (!isObjectTag(tag) || !(current.value.RefID > 0)) {
+            error = path + (isObjectTag(tag) ? " is null" : " is not an object");
+            return std::nullopt;
+        }
+        if (s.index >= 0) {
+            const int64_t length = arrayLength(current.value.RefID);
+            if (s.index >= length) {
+                error = path + " has " + std::to_string(length) + " elements, no [" + std::to_string(s.index) + "]";
+                return std::nullopt;
+            }
+            auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayValuesMessage(current.value.RefID,
+                                                                                          static_cast<double>(s.index), 1));
+            if (!reply || reply->myDataContainer()->requestVar().empty()) {
+                error = path + " is not an array";
+                return std::nullopt;
+            }
+            path += "[" + std::to_string(s.index) + "]";
+            const std::string element = current.signature.size() > 1 && current.signature[0] == '['
+                                            ? current.signature.substr(1)
+                                            : std::string();
+            current = {path, reply->myDataContainer()->requestVar()[0], element};
+            continue;
+        }
+        if (s.name == "length" && tag == VAR_ARRAY) {
+            JDWPJVarValue n;
+            n.VarType = VAR_INT;
+            n.Found = true;
+            n.VarValue = std::to_string(arrayLength(current.value.RefID));
+            path += ".length";
+            current = {path, n, "I"};
+            continue;
+        }
+        bool next = false;
+        for (const auto& f : readFields(current.value.RefID))
+            if (f.name == s.name) {
+                current = f;
+                next = true;
+                break;
+            }
+        if (!next) {
+            error = path + " has no field " + s.name;
+            return std::nullopt;
+        }
+        path += "." + s.name;
+    }
+    return describe(expression, current.value, current.signature);
+}
+
+} // namespace krvdbg
