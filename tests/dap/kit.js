@@ -64,6 +64,9 @@ class Client extends DebugClient {
         await super.start();
         this.process = this._adapterProcess;
         this.process.stderr.on('data', d => { this.stderr += d; });
+        // An adapter that ended closes its input: a later write fails with
+        // EPIPE, which is for the test's checks to notice, not a crash.
+        this.process.stdin.on('error', e => { this.inputError = e; });
         this.gone = new Promise(resolve => this.process.on('exit', (code, signal) => resolve({ code, signal })));
     }
 
@@ -121,12 +124,20 @@ class Client extends DebugClient {
             .map(e => e.body.output).join('');
     }
 
-    // Waits until the output of `category` contains `text`.
+    // What the program wrote, on either stream.
+    programOutput() {
+        return this.events.filter(e => e.type === 'event' && e.event === 'output' &&
+            ['stdout', 'stderr'].includes(e.body.category)).map(e => e.body.output).join('');
+    }
+
+    // Waits until the output of `category` ("program": either stream)
+    // contains `text`.
     async outputContaining(category, text, ms = kEventMs) {
-        if (this.output(category).includes(text))
+        const so = () => (category === 'program' ? this.programOutput() : this.output(category));
+        if (so().includes(text))
             return;
-        await this.event('output', () => this.output(category).includes(text), ms)
-            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${this.output(category)}`); });
+        await this.event('output', () => so().includes(text), ms)
+            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${so()}`); });
     }
 
     // The whole response, successful or not, within `ms`.

@@ -152,7 +152,7 @@ for (const [what, args, cause] of badLaunches) {
             // A VM that starts and ends at once may be reported by its end.
             assert.match(what, /not on the class path/);
             await dc.event('terminated');
-            await dc.outputContaining('stderr', 'NoSuchMain');
+            await dc.outputContaining('program', 'NoSuchMain');
             return;
         }
         assert.match(r.message || '', cause, `${what}: ${JSON.stringify(r)}`);
