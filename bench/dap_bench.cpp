@@ -192,6 +192,8 @@ long residentKb(pid_t pid)
 
 struct Ours {
     std::vector<double> variables, fields;
+    // The parts of `variables`: stopped to stackTrace answered, then scopes, then variables.
+    std::vector<double> frames, scopes, locals;
     long rssKb = 0;
 };
 
@@ -231,7 +233,9 @@ bool adapter(int line, Ours& out)
         const json frames = dap.request("stackTrace", {{"threadId", thread}, {"startFrame", 0}, {"levels", 20}});
         if (frames.is_null() || frames["stackFrames"].empty())
             return false;
+        const double tFrames = bench::nowUs();
         const json scopes = dap.request("scopes", {{"frameId", frames["stackFrames"][0]["id"]}});
+        const double tScopes = bench::nowUs();
         if (scopes.is_null())
             return false;
         int localsRef = 0;
@@ -263,6 +267,9 @@ bool adapter(int line, Ours& out)
         }
         if (round >= kWarmUp) {
             out.variables.push_back(t1 - t0);
+            out.frames.push_back(tFrames - t0);
+            out.scopes.push_back(tScopes - tFrames);
+            out.locals.push_back(t1 - tScopes);
             out.fields.push_back(t3 - t2);
         }
         if (round + 1 == kWarmUp + kRounds)
@@ -289,6 +296,9 @@ int main()
         return 1;
     bench::report("dap_stop_to_variables", bench::summarize(ours.variables),
                   bench::summarize(jdi.samples.at("dap_stop_to_variables")));
+    std::printf("dap_stop_to_variables parts (medians): stackTrace %.1f us, scopes %.1f us, variables %.1f us\n",
+                bench::summarize(ours.frames).median, bench::summarize(ours.scopes).median,
+                bench::summarize(ours.locals).median);
     const bench::Stats fields = bench::summarize(ours.fields);
     bench::report("dap_expand_1000_fields", fields, bench::summarize(jdi.samples.at("dap_expand_1000_fields")));
     std::printf("dap_expand_1000_fields median %.1f ms (under 200 ms: %s)\n", fields.median / 1000,
