@@ -7,6 +7,7 @@
 const assert = require('node:assert/strict');
 const cp = require('node:child_process');
 const fs = require('node:fs');
+const net = require('node:net');
 const path = require('node:path');
 const { DebugClient } = require('@vscode/debugadapter-testsupport');
 
@@ -50,9 +51,9 @@ class Client extends DebugClient {
     constructor() {
         // DebugClient runs "<runtime> <executable>"; env keeps the adapter's
         // command line empty.
-        super('/usr/bin/env', env.adapter, 'krvdbg', {
-            env: { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir },
-        });
+        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir };
+        super('/usr/bin/env', env.adapter, 'krvdbg', { env: adapterEnv });
+        this.adapterEnv = adapterEnv;
         this.defaultTimeout = kEventMs;
         this.events = [];
         this.taken = new Set();
@@ -62,7 +63,29 @@ class Client extends DebugClient {
 
     async start() {
         await super.start();
-        this.process = this._adapterProcess;
+        this.watch(this._adapterProcess);
+    }
+
+    // The adapter serving one client on a TCP port (--port), this one.
+    async startServed() {
+        const port = await new Promise(resolve => {
+            const probe = net.createServer().listen(0, '127.0.0.1', () => {
+                const { port } = probe.address();
+                probe.close(() => resolve(port));
+            });
+        });
+        this.watch(cp.spawn(env.adapter, ['--port', String(port)], { env: this.adapterEnv }));
+        await within(new Promise((resolve, reject) => {
+            const look = () => this.stderr.includes('waiting for a client') && resolve();
+            this.process.stderr.on('data', look);
+            this.process.on('exit', () => reject(new Error(`adapter ended: ${this.stderr}`)));
+        }), kRequestMs, 'krvdbg-dap listening');
+        await super.start(port);
+        this.served = true;
+    }
+
+    watch(adapterProcess) {
+        this.process = adapterProcess;
         this.process.stderr.on('data', d => { this.stderr += d; });
         // An adapter that ended closes its input: a later write fails with
         // EPIPE, which is for the test's checks to notice, not a crash.
@@ -223,7 +246,10 @@ class Client extends DebugClient {
 
     // Closes the adapter's input: it must end, within bounded time.
     async closeInput() {
-        this.process.stdin.end();
+        if (this.served)
+            this._socket.end();
+        else
+            this.process.stdin.end();
         return within(this.gone, kRequestMs, 'adapter exit after its input closed');
     }
 
@@ -232,8 +258,7 @@ class Client extends DebugClient {
         if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
             return;
         await this.raw('disconnect', args, kRequestMs).catch(() => {});
-        this.process.stdin.end();
-        const how = await within(this.gone, kRequestMs, 'adapter exit after disconnect').catch(e => {
+        const how = await this.closeInput().catch(e => {
             this.process.kill('SIGKILL');
             throw e;
         });

@@ -48,6 +48,18 @@ test('attach to a listening VM, stop in it, and detach: it runs on', async t => 
     assert.ok(alive(vm.proc.pid), 'the attached VM ended with the adapter');
 });
 
+test('served on a TCP port (--port): a session, and the adapter ends when its client goes', async t => {
+    const dc = new Client();
+    await dc.startServed();
+    t.after(() => dc.end());
+    await dc.begin('launch', dc.launchArgs('TestHello', { stopOnEntry: true }));
+    const s = await dc.stopped('entry');
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('terminated');
+    await dc.outputContaining('stdout', 'Bye\n');
+    await dc.closeInput();
+});
+
 // Each way a launched session ends; the VM's process must be gone after it.
 const endings = [
     ['disconnect terminating the debuggee', dc => dc.ok('disconnect', { terminateDebuggee: true })],

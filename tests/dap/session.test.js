@@ -27,6 +27,8 @@ for (const transport of ['socket', 'shmem']) {
         assert.equal(s.body.allThreadsStopped, true);
         const { threads } = await dc.ok('threads');
         assert.ok(threads.some(th => th.id === s.threadId), JSON.stringify(threads));
+        assert.ok(dc.events.some(e => e.event === 'thread' && e.body.reason === 'started' &&
+            e.body.threadId === s.threadId), 'no thread event for the stopped thread');
         const locals = await dc.scope(s.top.id, /local/i);
         assert.ok(locals.args && !locals.a, `before a is set: ${Object.keys(locals)}`);
 
