@@ -65,6 +65,12 @@ TEST_F(FactoryTest, EveryBuilderWithEightByteIds)
         {B(createGetFrameMessage(6, 0, 3)), 11, 6, T6 + INT0 + "\x00\x00\x00\x03"s},
         {B(createGetFrameCountMessage(6)), 11, 7, T6},
         {B(createGetValueBySlotMessage(6, 7)), 6, 1, T6 + FR7}, // intended: set 6
+        {B(createGetFieldValuesMessage(9, {10, 5})), 9, 2, OB9 + "\x00\x00\x00\x02"s + F10 + C5},
+        {B(createGetStaticFieldValuesMessage(5, {10})), 2, 6, C5 + INT1 + F10},
+        {B(createGetValues(6, 7, {{3, "I"}, {0, "Lpkg/Name;"}})), 16, 1,
+         T6 + FR7 + "\x00\x00\x00\x02" "\x00\x00\x00\x03" "I" "\x00\x00\x00\x00" "L"s},
+        {B(createGetArrayLengthMessage(9)), 13, 1, OB9},
+        {B(createGetArrayValuesMessage(9, 240, 20)), 13, 2, OB9 + "\x00\x00\x00\xf0" "\x00\x00\x00\x14"s},
     };
     for (const auto& c : cases) {
         Msg m = c.build(factory());

@@ -2,6 +2,8 @@
 // and rendered, the cursor it leaves, the value lists with their deliberate
 // second advance, invocation results, and payloads that are cut short or
 // made of garbage.
+#include <functional>
+
 #include "codec_test_support.h"
 #include "model_test_support.h"
 
@@ -227,6 +229,75 @@ TEST_F(VMValues, StringsAndPlainObjects)
     data.processInvokeMethod("I\x00\x00\x00\x05L\x00\x00\x00\x00\x00\x00\x00\x66"s);
     ASSERT_EQ(data.requestVar().size(), 1u);
     EXPECT_EQ(data.requestVar()[0].VarValue, "pkg/Thing") << "an invocation exception shows its class name";
+}
+
+// The bulk reads of a variables view: every value of a reply, read at its
+// own place, and nothing asked of the VM per value (no string text, no
+// class, no toString call for arrays and threads).
+TEST_F(VMValues, BulkReadsKeepEveryValueUnrendered)
+{
+    auto factory = handler->myFactory();
+    const std::string objects = "s"s + be64(0x70) + "L"s + be64(0x66) + "["s + be64(0x67) + "t"s + be64(0x68) +
+                                "L"s + be64(0);
+    const std::string primitives = "Z\x01" "B\xfd" "C\x00\x5a" "S\xfe\xd4" "I\xff\xff\xff\xfe"s +
+                                   "J\x00\x00\x01\x1f\x71\xfb\x04\xcb" "D\x40\x04\x00\x00\x00\x00\x00\x00"
+                                   "F\x3f\xc0\x00\x00"s;
+    using Read = std::function<std::shared_ptr<JDWPMessage>()>;
+    const struct {
+        const char* name;
+        int set, command;
+        std::string reply;
+        Read read;
+        std::vector<std::pair<int32_t, std::string>> expected;
+        std::vector<double> ids;
+    } cases[] = {
+        {"object fields", 9, 2, be32(5) + objects,
+         [&] { return handler->sendSync(factory->createGetFieldValuesMessage(0x66, {1, 2, 3, 4, 5}), 1000); },
+         {{VAR_STRING, ""}, {VAR_OBJECT, ""}, {VAR_ARRAY, ""}, {VAR_THREAD, ""}, {VAR_OBJECT, ""}},
+         {0x70, 0x66, 0x67, 0x68, 0}},
+        {"statics, primitives as Java writes them", 2, 6, be32(8) + primitives,
+         [&] { return handler->sendSync(factory->createGetStaticFieldValuesMessage(0x80, {1, 2}), 1000); },
+         {{VAR_BOOLEAN, "true"}, {VAR_BYTE, "-3"}, {VAR_CHAR, "90"}, {VAR_SHORT, "-300"}, {VAR_INT, "-2"},
+          {VAR_LONG, "1234567890123"}, {VAR_DOUBLE, "2.5"}, {VAR_FLOAT, "1.5"}},
+         {1, -3, 90, -300, -2, 1234567890123.0, 2.5, 1.5}},
+        {"frame slots; an unknown tag ends the list", 16, 1, be32(3) + "I\x00\x00\x00\x07" "X\x01" "I\x00\x00\x00\x08"s,
+         [&] { return handler->sendSync(factory->createGetValues(6, 7, {{1, "I"}, {2, "X"}, {3, "I"}}), 1000); },
+         {{VAR_INT, "7"}}, {7}},
+        {"primitive array region: untagged elements", 13, 2, "I"s + be32(3) + be32(1) + be32(4) + be32(9),
+         [&] { return handler->sendSync(factory->createGetArrayValuesMessage(0x67, 1, 3), 1000); },
+         {{VAR_INT, "1"}, {VAR_INT, "4"}, {VAR_INT, "9"}}, {1, 4, 9}},
+        {"object array region: tagged elements", 13, 2, "L"s + be32(2) + "s"s + be64(0x70) + "L"s + be64(0),
+         [&] { return handler->sendSync(factory->createGetArrayValuesMessage(0x67, 0, 2), 1000); },
+         {{VAR_STRING, ""}, {VAR_OBJECT, ""}}, {0x70, 0}},
+        {"a count past the payload stops at its end", 13, 2, "J"s + be32(1000) + be64(5),
+         [&] { return handler->sendSync(factory->createGetArrayValuesMessage(0x67, 0, 1000), 1000); },
+         {{VAR_LONG, "5"}}, {5}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        vm->onPayload(c.set, c.command, c.reply);
+        vm->clearCommands();
+        auto reply = c.read();
+        ASSERT_NE(reply, nullptr);
+        std::vector<std::pair<int32_t, std::string>> got;
+        std::vector<double> ids;
+        for (const auto& v : reply->myDataContainer()->requestVar()) {
+            got.emplace_back(static_cast<int32_t>(v.VarType), v.VarValue);
+            ids.push_back(v.RefID);
+        }
+        EXPECT_EQ(got, c.expected);
+        EXPECT_EQ(ids, c.ids);
+        EXPECT_EQ(vm->commands().size(), 1u) << "values were rendered through the VM";
+    }
+    vm->onPayload(13, 1, be32(250));
+    auto length = handler->sendSync(factory->createGetArrayLengthMessage(0x67), 1000);
+    ASSERT_NE(length, nullptr);
+    EXPECT_EQ(length->myDataContainer()->RequestArrayLength, 250);
+    // The one-value reads keep their rendering.
+    vm->onPayload(9, 2, be32(1) + "Z\x01"s);
+    auto single = handler->sendSync(factory->createGetFieldValueMessage(0x66, 1), 1000);
+    ASSERT_NE(single, nullptr);
+    EXPECT_EQ(single->myDataContainer()->requestVar().at(0).VarValue, "True");
 }
 
 // A thread renders through its toString; the frame refresh after that call

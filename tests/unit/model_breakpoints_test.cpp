@@ -14,11 +14,11 @@ constexpr uint64_t kMethod = 0x00007f3a9c012345;
 class ModelBreakpoints : public ModelTest {
 protected:
     // pkg/Name with run() at lines 10..12 and a stop-point target Work().
-    std::shared_ptr<JXClass> loadTarget(bool printInfo = true)
+    std::shared_ptr<JXClass> loadTarget(bool printInfo = true, const std::string& signature = "Lpkg/Name;")
     {
         auto cls = std::make_shared<JXClass>();
         cls->ClassID = 0x40;
-        cls->ClassSignature = "Lpkg/Name;";
+        cls->ClassSignature = signature;
         addMethod(cls, static_cast<double>(kMethod), "run", "()V", {{0, 10}, {4, 11}, {9, 12}});
         addMethod(cls, 7, "Work", "(I)V", {{0, 20}});
         jvm()->addClass(cls, printInfo);
@@ -120,6 +120,17 @@ TEST_F(ModelBreakpoints, WaitingEntriesAreKeptOnceAndRegisteredWhenTheirClassLoa
     vm->clearCommands();
     loadTarget(true);
     EXPECT_EQ(countOf(15, 1), 2u);
+}
+
+TEST_F(ModelBreakpoints, NestedAndAnonymousClassesRegisterTheirWaitingEntriesWithoutALoadLine)
+{
+    // Lines inside Name$1 (an anonymous class) belong to that class only.
+    vm->onPayload(1, 2, be32(0));
+    EXPECT_TRUE(jvm()->addBreakpoint("pkg/Name$1", 11));
+    loadTarget(true, "Lpkg/Name$1;");
+    EXPECT_TRUE(log->debug.empty()) << "nested classes are loaded without a line of their own";
+    EXPECT_EQ(countOf(15, 1), 1u);
+    EXPECT_TRUE(jvm()->breakpoints().front()->UsedByVM);
 }
 
 TEST_F(ModelBreakpoints, AFailedClearKeepsTheEntry)

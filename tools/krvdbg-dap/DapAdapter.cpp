@@ -113,6 +113,26 @@ int freeLocalPort()
     return port;
 }
 
+// As execvp would find it: a path with a '/' as it is, else along $PATH.
+bool executableFound(const std::string& program)
+{
+    if (program.find('/') != std::string::npos)
+        return ::access(program.c_str(), X_OK) == 0;
+    const char* path = std::getenv("PATH");
+    std::string dirs = path ? path : "/usr/bin:/bin";
+    size_t at = 0;
+    while (at <= dirs.size()) {
+        size_t end = dirs.find(':', at);
+        if (end == std::string::npos)
+            end = dirs.size();
+        const std::string dir = end > at ? dirs.substr(at, end - at) : ".";
+        if (::access((dir + "/" + program).c_str(), X_OK) == 0)
+            return true;
+        at = end + 1;
+    }
+    return false;
+}
+
 std::string simpleName(const std::string& internalName)
 {
     const size_t slash = internalName.rfind('/');
@@ -399,6 +419,8 @@ DapAdapter::LaunchConfig DapAdapter::readConfig(const json& a, bool attach)
     c.javaExec = a.value("javaExec", std::string("java"));
     if (c.javaExec.empty())
         c.javaExec = "java";
+    if (!executableFound(c.javaExec))
+        throw DapError{"the java launcher \"" + c.javaExec + "\" (javaExec) was not found or cannot be run"};
     c.transport = a.value("transport", std::string("socket"));
     if (c.transport != "socket" && c.transport != "shmem")
         throw DapError{"\"transport\" is \"socket\" or \"shmem\", not \"" + c.transport + "\""};
@@ -546,7 +568,11 @@ void DapAdapter::start()
             why = "could not attach to " + c.hostName + ":" + std::to_string(c.port) + ": " + why;
         else
             why = "could not start the VM (" + c.javaExec + "): " + why;
+        if (!c.attach && c.transport == "shmem")
+            why += "\n(the shared-memory transport needs libdt_shmem.so next to the library or in "
+                   "JDWPKRVDBG_SHMEM_DIR; \"transport\": \"socket\" needs nothing)";
         endReported_ = true;
+        emit("terminated", nullptr);
         throw DapError{why};
     }
     state_ = State::Running;
@@ -750,12 +776,17 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     const int64_t levels = std::max<int64_t>(0, args.value("levels", int64_t(0)));
     auto& jvm = *handler_->myJVM();
     // The library writes a length of -1 ("all the rest") as 255, so the
-    // count comes first.
-    auto counted =
-        handler_->sendSync(handler_->myFactory()->createGetFrameCountMessage(static_cast<double>(threadId)), kWaitMs);
-    if (!counted || counted->myErrorCode != 0 || !counted->hasDataContainer())
-        throw DapError{"no stack for thread " + std::to_string(threadId) + " (is it a thread of the VM, suspended?)"};
-    const int64_t total = static_cast<int64_t>(counted->myDataContainer()->RequestFrameCount);
+    // count comes first (once per thread and stop).
+    auto known = frameCounts_.find(threadId);
+    if (known == frameCounts_.end()) {
+        auto counted = handler_->sendSync(
+            handler_->myFactory()->createGetFrameCountMessage(static_cast<double>(threadId)), kWaitMs);
+        if (!counted || counted->myErrorCode != 0 || !counted->hasDataContainer())
+            throw DapError{"no stack for thread " + std::to_string(threadId) +
+                           " (is it a thread of the VM, suspended?)"};
+        known = frameCounts_.emplace(threadId, static_cast<int64_t>(counted->myDataContainer()->RequestFrameCount)).first;
+    }
+    const int64_t total = known->second;
     const int64_t wanted = levels > 0 ? std::min(levels, total - startFrame) : total - startFrame;
     json list = json::array();
     if (wanted <= 0) {
@@ -895,6 +926,7 @@ void DapAdapter::onEvaluate(const json& args, json& body)
         if (jvm.JVMState() == VMRunning) {
             // The getter it ran did not return: the program runs with it.
             store_.reset();
+            frameCounts_.clear();
             state_ = State::Running;
             emit("continued", {{"threadId", asId(frame.threadID)}, {"allThreadsContinued", true}});
         }
@@ -913,6 +945,7 @@ void DapAdapter::onContinue(const json&, json& body)
     events_->clearStep();
     handler_->myJVM()->ResumeVM(true);
     store_.reset();
+    frameCounts_.clear();
     state_ = State::Running;
     body = {{"allThreadsContinued", true}};
 }
@@ -935,6 +968,7 @@ void DapAdapter::step(const json& args, int depth)
         throw DapError{jvm.myStepInProcess ? "a step is already under way" : "no stopped thread to step"};
     }
     store_.reset();
+    frameCounts_.clear();
     state_ = State::Running;
 }
 
@@ -1012,6 +1046,7 @@ void DapAdapter::finishEnd()
     endReported_ = true;
     state_ = State::Ended;
     store_.reset();
+    frameCounts_.clear();
     // The process's last output and exit status.
     auto transport = std::dynamic_pointer_cast<LinuxTransport>(handler_->transport());
     auto& pump = MessagePump::instance();
@@ -1080,6 +1115,7 @@ void DapAdapter::poll()
         body["reason"] = reason;
         state_ = State::Stopped;
         store_.reset();
+        frameCounts_.clear();
         emit("stopped", body);
     }
     refreshVerified(true);

@@ -151,6 +151,7 @@ private:
     std::set<std::pair<std::string, int64_t>> libraryBreakpoints_; // (class, line) entries we added
     std::vector<std::string> programClasses_;
     std::map<int64_t, std::string> threads_; // id -> name, as last announced
+    std::map<int64_t, int64_t> frameCounts_;  // per thread, until the program resumes
     SourceMap sources_;
     VariableStore store_;
     ValueReader values_{store_};

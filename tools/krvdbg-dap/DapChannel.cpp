@@ -126,6 +126,10 @@ std::optional<DapChannel::Item> DapChannel::next()
         }
         return std::nullopt;
     }
+    if (end - start_ > kMaxHeaderBytes) {
+        start_ = end + skip;
+        return Item{false, {}, "more than 8 KiB of header without the empty line that ends it (dropped)"};
+    }
     const std::string block = buffer_.substr(start_, end - start_);
     start_ = end + skip;
     size_t length = 0;

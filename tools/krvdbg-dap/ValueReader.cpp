@@ -205,8 +205,10 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
             v.reference = store_.addContainer({Container::Kind::Array, 0, value.RefID, signature});
         return v;
     }
-    const std::string shown = v.type.empty() ? "Object" : v.type;
-    v.value = shown.substr(shown.rfind('.') + 1) + " (id=" + idText(value.RefID) + ")";
+    // The simple name: the package is cut at its last '/', so a hidden
+    // class's suffix (pkg/Main$$Lambda$1.0x...) stays with its name.
+    const std::string internal = cls ? cls->ClassName() : std::string("Object");
+    v.value = internal.substr(internal.rfind('/') + 1) + " (id=" + idText(value.RefID) + ")";
     v.reference = store_.addContainer({Container::Kind::Object, 0, value.RefID, {}});
     return v;
 }
