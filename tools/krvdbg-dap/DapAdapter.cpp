@@ -775,32 +775,32 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     const int64_t startFrame = std::max<int64_t>(0, args.value("startFrame", int64_t(0)));
     const int64_t levels = std::max<int64_t>(0, args.value("levels", int64_t(0)));
     auto& jvm = *handler_->myJVM();
-    // The library writes a length of -1 ("all the rest") as 255, so the
-    // count comes first (once per thread and stop).
-    auto known = frameCounts_.find(threadId);
-    if (known == frameCounts_.end()) {
-        auto counted = handler_->sendSync(
-            handler_->myFactory()->createGetFrameCountMessage(static_cast<double>(threadId)), kWaitMs);
-        if (!counted || counted->myErrorCode != 0 || !counted->hasDataContainer())
-            throw DapError{"no stack for thread " + std::to_string(threadId) +
-                           " (is it a thread of the VM, suspended?)"};
-        known = frameCounts_.emplace(threadId, static_cast<int64_t>(counted->myDataContainer()->RequestFrameCount)).first;
-    }
-    const int64_t total = known->second;
-    const int64_t wanted = levels > 0 ? std::min(levels, total - startFrame) : total - startFrame;
+    // One request at the first ask: the VM reads a length of -1 as "all the
+    // rest", and the library writes -1 itself as 255, so its 32 bits are
+    // given as the unsigned number they make. The count is then known for the
+    // rest of the stop, and later pages ask for just what they show.
+    constexpr double kAllRemaining = 4294967295.0;
     json list = json::array();
-    if (wanted <= 0) {
+    auto known = frameCounts_.find(threadId);
+    int64_t total = known != frameCounts_.end() ? known->second : -1;
+    const int64_t wanted =
+        total < 0 ? -1 : (levels > 0 ? std::min(levels, total - startFrame) : total - startFrame);
+    if (total >= 0 && wanted <= 0) {
         body = {{"stackFrames", list}, {"totalFrames", total}};
         return;
     }
-    auto reply = handler_->sendSync(handler_->myFactory()->createGetFrameMessage(static_cast<double>(threadId),
-                                                                                static_cast<double>(startFrame),
-                                                                                static_cast<double>(wanted)),
-                                    kWaitMs);
+    auto reply = handler_->sendSync(
+        handler_->myFactory()->createGetFrameMessage(static_cast<double>(threadId), static_cast<double>(startFrame),
+                                                     wanted < 0 ? kAllRemaining : static_cast<double>(wanted)),
+        kWaitMs);
     if (!reply || reply->myErrorCode != 0 || !reply->hasDataContainer())
         throw DapError{"no stack for thread " + std::to_string(threadId) + " (is it a thread of the VM, suspended?)"};
     const auto frames = reply->myDataContainer()->requestFrame();
-    const size_t count = frames.size();
+    if (total < 0) {
+        total = startFrame + static_cast<int64_t>(frames.size());
+        frameCounts_[threadId] = total;
+    }
+    const size_t count = levels > 0 ? std::min(frames.size(), static_cast<size_t>(levels)) : frames.size();
     for (size_t i = 0; i < count; ++i) {
         const JDWPJFrame& f = frames[i];
         FrameRef ref{static_cast<double>(threadId), f.FrameID, static_cast<int>(startFrame + static_cast<int64_t>(i)),
