@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
@@ -42,6 +43,8 @@ namespace {
 
 constexpr int32_t kWaitMs = 4000;
 constexpr uint32_t kConfirmMs = 3000;
+// How long a launch or attach waits for configurationDone before it starts.
+constexpr uint32_t kConfigurationWaitMs = 1000;
 // The one exception filter: what the library stops on.
 constexpr const char* kExceptionFilter = "leavingThrowingClass";
 
@@ -209,7 +212,12 @@ DapAdapter::DapAdapter(Sink sink) : sink_(std::move(sink))
     handler_->myJVM()->setEvents(events_);
     // Thread starts and ends are handled inside the library; the packet
     // trace tells that one came, and the thread list is compared then.
-    handler_->history().setListener([this](const std::string& line) {
+    // KRVDBG_DAP_TRACE=1 writes every JDWP packet to stderr.
+    const char* trace = std::getenv("KRVDBG_DAP_TRACE");
+    const bool tracing = trace && *trace && std::string(trace) != "0";
+    handler_->history().setListener([this, tracing](const std::string& line) {
+        if (tracing)
+            std::fprintf(stderr, "%s\n", line.c_str());
         if (line.find("Thread Start") != std::string::npos || line.find("Thread Death") != std::string::npos)
             threadsDirty_ = true;
     });
@@ -330,18 +338,30 @@ void DapAdapter::handle(const json& message)
         respond(message, ok, ok ? body : json(), error);
     if (startAfterResponse_) {
         startAfterResponse_ = false;
-        const json launch = std::move(pendingStart_);
-        pendingStart_ = json();
-        inRequest_ = true;
-        std::string why;
-        try {
-            start();
-        } catch (const DapError& e) {
-            why = e.message;
-        }
-        inRequest_ = false;
-        respond(launch, why.empty(), json(), why);
+        startPending();
+        return;
     }
+    auto held = std::move(held_);
+    held_.clear();
+    for (auto& e : held) {
+        e["seq"] = seq_++;
+        sink_(e);
+    }
+}
+
+void DapAdapter::startPending()
+{
+    const json launch = std::move(pendingStart_);
+    pendingStart_ = json();
+    inRequest_ = true;
+    std::string why;
+    try {
+        start();
+    } catch (const DapError& e) {
+        why = e.message;
+    }
+    inRequest_ = false;
+    respond(launch, why.empty(), json(), why);
     auto held = std::move(held_);
     held_.clear();
     for (auto& e : held) {
@@ -445,6 +465,7 @@ void DapAdapter::onLaunch(const json& args, json& body)
     state_ = State::Starting;
     if (!configurationDone_) {
         pendingStart_ = currentRequest_;
+        pendingSince_ = GetTickCount();
         deferred_ = true;
         return;
     }
@@ -459,6 +480,7 @@ void DapAdapter::onAttach(const json& args, json& body)
     state_ = State::Starting;
     if (!configurationDone_) {
         pendingStart_ = currentRequest_;
+        pendingSince_ = GetTickCount();
         deferred_ = true;
         return;
     }
@@ -962,6 +984,15 @@ void DapAdapter::step(const json& args, int depth)
         const auto& loc = reply->myDataContainer()->requestFrame().front().FrameLocation;
         jvm.GoSilentBreak(thread, loc.ClassID, loc.MethodID);
     }
+    // A line step from a native method (a pause in Thread.sleep) never
+    // completes in the VM; stepping out of it lands on the caller's line.
+    constexpr double kNativeBit = 0x0100;
+    if (depth != SD_OUT) {
+        auto cls = jvm.getClassByID(jvm.currentClassID(), false);
+        auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
+        if (method && std::fmod(std::floor(method->MethodBits / kNativeBit), 2) == 1)
+            depth = SD_OUT;
+    }
     events_->expectStep();
     if (!jvm.ResumeVMStepByStep(false, thread, static_cast<JDWPStepDepth>(depth))) {
         events_->clearStep();
@@ -1078,6 +1109,9 @@ void DapAdapter::inputClosed()
 
 void DapAdapter::poll()
 {
+    // A client that never sends configurationDone still gets its program.
+    if (!pendingStart_.is_null() && !configurationDone_ && GetTickCount() - pendingSince_ >= kConfigurationWaitMs)
+        startPending();
     auto& jvm = *handler_->myJVM();
     for (auto& o : events_->output())
         emit("output", {{"category", o.category}, {"output", o.text}});

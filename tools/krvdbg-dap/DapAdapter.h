@@ -117,6 +117,8 @@ private:
 
     LaunchConfig readConfig(const json& arguments, bool attach);
     void start();
+    // Starts the program of the launch or attach that waited, and answers it.
+    void startPending();
     void step(const json& arguments, int depth);
     void applyBreakpoints();
     void refreshVerified(bool announce);
@@ -139,6 +141,7 @@ private:
     json pendingStart_; // the launch or attach request waiting for configurationDone
     bool deferred_ = false;
     bool startAfterResponse_ = false;
+    uint32_t pendingSince_ = 0;
     bool exceptionStops_ = true;
     bool entryArmed_ = false;
     bool endReported_ = false;
