@@ -8,6 +8,7 @@
 //   java JdiBench values cp=... line=... n=... warm=...
 //   java JdiBench launch cp=... line=... n=...
 //   java JdiBench storm  cp=... class=... line=... n=... [extra=Class:line,...] [rss=1]
+//   java JdiBench dap    cp=... line=... n=... warm=...   (JdiDapBench.java)
 import com.sun.jdi.Bootstrap;
 import com.sun.jdi.Field;
 import com.sun.jdi.LocalVariable;
@@ -70,8 +71,9 @@ public class JdiBench {
             case "values": values(); break;
             case "launch": launch(); break;
             case "storm": storm(); break;
+            case "dap": JdiDapBench.run(); break;
             default:
-                System.out.println("usage: JdiBench step|values|launch|storm key=value...");
+                System.out.println("usage: JdiBench step|values|launch|storm|dap key=value...");
                 System.exit(2);
         }
         System.out.println("DONE");

@@ -1,0 +1,324 @@
+// What the krvdbg-dap tests share: where the adapter, java and the test
+// programs are (from the environment ctest sets), a DebugClient that keeps
+// every event so that none is lost between a request and the wait for its
+// consequence, requests bounded in time, and the Java programs' processes.
+'use strict';
+
+const assert = require('node:assert/strict');
+const cp = require('node:child_process');
+const fs = require('node:fs');
+const net = require('node:net');
+const path = require('node:path');
+const { DebugClient } = require('@vscode/debugadapter-testsupport');
+
+function need(name) {
+    const v = process.env[name];
+    if (!v)
+        throw new Error(`${name} is not set: run these tests through ctest (label dap)`);
+    return v;
+}
+
+const env = {
+    adapter: need('KRVDBG_DAP'),
+    java: need('KRVDBG_JAVA'),
+    testsCp: need('KRVDBG_TESTS_CP'),
+    testsSrc: need('KRVDBG_TESTS_SRC'),
+    shmemDir: process.env.KRVDBG_SHMEM_DIR || '',
+};
+
+// Long enough for a VM start on a busy 2-core machine, short enough that a
+// lost event fails the test instead of hanging the suite.
+const kEventMs = 30000;
+const kRequestMs = 20000;
+
+// The 1-based line of the test program `file` (tests/java) with `marker`.
+function lineOf(file, marker) {
+    const lines = fs.readFileSync(path.join(env.testsSrc, file), 'utf8').split('\n');
+    const at = lines.findIndex(l => l.includes(marker));
+    assert.ok(at >= 0, `${marker} not in ${file}`);
+    return at + 1;
+}
+
+function within(promise, ms, what) {
+    let timer;
+    const limit = new Promise((_, reject) => {
+        timer = setTimeout(() => reject(new Error(`${what}: nothing after ${ms} ms`)), ms);
+    });
+    return Promise.race([promise, limit]).finally(() => clearTimeout(timer));
+}
+
+class Client extends DebugClient {
+    constructor() {
+        // DebugClient runs "<runtime> <executable>"; env keeps the adapter's
+        // command line empty.
+        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir };
+        super('/usr/bin/env', env.adapter, 'krvdbg', { env: adapterEnv });
+        this.adapterEnv = adapterEnv;
+        this.defaultTimeout = kEventMs;
+        this.events = [];
+        this.taken = new Set();
+        this.waiters = [];
+        this.stderr = '';
+    }
+
+    async start() {
+        await super.start();
+        this.watch(this._adapterProcess);
+    }
+
+    // The adapter serving one client on a TCP port (--port), this one.
+    async startServed() {
+        const port = await new Promise(resolve => {
+            const probe = net.createServer().listen(0, '127.0.0.1', () => {
+                const { port } = probe.address();
+                probe.close(() => resolve(port));
+            });
+        });
+        this.watch(cp.spawn(env.adapter, ['--port', String(port)], { env: this.adapterEnv }));
+        await within(new Promise((resolve, reject) => {
+            const look = () => this.stderr.includes('waiting for a client') && resolve();
+            this.process.stderr.on('data', look);
+            this.process.on('exit', () => reject(new Error(`adapter ended: ${this.stderr}`)));
+        }), kRequestMs, 'krvdbg-dap listening');
+        await super.start(port);
+        this.served = true;
+    }
+
+    watch(adapterProcess) {
+        this.process = adapterProcess;
+        this.process.stderr.on('data', d => { this.stderr += d; });
+        // An adapter that ended closes its input: a later write fails with
+        // EPIPE, which is for the test's checks to notice, not a crash.
+        this.process.stdin.on('error', e => { this.inputError = e; });
+        this.gone = new Promise(resolve => this.process.on('exit', (code, signal) => resolve({ code, signal })));
+    }
+
+    dispatch(body) {
+        let message;
+        try {
+            message = JSON.parse(body);
+        } catch (e) {
+            this.events.push({ type: 'not JSON', body });
+            return;
+        }
+        this.events.push(message);
+        this.waiters = this.waiters.filter(w => !w(message));
+        super.dispatch(body);
+    }
+
+    // The first event named `name` that satisfies `pred` and no earlier wait
+    // took, whether it came already or comes within `ms`.
+    event(name, pred = () => true, ms = kEventMs) {
+        return this.message(e => e.type === 'event' && e.event === name && pred(e.body || {}), ms, `event ${name}`);
+    }
+
+    // The same for any message: responses to what was not a request too.
+    message(pred, ms = kEventMs, what = 'message') {
+        const fits = e => !this.taken.has(e) && pred(e);
+        const seen = this.events.find(fits);
+        if (seen) {
+            this.taken.add(seen);
+            return Promise.resolve(seen);
+        }
+        let waiter;
+        return within(new Promise(resolve => {
+            waiter = e => {
+                if (!fits(e))
+                    return false;
+                this.taken.add(e);
+                resolve(e);
+                return true;
+            };
+            this.waiters.push(waiter);
+        }), ms, `${what}; adapter stderr: ${this.stderr.slice(-2000)}`).catch(e => {
+            this.waiters = this.waiters.filter(w => w !== waiter);
+            throw e;
+        });
+    }
+
+    // Bytes straight to the adapter's input, framed or not.
+    write(bytes) {
+        this.process.stdin.write(bytes);
+    }
+
+    // All output text of `category` so far.
+    output(category) {
+        return this.events.filter(e => e.type === 'event' && e.event === 'output' && e.body.category === category)
+            .map(e => e.body.output).join('');
+    }
+
+    // What the program wrote, on either stream.
+    programOutput() {
+        return this.events.filter(e => e.type === 'event' && e.event === 'output' &&
+            ['stdout', 'stderr'].includes(e.body.category)).map(e => e.body.output).join('');
+    }
+
+    // Waits until the output of `category` ("program": either stream)
+    // contains `text`.
+    async outputContaining(category, text, ms = kEventMs) {
+        const so = () => (category === 'program' ? this.programOutput() : this.output(category));
+        if (so().includes(text))
+            return;
+        await this.event('output', () => so().includes(text), ms)
+            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${so()}`); });
+    }
+
+    // The whole response, successful or not, within `ms`.
+    raw(command, args, ms = kRequestMs) {
+        return within(new Promise(resolve => this.doSend(command, args, resolve)), ms, `request ${command}`);
+    }
+
+    async ok(command, args, ms) {
+        const r = await this.raw(command, args, ms);
+        assert.ok(r.success, `${command} ${JSON.stringify(args)} failed: ${r.message} ${JSON.stringify(r.body)}`);
+        return r.body || {};
+    }
+
+    // A failed response with a message a person can read.
+    async fails(command, args, ms) {
+        const r = await this.raw(command, args, ms);
+        assert.equal(r.success, false, `${command} ${JSON.stringify(args)} succeeded`);
+        const text = r.message || (r.body && r.body.error && r.body.error.format) || '';
+        assert.ok(text.length > 3, `${command}: no readable message in ${JSON.stringify(r)}`);
+        return text;
+    }
+
+    async initialize() {
+        this.caps = await this.ok('initialize', {
+            clientID: 'dap-tests', adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true,
+            pathFormat: 'path', supportsRunInTerminalRequest: false,
+        });
+        return this.caps;
+    }
+
+    // initialize, `command` (launch or attach), the breakpoints { file: [lines] }
+    // and the exception filters once the adapter is initialized, then
+    // configurationDone; answers the breakpoints as set.
+    async begin(command, args, breakpoints = {}, filters = null) {
+        if (!this.caps)
+            await this.initialize();
+        const started = this.raw(command, args, kEventMs);
+        await this.event('initialized');
+        const verified = {};
+        for (const [file, lines] of Object.entries(breakpoints)) {
+            const body = await this.ok('setBreakpoints', {
+                source: { path: path.join(env.testsSrc, file) },
+                breakpoints: lines.map(line => ({ line })),
+            });
+            assert.equal(body.breakpoints.length, lines.length);
+            verified[file] = body.breakpoints;
+        }
+        // As an editor does: always, so that no stop comes from a default.
+        await this.ok('setExceptionBreakpoints', { filters: filters || [] });
+        await this.ok('configurationDone', {});
+        const r = await started;
+        assert.ok(r.success, `${command} failed: ${r.message}`);
+        return verified;
+    }
+
+    launchArgs(mainClass, more = {}) {
+        return {
+            mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more,
+        };
+    }
+
+    // The next stop: its event and the top frames of its thread.
+    async stopped(reason, ms = kEventMs) {
+        const e = await this.event('stopped', () => true, ms);
+        assert.equal(e.body.reason, reason, `stopped for ${JSON.stringify(e.body)}`);
+        const st = await this.ok('stackTrace', { threadId: e.body.threadId });
+        assert.ok(st.stackFrames.length > 0);
+        return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };
+    }
+
+    // name -> variable of the scope whose name matches `pattern` in `frameId`.
+    async scope(frameId, pattern) {
+        const { scopes } = await this.ok('scopes', { frameId });
+        const s = scopes.find(x => pattern.test(x.name));
+        assert.ok(s, `no scope ${pattern} in ${scopes.map(x => x.name)}`);
+        return this.children(s.variablesReference);
+    }
+
+    async children(variablesReference, more = {}) {
+        const { variables } = await this.ok('variables', { variablesReference, ...more });
+        return Object.fromEntries(variables.map(v => [v.name, v]));
+    }
+
+    // Closes the adapter's input: it must end, within bounded time.
+    async closeInput() {
+        if (this.served)
+            this._socket.end();
+        else
+            this.process.stdin.end();
+        return within(this.gone, kRequestMs, 'adapter exit after its input closed');
+    }
+
+    // Ends the session whatever state it is in; the adapter must be gone too.
+    async end(args = { terminateDebuggee: true }) {
+        if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
+            return;
+        await this.raw('disconnect', args, kRequestMs).catch(() => {});
+        const how = await this.closeInput().catch(e => {
+            this.process.kill('SIGKILL');
+            throw e;
+        });
+        return how;
+    }
+}
+
+function alive(pid) {
+    try {
+        process.kill(pid, 0);
+        return true;
+    } catch (e) {
+        return e.code === 'EPERM';
+    }
+}
+
+// Polls a condition of another process (a pid's liveness, which sends no
+// event) until it holds or `ms` passed.
+async function until(cond, ms, what) {
+    const deadline = Date.now() + ms;
+    while (!cond()) {
+        if (Date.now() > deadline)
+            throw new Error(`${what}: not within ${ms} ms`);
+        await new Promise(r => setTimeout(r, 20));
+    }
+}
+
+// A Java test program started by the test itself (to be attached to), with
+// its output kept and waited on line by line.
+class JavaProcess {
+    constructor(args, extraEnv = {}) {
+        this.out = '';
+        this.proc = cp.spawn(env.java, args, { env: { ...process.env, ...extraEnv } });
+        this.proc.stdout.on('data', d => { this.out += d; this.proc.emit('more'); });
+        this.proc.stderr.on('data', d => { this.out += d; this.proc.emit('more'); });
+        this.done = new Promise(resolve => this.proc.on('exit', code => resolve(code)));
+    }
+
+    // The first match of `re` in the output from `from` on.
+    line(re, from = 0, ms = kEventMs) {
+        const find = () => re.exec(this.out.slice(from));
+        return within(new Promise((resolve, reject) => {
+            const look = () => {
+                const m = find();
+                if (m) {
+                    this.proc.off('more', look);
+                    resolve(m);
+                }
+            };
+            this.proc.on('more', look);
+            this.proc.once('exit', () => setImmediate(() => (find() ? look() : reject(new Error('exited')))));
+            look();
+        }), ms, `output ${re}; so far: ${this.out.slice(-1000)}`);
+    }
+
+    kill() {
+        if (this.proc.exitCode === null && this.proc.signalCode === null)
+            this.proc.kill('SIGKILL');
+        return this.done;
+    }
+}
+
+module.exports = { Client, JavaProcess, env, lineOf, alive, until, within, kEventMs };

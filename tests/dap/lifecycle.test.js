@@ -1,0 +1,174 @@
+// How a krvdbg-dap session begins and ends: attaching to a VM that listens,
+// every way of ending that must take a launched VM along or leave an
+// attached one running, and bad input, which gets an error response and
+// leaves the adapter serving.
+'use strict';
+
+const assert = require('node:assert/strict');
+const fs = require('node:fs');
+const os = require('node:os');
+const path = require('node:path');
+const { test } = require('node:test');
+const { Client, JavaProcess, env, lineOf, alive, until, kEventMs } = require('./kit');
+
+async function session(t) {
+    const dc = new Client();
+    await dc.start();
+    t.after(() => dc.end());
+    return dc;
+}
+
+// Sleeper under an agent that listens on a port of its own choosing.
+async function listeningSleeper(t) {
+    const vm = new JavaProcess(['-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0',
+        '-cp', env.testsCp, 'Sleeper']);
+    t.after(() => vm.kill());
+    const port = Number((await vm.line(/Listening for transport dt_socket at address: (\d+)/))[1]);
+    await vm.line(/sleeper ready/);
+    return { vm, port };
+}
+
+test('attach to a listening VM, stop in it, and detach: it runs on', async t => {
+    const { vm, port } = await listeningSleeper(t);
+    const dc = await session(t);
+    const loop = lineOf('Sleeper.java', '// @sleeper-loop');
+    await dc.begin('attach', { hostName: '127.0.0.1', port, sourcePaths: [env.testsSrc] }, { 'Sleeper.java': [loop] });
+    const s = await dc.stopped('breakpoint');
+    assert.equal(s.top.line, loop);
+    const locals = await dc.scope(s.top.id, /local/i);
+    assert.match(locals.round.value, /^\d+$/);
+
+    await dc.ok('disconnect', { terminateDebuggee: false });
+    const from = vm.out.length;
+    // Running on, and not held by the breakpoint it had.
+    await vm.line(/sleeper round \d+/, from);
+    await vm.line(/sleeper round \d+[^]*sleeper round \d+/, from);
+    assert.ok(alive(vm.proc.pid));
+    await dc.closeInput();
+    assert.ok(alive(vm.proc.pid), 'the attached VM ended with the adapter');
+});
+
+test('served on a TCP port (--port): a session, and the adapter ends when its client goes', async t => {
+    const dc = new Client();
+    await dc.startServed();
+    t.after(() => dc.end());
+    await dc.begin('launch', dc.launchArgs('TestHello', { stopOnEntry: true }));
+    const s = await dc.stopped('entry');
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('terminated');
+    await dc.outputContaining('stdout', 'Bye\n');
+    await dc.closeInput();
+});
+
+// Each way a launched session ends; the VM's process must be gone after it.
+const endings = [
+    ['disconnect terminating the debuggee', dc => dc.ok('disconnect', { terminateDebuggee: true })],
+    ['disconnect without arguments', dc => dc.ok('disconnect', {})],
+    ['terminate', async dc => {
+        await dc.ok('terminate', {});
+        await dc.event('terminated');
+    }],
+    ['the client closing the adapter\'s input', dc => dc.closeInput()],
+];
+for (const [how, end] of endings) {
+    test(`a launched VM ends with the session: ${how}`, async t => {
+        const dc = await session(t);
+        await dc.begin('launch', dc.launchArgs('Sleeper'));
+        await dc.outputContaining('stdout', 'sleeper ready');
+        const pid = Number(/sleeper ready pid=(\d+)/.exec(dc.output('stdout'))[1]);
+        assert.ok(alive(pid));
+        await end(dc);
+        await until(() => !alive(pid), kEventMs, `VM ${pid} still running after ${how}`);
+    });
+}
+
+// Bytes that are no request: each gets a failed response, and the adapter
+// answers the next request as if nothing had come.
+const badFrames = [
+    ['a body that is not JSON', 'Content-Length: 9\r\n\r\n{"seq":1,'],
+    ['JSON that is no object', 'Content-Length: 5\r\n\r\n[1,2]'],
+    ['a request without command', 'Content-Length: 28\r\n\r\n{"seq":50,"type":"request"} '],
+    ['a length that is no number', 'Content-Length: many\r\n\r\n'],
+    ['a header without length', 'Content-Type: application/json\r\n\r\n'],
+];
+test('malformed input gets error responses and the adapter serves on', async t => {
+    const dc = await session(t);
+    for (const [what, bytes] of badFrames) {
+        dc.write(bytes);
+        const r = await dc.message(m => m.type === 'response', kEventMs, `a response to ${what}`);
+        assert.equal(r.success, false, what);
+        assert.ok(r.message && r.message.length > 3, `${what}: ${JSON.stringify(r)}`);
+    }
+    const caps = await dc.initialize();
+    assert.equal(caps.supportsConfigurationDoneRequest, true);
+    assert.deepEqual(dc.events.filter(m => m.type === 'not JSON'), []);
+});
+
+test('requests in the wrong state, unknown or with bad arguments fail readably', async t => {
+    const dc = await session(t);
+    // Before launch: nothing to inspect or run.
+    for (const [command, args] of [
+        ['stackTrace', { threadId: 1 }],
+        ['continue', { threadId: 1 }],
+        ['next', { threadId: 1 }],
+        ['evaluate', { expression: 'a', context: 'repl' }],
+        ['variables', { variablesReference: 1 }],
+    ])
+        await dc.fails(command, args);
+    assert.match(await dc.fails('frobnicate', {}), /frobnicate/);
+
+    await dc.begin('launch', dc.launchArgs('Stepper'), { 'Stepper.java': [lineOf('Stepper.java', '// @main-a')] });
+    const s = await dc.stopped('breakpoint');
+    // Stopped: references and ids that do not exist, and a second launch.
+    for (const [command, args] of [
+        ['variables', { variablesReference: 987654 }],
+        ['scopes', { frameId: 987654 }],
+        ['stackTrace', { threadId: 987654 }],
+        ['evaluate', { expression: 'no.such.thing', frameId: s.top.id, context: 'watch' }],
+        ['launch', dc.launchArgs('Stepper')],
+        ['attach', { hostName: '127.0.0.1', port: 1 }],
+    ])
+        await dc.fails(command, args);
+    assert.equal((await dc.scope(s.top.id, /local/i)).args !== undefined, true);
+});
+
+function scriptThatNeverListens(t) {
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'krvdbg-dap-'));
+    t.after(() => fs.rmSync(dir, { recursive: true, force: true }));
+    const script = path.join(dir, 'java');
+    fs.writeFileSync(script, '#!/bin/sh\nexec sleep 600\n', { mode: 0o755 });
+    return script;
+}
+
+// Launches that cannot work: each fails with a message naming the cause
+// (a pattern), in bounded time, and the adapter serves on.
+const badLaunches = [
+    ['a class path that does not exist', () => ({ classPaths: ['/no/such/classes'] }), /no\/such\/classes/],
+    ['no main class', () => ({ mainClass: '' }), /main/i],
+    ['a java that is not there', () => ({ javaExec: '/no/such/java' }), /no\/such\/java/],
+    ['a VM that never comes up', t => ({ javaExec: scriptThatNeverListens(t) }), /./],
+    ['a main class that is not on the class path', () => ({ mainClass: 'NoSuchMain' }), /NoSuchMain|exit|ended/i],
+    ['an unknown transport', () => ({ transport: 'pigeon' }), /pigeon|transport/i],
+];
+for (const [what, args, cause] of badLaunches) {
+    test(`launch fails readably: ${what}`, async t => {
+        const dc = await session(t);
+        await dc.initialize();
+        const launch = dc.raw('launch', dc.launchArgs('TestHello', args(t)), kEventMs);
+        // An adapter may ask for the configuration before it starts the VM.
+        const first = await Promise.race([launch, dc.event('initialized').then(() => null)]);
+        if (first === null)
+            await dc.raw('configurationDone', {});
+        const r = await launch;
+        if (r.success) {
+            // A VM that starts and ends at once may be reported by its end.
+            assert.match(what, /not on the class path/);
+            await dc.event('terminated');
+            await dc.outputContaining('program', 'NoSuchMain');
+            return;
+        }
+        assert.match(r.message || '', cause, `${what}: ${JSON.stringify(r)}`);
+        // Still serving.
+        assert.match(await dc.fails('frobnicate', {}), /frobnicate/);
+    });
+}

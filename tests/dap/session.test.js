@@ -1,0 +1,242 @@
+// krvdbg-dap driven as an editor drives it, against real VMs: a whole
+// session over each transport, values, breakpoints in classes other than
+// the file's own, an exception stop, output, pause and stopOnEntry.
+'use strict';
+
+const assert = require('node:assert/strict');
+const fs = require('node:fs');
+const { test } = require('node:test');
+const { Client, lineOf } = require('./kit');
+
+async function session(t) {
+    const dc = new Client();
+    await dc.start();
+    t.after(() => dc.end());
+    return dc;
+}
+
+for (const transport of ['socket', 'shmem']) {
+    test(`launch, inspect, step and run to the end over ${transport}`, async t => {
+        const dc = await session(t);
+        const at = marker => lineOf('Stepper.java', `// @${marker}`);
+        await dc.begin('launch', dc.launchArgs('Stepper', { transport }), { 'Stepper.java': [at('main-a')] });
+
+        const s = await dc.stopped('breakpoint');
+        assert.equal(s.top.line, at('main-a'));
+        assert.match(s.top.source.path, /Stepper\.java$/);
+        assert.equal(s.body.allThreadsStopped, true);
+        const { threads } = await dc.ok('threads');
+        assert.ok(threads.some(th => th.id === s.threadId), JSON.stringify(threads));
+        assert.ok(dc.events.some(e => e.event === 'thread' && e.body.reason === 'started' &&
+            e.body.threadId === s.threadId), 'no thread event for the stopped thread');
+        const locals = await dc.scope(s.top.id, /local/i);
+        assert.ok(locals.args && !locals.a, `before a is set: ${Object.keys(locals)}`);
+
+        // Each step: the request, where it must stop, the top frame's name.
+        const steps = [
+            ['next', 'main-call', /main/],
+            ['stepIn', 'twice-body', /twice/],
+            ['stepOut', 'main-call', /main/],
+            ['next', 'main-after', /main/],
+            ['next', 'main-lib', /main/],
+            // String.valueOf is JDK code: stepped through, not entered.
+            ['stepIn', 'main-print', /main/],
+        ];
+        let threadId = s.threadId;
+        for (const [request, marker, name] of steps) {
+            await dc.ok(request, { threadId });
+            const step = await dc.stopped('step').catch(e => {
+                e.message = `${request} to @${marker}: ${e.message}`;
+                throw e;
+            });
+            assert.deepEqual([step.top.line, name.test(step.top.name)], [at(marker), true],
+                `${request} stopped in ${step.top.name}:${step.top.line}`);
+            if (marker === 'main-call' && request === 'next') {
+                assert.equal((await dc.scope(step.top.id, /local/i)).a.value, '2');
+                for (const context of ['repl', 'watch', 'hover']) {
+                    const ev = await dc.ok('evaluate', { expression: 'a', frameId: step.top.id, context });
+                    assert.equal(ev.result, '2', context);
+                }
+            }
+            if (request === 'stepIn' && marker === 'twice-body') {
+                // The caller's frame alone, through startFrame and levels.
+                const page = await dc.ok('stackTrace', { threadId: step.threadId, startFrame: 1, levels: 1 });
+                assert.equal(page.stackFrames.length, 1);
+                assert.match(page.stackFrames[0].name, /main/);
+                assert.equal(page.stackFrames[0].line, at('main-call'));
+            }
+            threadId = step.threadId;
+        }
+
+        await dc.ok('continue', { threadId });
+        await dc.event('exited');
+        await dc.event('terminated');
+        await dc.outputContaining('stdout', 'stepper end');
+        assert.match(dc.output('stdout'), /stepper start[^]*total 6/);
+        // The runtime's debug print is the debugger's to show.
+        await dc.outputContaining('console', 'Hello debug');
+    });
+}
+
+// A program that ends by itself: transport, program, arguments, exit code.
+const killed = 'krvdbg-dap may report 137: the VM is killed after its death event, before it exits by itself';
+const endings = [
+    ['socket', 'TestHello', [], 0, killed],
+    ['shmem', 'TestHello', [], 0, killed],
+    ['socket', 'Nested', ['throw'], 1, killed],
+];
+for (const [transport, program, args, code, todo] of endings) {
+    test(`${program} ${args.join(' ')} over ${transport} reports exit code ${code}`, { todo }, async t => {
+        const dc = await session(t);
+        await dc.begin('launch', dc.launchArgs(program, { transport, args }));
+        assert.equal((await dc.event('exited')).body.exitCode, code);
+        await dc.event('terminated');
+    });
+}
+
+test('values: locals, statics, objects and arrays expanded, arrays paged', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] });
+    const s = await dc.stopped('breakpoint');
+    const locals = await dc.scope(s.top.id, /local/i);
+    // name, value pattern, expandable
+    const expected = [
+        ['i', /^-7$/, false],
+        ['l', /^1234567890123L?$/, false],
+        ['d', /^2\.5$/, false],
+        ['z', /^true$/, false],
+        ['c', /^'A'$/, false],
+        ['str', /^"Grüße 😀"$/, false],
+        ['longText', /^"(0123456789){10}/, false],
+        ['nothing', /null/i, false],
+        ['p', /Point/, true],
+        ['arr', /int\[3\]/, true],
+    ];
+    for (const [name, value, expandable] of expected) {
+        assert.ok(locals[name], `no local ${name} in ${Object.keys(locals)}`);
+        assert.match(locals[name].value, value, name);
+        assert.equal(locals[name].variablesReference > 0, expandable, name);
+    }
+    const p = await dc.children(locals.p.variablesReference);
+    assert.deepEqual([p.x.value, p.y.value], ['3', '4']);
+    assert.match(p.name.value, /pt/);
+    const arr = await dc.children(locals.arr.variablesReference);
+    assert.deepEqual(Object.values(arr).map(v => v.value), ['1', '2', '3']);
+    const page = await dc.children(locals.arr.variablesReference, { start: 1, count: 1 });
+    assert.deepEqual(Object.values(page).map(v => v.value), ['2']);
+
+    const statics = await dc.scope(s.top.id, /static/i);
+    assert.equal(statics.counter.value, '42');
+    assert.match(statics.label.value, /static label/);
+    const hover = await dc.ok('evaluate', { expression: 'p.x', frameId: s.top.id, context: 'hover' });
+    assert.equal(hover.result, '3');
+});
+
+test('breakpoints in a nested, an inner and an anonymous class and in a lambda', async t => {
+    const dc = await session(t);
+    const at = marker => lineOf('Nested.java', `// @${marker}`);
+    const markers = ['nested-add', 'inner-twice', 'anonymous-run', 'lambda-body'];
+    // Line 1 is a comment: no code there.
+    const lines = [...markers.map(at), 1];
+    const set = await dc.begin('launch', dc.launchArgs('Nested'), { 'Nested.java': lines });
+    for (const marker of markers) {
+        const s = await dc.stopped('breakpoint');
+        assert.equal(s.top.line, at(marker), `expected a stop at ${marker}, got ${s.top.name}:${s.top.line}`);
+        assert.match(s.top.source.path, /Nested\.java$/);
+        await dc.ok('continue', { threadId: s.threadId });
+    }
+    await dc.event('exited');
+
+    // Where each breakpoint ended up: its answer, then its breakpoint events.
+    const final = set['Nested.java'].map(bp => {
+        const changes = dc.events.filter(e => e.event === 'breakpoint' && bp.id !== undefined &&
+            e.body.breakpoint.id === bp.id);
+        return changes.length ? { ...bp, ...changes[changes.length - 1].body.breakpoint } : bp;
+    });
+    for (const [k, bp] of final.slice(0, markers.length).entries())
+        assert.equal(bp.verified, true, `${markers[k]}: ${JSON.stringify(bp)}`);
+    const noCode = final[markers.length];
+    assert.equal(noCode.verified, false, JSON.stringify(noCode));
+    assert.ok(noCode.message, `no reason given for line 1: ${JSON.stringify(noCode)}`);
+});
+
+test('an uncaught exception stops with its text, then the program ends with it', async t => {
+    const dc = await session(t);
+    await dc.initialize();
+    const filters = dc.caps.exceptionBreakpointFilters || [];
+    assert.ok(filters.length > 0, 'no exception filters offered');
+    assert.ok(filters.every(f => f.filter && f.label), JSON.stringify(filters));
+    // The filter that stops on an exception nothing catches, whatever else it stops on.
+    const uncaught = filters.filter(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
+    assert.ok(uncaught.length > 0, JSON.stringify(filters));
+
+    await dc.begin('launch', dc.launchArgs('Nested', { args: ['throw'] }), {}, [uncaught[0].filter]);
+    const s = await dc.stopped('exception');
+    assert.match(`${s.body.description} ${s.body.text}`, /nobody catches 16/);
+    assert.equal(s.top.line, lineOf('Nested.java', '// @uncaught'));
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('exited');
+    await dc.outputContaining('program', 'IllegalStateException: nobody catches 16');
+});
+
+test('the program\'s output arrives as stdout, the adapter\'s own lines as console', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('Nested'));
+    await dc.event('terminated');
+    await dc.outputContaining('stdout', 'anonymous runs\nsquare 16\n');
+    assert.match(dc.output('console'), /\S/);
+    assert.ok(!dc.output('console').includes('square'));
+});
+
+test('the program\'s stderr arrives as stderr', { todo: 'krvdbg-dap reports the VM\'s stderr as stdout' },
+    async t => {
+        const dc = await session(t);
+        await dc.begin('launch', dc.launchArgs('Nested'));
+        await dc.event('terminated');
+        await dc.outputContaining('stderr', 'nested to stderr\n');
+        assert.ok(!dc.output('stdout').includes('nested to stderr'));
+    });
+
+test('a step that ends on a breakpoint\'s line, not at the breakpoint, is a step',
+    { todo: 'krvdbg-dap names the stop "breakpoint" when the line has one' }, async t => {
+        const dc = await session(t);
+        const call = lineOf('Stepper.java', '// @main-call');
+        await dc.begin('launch', dc.launchArgs('Stepper'), { 'Stepper.java': [call] });
+        let s = await dc.stopped('breakpoint');
+        await dc.ok('stepIn', { threadId: s.threadId });
+        s = await dc.stopped('step');
+        await dc.ok('stepOut', { threadId: s.threadId });
+        s = await dc.stopped('step');
+        assert.equal(s.top.line, call);
+    });
+
+test('pause stops a running program where it is; continue lets it run on', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('Sleeper'));
+    await dc.outputContaining('stdout', 'sleeper round 20');
+    const { threads } = await dc.ok('threads');
+    const main = threads.find(th => th.name === 'main');
+    assert.ok(main, JSON.stringify(threads));
+    await dc.ok('pause', { threadId: main.id });
+    const s = await dc.stopped('pause');
+    const st = await dc.ok('stackTrace', { threadId: main.id });
+    assert.ok(st.stackFrames.some(f => /main/.test(f.name) && f.source && /Sleeper\.java$/.test(f.source.path)),
+        JSON.stringify(st.stackFrames.map(f => f.name)));
+    // The JDK's frames (Thread.sleep) have no source here: no frame names a file that is not there.
+    assert.ok(st.stackFrames.length > 1);
+    for (const f of st.stackFrames.filter(f => f.source && f.source.path))
+        assert.ok(fs.existsSync(f.source.path), `${f.name}: ${f.source.path}`);
+    const before = dc.output('stdout').length;
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('output', () => dc.output('stdout').slice(before).includes('sleeper round'));
+});
+
+test('stopOnEntry stops before the program runs', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('TestHello', { stopOnEntry: true }));
+    const s = await dc.stopped('entry');
+    assert.ok(!dc.output('stdout').includes('Hello'), dc.output('stdout'));
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('exited');
+    await dc.outputContaining('stdout', 'Hello from the debuggee\nBye\n');
+});
