@@ -1,0 +1,21 @@
+# The house style, checked: every C++ source of the project against
+# .clang-format. Run as `cmake -DPROJECT_DIR=... [-DFIX=ON] -P CheckFormat.cmake`;
+# with FIX it rewrites the files instead of failing.
+find_program(CLANG_FORMAT NAMES clang-format-14 clang-format REQUIRED)
+set(roots bench fuzz include model platform protocol session support tests tools examples)
+set(files)
+foreach(root IN LISTS roots)
+  file(GLOB_RECURSE found "${PROJECT_DIR}/${root}/*.cpp" "${PROJECT_DIR}/${root}/*.h")
+  list(APPEND files ${found})
+endforeach()
+list(FILTER files EXCLUDE REGEX "/node_modules/|/build[^/]*/")
+if(FIX)
+  execute_process(COMMAND ${CLANG_FORMAT} -i ${files} RESULT_VARIABLE rc)
+else()
+  execute_process(COMMAND ${CLANG_FORMAT} --dry-run --Werror ${files} RESULT_VARIABLE rc)
+endif()
+list(LENGTH files count)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "${count} files checked: some are not formatted; run ./krv format")
+endif()
+message(STATUS "${count} files formatted as .clang-format says")
