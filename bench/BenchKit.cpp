@@ -44,8 +44,8 @@ void report(const std::string& row, const Stats& ours, const Stats& anchor)
     const double ratio = anchor.median > 0 ? ours.median / anchor.median : 0;
     std::printf("%-16s ours: n=%zu median=%.1f us min=%.1f max=%.1f | anchor: n=%zu median=%.1f us min=%.1f "
                 "max=%.1f | ratio %.3f\n",
-                row.c_str(), ours.n, ours.median, ours.min, ours.max, anchor.n, anchor.median, anchor.min,
-                anchor.max, ratio);
+                row.c_str(), ours.n, ours.median, ours.min, ours.max, anchor.n, anchor.median, anchor.min, anchor.max,
+                ratio);
     std::printf("BENCH %s ours_us=%.1f anchor_us=%.1f ratio=%.3f n=%zu\n", row.c_str(), ours.median, anchor.median,
                 ratio, ours.n);
     std::fflush(stdout);
@@ -57,11 +57,26 @@ double nowUs()
     return duration_cast<duration<double, std::micro>>(steady_clock::now().time_since_epoch()).count();
 }
 
-std::string benchClassPath() { return JDWPKRVDBG_BENCH_CP; }
-std::string benchSourceDir() { return JDWPKRVDBG_BENCH_SRC; }
-std::string testsSourceDir() { return JDWPKRVDBG_TESTS_SRC; }
-std::string stormClassPath() { return JDWPKRVDBG_STORM_CP; }
-std::string stormSource() { return JDWPKRVDBG_STORM_SRC; }
+std::string benchClassPath()
+{
+    return JDWPKRVDBG_BENCH_CP;
+}
+std::string benchSourceDir()
+{
+    return JDWPKRVDBG_BENCH_SRC;
+}
+std::string testsSourceDir()
+{
+    return JDWPKRVDBG_TESTS_SRC;
+}
+std::string stormClassPath()
+{
+    return JDWPKRVDBG_STORM_CP;
+}
+std::string stormSource()
+{
+    return JDWPKRVDBG_STORM_SRC;
+}
 
 long peakRssKb()
 {
@@ -127,8 +142,8 @@ Session::~Session()
 bool Session::launch(const std::string& classPath, const std::string& mainArgs)
 {
     const int port = freeTcpPort();
-    return handler->startVM(javaPath(), socketAgent(port, true) + " -cp " + classPath + " " + mainArgs, "", false,
-                            true, 0, "127.0.0.1", std::to_string(port), true);
+    return handler->startVM(javaPath(), socketAgent(port, true) + " -cp " + classPath + " " + mainArgs, "", false, true,
+                            0, "127.0.0.1", std::to_string(port), true);
 }
 
 bool Session::attach(int port)

@@ -110,7 +110,6 @@ private:
     std::vector<std::string> events_;
 };
 
-
 // The 8-byte id of `name` in a Fields or Methods reply (id, name, signature,
 // modifier bits each); "" if none.
 std::string idOfName(const std::string& reply, const std::string& name);

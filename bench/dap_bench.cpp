@@ -207,8 +207,11 @@ struct Ours {
 bool adapter(int line, Ours& out)
 {
     Adapter dap;
-    if (dap.request("initialize", {{"clientID", "bench"}, {"adapterID", "krvdbg"}, {"linesStartAt1", true},
-                                   {"columnsStartAt1", true}, {"pathFormat", "path"}})
+    if (dap.request("initialize", {{"clientID", "bench"},
+                                   {"adapterID", "krvdbg"},
+                                   {"linesStartAt1", true},
+                                   {"columnsStartAt1", true},
+                                   {"pathFormat", "path"}})
             .is_null())
         return false;
     const int launch = dap.send("launch", {{"mainClass", "DapTarget"},

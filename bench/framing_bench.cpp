@@ -78,7 +78,8 @@ double floorLoop(const std::vector<std::string>& reads, uint64_t& checksum)
 int main()
 {
     int status = 0;
-    for (const auto& [row, read] : {std::pair{"framing_8mib", kTotal}, std::pair{"framing_8mib_64k", size_t{64} << 10}}) {
+    for (const auto& [row, read] :
+         {std::pair{"framing_8mib", kTotal}, std::pair{"framing_8mib_64k", size_t{64} << 10}}) {
         const auto reads = makeReads(read);
         std::vector<double> oursUs, floorUs;
         uint64_t moved = 0, checksum = 0;

@@ -24,9 +24,8 @@ double launchOnce(int line)
     session.jvm->addBreakpoint("BenchHello", line);
     const double t0 = bench::nowUs();
     double took = -1;
-    if (session.launch(bench::benchClassPath(), "BenchHello") &&
-        (connectedAt.push_back(bench::nowUs() - t0), true) && session.waitStop(0, 20000) &&
-        session.log->stops.back().line == line)
+    if (session.launch(bench::benchClassPath(), "BenchHello") && (connectedAt.push_back(bench::nowUs() - t0), true) &&
+        session.waitStop(0, 20000) && session.log->stops.back().line == line)
         took = session.log->stops.back().atUs - t0;
     if (std::getenv("BENCH_TRACE"))
         std::fprintf(stderr, "%s\n", session.dump().c_str());

@@ -133,9 +133,10 @@ int main()
     // A fixed port: after a debugger detaches the agent listens again on the
     // port it was given (port 0 would pick a new one).
     const int freePort = bench::freeTcpPort();
-    bench::ChildProcess vm({bench::javaPath(), "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:" +
-                        std::to_string(freePort),
-                    "-cp", bench::benchClassPath(), "BenchLoop"});
+    bench::ChildProcess vm(
+        {bench::javaPath(),
+         "-agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:" + std::to_string(freePort), "-cp",
+         bench::benchClassPath(), "BenchLoop"});
     const int port = listeningPort(vm);
     if (port <= 0) {
         std::fprintf(stderr, "the VM did not listen\n");

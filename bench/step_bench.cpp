@@ -211,12 +211,13 @@ bool libraryIntoVsOver(LibrarySamples& out)
             out.firstInto = into;
         if (!trace.empty())
             std::fprintf(stderr, "%s", trace.c_str());
-        ok = into >= 0 && log->stops.back().line == nextLine && log->stops.back().className == "LibUser" && backToCall();
+        ok =
+            into >= 0 && log->stops.back().line == nextLine && log->stops.back().className == "LibUser" && backToCall();
         const double over = ok ? step(SD_OVER) : -1;
         ok = ok && over >= 0 && log->stops.back().line == nextLine && backToCall();
         if (!ok)
-            std::fprintf(stderr, "library step %d ended at %s:%d: %s\n", i, log->stops.back().className.c_str(), log->stops.back().line,
-                         handler->history().dump().c_str());
+            std::fprintf(stderr, "library step %d ended at %s:%d: %s\n", i, log->stops.back().className.c_str(),
+                         log->stops.back().line, handler->history().dump().c_str());
         if (ok && i >= kLibraryWarmUp) {
             out.into.push_back(into);
             out.over.push_back(over);
@@ -237,7 +238,8 @@ int main()
         {
             // A fixed port: the agent listens on it again after each detach.
             const int port = bench::freeTcpPort();
-            bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
+            bench::ChildProcess vm(
+                {bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
             // The class must be loaded for the raw client to find it.
             if (vm.waitForLine("Listening for transport", 20000).empty() ||
                 vm.waitForLine("bench target ready", 20000).empty()) {

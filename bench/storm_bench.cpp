@@ -95,7 +95,8 @@ double rawStorm(int line)
 {
     const int port = bench::freeTcpPort();
     const double t0 = bench::nowUs();
-    bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, true), "-cp", bench::stormClassPath(), "Storm"});
+    bench::ChildProcess vm(
+        {bench::javaPath(), bench::socketAgent(port, true), "-cp", bench::stormClassPath(), "Storm"});
     bench::RawClient client;
     if (!client.connect(port))
         return -1;
@@ -238,10 +239,10 @@ int runRss(int line)
     if (ourStorm(line, extra) < 0)
         return 1;
     const long ours = bench::peakRssKb();
-    const bench::AnchorRun jdi = bench::runJdi({"storm", "cp=" + bench::stormClassPath(), "main=Storm",
-                                                std::string("class=") + kLastClass, "line=" + std::to_string(line),
-                                                "n=0", "extra=" + extraArg, "rss=1"},
-                                               120000);
+    const bench::AnchorRun jdi =
+        bench::runJdi({"storm", "cp=" + bench::stormClassPath(), "main=Storm", std::string("class=") + kLastClass,
+                       "line=" + std::to_string(line), "n=0", "extra=" + extraArg, "rss=1"},
+                      120000);
     if (!bench::anchorOk(jdi, "rss") || !jdi.values.count("rss_kb"))
         return 1;
     const double anchor = jdi.values.at("rss_kb");

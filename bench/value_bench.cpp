@@ -76,7 +76,6 @@ bool library(int line, Ours& out)
            out.objectText.find("BenchPoint(3, ") == 0;
 }
 
-
 // Bytes of a reply; empty when the reply was cut short.
 std::string part(const std::string& s, size_t pos, size_t n)
 {
@@ -89,7 +88,8 @@ std::string part(const std::string& s, size_t pos, size_t n)
 bool rawClient(int line, Samples& out)
 {
     const int port = bench::freeTcpPort();
-    bench::ChildProcess vm({bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
+    bench::ChildProcess vm(
+        {bench::javaPath(), bench::socketAgent(port, false), "-cp", bench::benchClassPath(), "BenchTarget"});
     if (vm.waitForLine("bench target ready", 20000).empty())
         return false;
     bench::RawClient c;
@@ -152,8 +152,8 @@ int main()
     Samples raw, jdi;
     for (int round = 0; round < kRounds; ++round) {
         if (!library(line, ours)) {
-            std::fprintf(stderr, "unexpected values: [%s] [%s] [%s]\n", ours.localText.c_str(),
-                         ours.fieldText.c_str(), ours.objectText.c_str());
+            std::fprintf(stderr, "unexpected values: [%s] [%s] [%s]\n", ours.localText.c_str(), ours.fieldText.c_str(),
+                         ours.objectText.c_str());
             return 1;
         }
         if (!rawClient(line, raw)) {

@@ -28,7 +28,10 @@ using namespace jdwpkrvdbg::testing;
 
 namespace {
 
-uint32_t beAt(const std::string& s, size_t at) { return static_cast<uint32_t>(readBe(s, at, 4)); }
+uint32_t beAt(const std::string& s, size_t at)
+{
+    return static_cast<uint32_t>(readBe(s, at, 4));
+}
 
 constexpr const char* kHandshake = "JDWP-Handshake";
 
@@ -81,11 +84,26 @@ public:
     void EnableProcessEvent(bool enabled) override { inner_->EnableProcessEvent(enabled); }
     bool waitForData(int maxWaitMs) override { return inner_->waitForData(maxWaitMs); }
 
-    void connected() override { forward([](JDWPConEvents& e) { e.connected(); }); }
-    void disconnected() override { forward([](JDWPConEvents& e) { e.disconnected(); }); }
-    void pipestream(const std::string& text) override { forward([&](JDWPConEvents& e) { e.pipestream(text); }); }
-    void processevent() override { forward([](JDWPConEvents& e) { e.processevent(); }); }
-    void terminated() override { forward([](JDWPConEvents& e) { e.terminated(); }); }
+    void connected() override
+    {
+        forward([](JDWPConEvents& e) { e.connected(); });
+    }
+    void disconnected() override
+    {
+        forward([](JDWPConEvents& e) { e.disconnected(); });
+    }
+    void pipestream(const std::string& text) override
+    {
+        forward([&](JDWPConEvents& e) { e.pipestream(text); });
+    }
+    void processevent() override
+    {
+        forward([](JDWPConEvents& e) { e.processevent(); });
+    }
+    void terminated() override
+    {
+        forward([](JDWPConEvents& e) { e.terminated(); });
+    }
     void receive(const std::string& data) override
     {
         if (framing_ == Framing::Socket)
@@ -140,7 +158,8 @@ private:
         if (data == kHandshake || data.size() < shmem::kPacketHeaderBytes)
             return;
         const auto h = shmem::loadPacketHeader(reinterpret_cast<const uint8_t*>(data.data()));
-        addPacket(h.id, h.flags == shmem::kReplyFlag, h.first, h.second, static_cast<uint16_t>(h.first | (h.second << 8)),
+        addPacket(h.id, h.flags == shmem::kReplyFlag, h.first, h.second,
+                  static_cast<uint16_t>(h.first | (h.second << 8)),
                   data.substr(shmem::kPacketHeaderBytes, h.payloadBytes));
     }
 
@@ -183,11 +202,10 @@ Recording runSession(const std::string& name, Framing framing, const std::string
     } else {
         handler->bRemoteConnection = false;
         const std::string shared = "krvrec-" + std::to_string(::getpid());
-        started = handler->startVM(
-            javaPath(),
-            "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=y -cp " + testsClassPath() + " " +
-                mainClass,
-            shared, false, true);
+        started = handler->startVM(javaPath(),
+                                   "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=y -cp " +
+                                       testsClassPath() + " " + mainClass,
+                                   shared, false, true);
     }
     if (!started) {
         std::fprintf(stderr, "%s: the VM did not start\n", name.c_str());
@@ -239,9 +257,9 @@ void stepperStops(JXMachine& jvm, JDWPHandler& handler, int stop)
 
 void valuesStops(JXMachine& jvm, JDWPHandler&, int)
 {
-    for (const char* name : {"i", "l", "d", "f", "c", "z", "by", "sh", "str", "p", "arr", "nothing", "hashes",
-                             "longText", "v", "va", "col", "counter", "label", "p.x", "p.name", "p.title", "x",
-                             "y", "r", "this"})
+    for (const char* name :
+         {"i",        "l", "d",  "f",   "c",       "z",     "by",  "sh",     "str",     "p", "arr", "nothing", "hashes",
+          "longText", "v", "va", "col", "counter", "label", "p.x", "p.name", "p.title", "x", "y",   "r",       "this"})
         jvm.getValue(name);
     jvm.getStackTrace();
     jvm.getStackCount();
@@ -400,8 +418,8 @@ void writeSeeds(CorpusWriter& out, const Recording& rec)
         const int index = replyIndex(p.set, p.cmd);
         const std::string pair = std::to_string(p.set) + "_" + std::to_string(p.cmd);
         if (index >= 0 && perKind["reply" + pair]++ < 4) {
-            const std::string body = recordOf(p.request) + u16be(p.error) + recordOf(p.payload) +
-                                     knowledge(packets, p.request + p.payload);
+            const std::string body =
+                recordOf(p.request) + u16be(p.error) + recordOf(p.payload) + knowledge(packets, p.request + p.payload);
             // Asynchronously, and (every other seed) through a waiting call.
             const char option = perKind["reply" + pair] % 2 == 0 ? '\x10' : '\0';
             out.write("replies", tag + "-" + pair, std::string(1, static_cast<char>(index)) + option + body);
@@ -455,8 +473,8 @@ int main(int argc, char** argv)
     recordings.push_back(runSession("values-socket", Framing::Socket, "Values", {"Values", "Point"},
                                     {{"Values", "@values-stop"}, {"Values", "@level3"}, {"Point", "@getter"}},
                                     valuesStops));
-    recordings.push_back(runSession("stepper-shmem", Framing::SharedMemory, "Stepper",
-                                    {"Stepper", "Late", "Thrower"}, stepperBreakpoints, stepperStops));
+    recordings.push_back(runSession("stepper-shmem", Framing::SharedMemory, "Stepper", {"Stepper", "Late", "Thrower"},
+                                    stepperBreakpoints, stepperStops));
 
     CorpusWriter out(argv[1]);
     for (const auto& rec : recordings) {

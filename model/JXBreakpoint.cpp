@@ -145,9 +145,9 @@ bool JXBreakpoint::registerStepEntry(const std::vector<std::string>& extraExclud
     auto factory = handler->myFactory();
     std::vector<JDWPModifier> modifiers{numberModifier(MK_ThreadOnly, TargetThreadID)};
     appendExcludes(modifiers, extraExcludes);
-    auto msg = factory->createGetEventRequestMessage(EK_METHOD_ENTRY, JDWPSuspendPolicy::SS_All, modifiers,
-                                                     static_cast<int32_t>(modifiers.size()),
-                                                     factory->getExcludeModifier());
+    auto msg =
+        factory->createGetEventRequestMessage(EK_METHOD_ENTRY, JDWPSuspendPolicy::SS_All, modifiers,
+                                              static_cast<int32_t>(modifiers.size()), factory->getExcludeModifier());
     myStepKind_ = EK_METHOD_ENTRY;
     if (!handler->sendAsync(msg))
         return false;

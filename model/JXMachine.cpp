@@ -389,7 +389,7 @@ bool JXMachine::registerExceptionExpilcit(const std::shared_ptr<JXClass>& refCla
     match.RefString = dotted;
     const std::vector<JDWPModifier> modifiers{match};
     handler->sendAsync(handler->myFactory()->createGetEventRequestMessageII(EK_EXCEPTION, JDWPSuspendPolicy::SS_All,
-                                                                           modifiers, getUBoundMod(modifiers) + 1));
+                                                                            modifiers, getUBoundMod(modifiers) + 1));
     return false;
 }
 
@@ -408,9 +408,10 @@ bool JXMachine::registerDebugClass(const std::shared_ptr<JXClass>& refClass)
     location.RefLocation.Index = 0;
     const std::vector<JDWPModifier> modifiers{location};
     auto handler = getCurrentHandler();
-    auto reply = handler->sendSync(handler->myFactory()->createGetEventRequestMessageII(
-                                       EK_BREAKPOINT, JDWPSuspendPolicy::SS_All, modifiers, getUBoundMod(modifiers) + 1),
-                                   kReplyWaitMs);
+    auto reply =
+        handler->sendSync(handler->myFactory()->createGetEventRequestMessageII(EK_BREAKPOINT, JDWPSuspendPolicy::SS_All,
+                                                                               modifiers, getUBoundMod(modifiers) + 1),
+                          kReplyWaitMs);
     return reply && reply->myErrorCode == 0;
 }
 

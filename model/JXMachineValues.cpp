@@ -22,7 +22,6 @@ namespace jdwpkrvdbg {
 
 namespace {
 
-
 bool succeeded(const std::shared_ptr<JDWPMessage>& reply)
 {
     return reply && reply->myErrorCode == 0;
@@ -196,7 +195,8 @@ bool JXMachine::PopFrame()
     return popped;
 }
 
-JDWPJVarValue JXMachine::getValueFromLocalTable(const std::string& TargetVar, const std::shared_ptr<JXMethod>& tmpMethod,
+JDWPJVarValue JXMachine::getValueFromLocalTable(const std::string& TargetVar,
+                                                const std::shared_ptr<JXMethod>& tmpMethod,
                                                 const std::shared_ptr<JXClass>&)
 {
     bool decisive = false;
@@ -259,8 +259,8 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
     // No method of the program runs in save mode, whoever asks; the value
     // says why it is missing.
     if (mySaveMode)
-        return wordsValue("(not evaluated: it needs a call of " + name + ", and save mode runs no method of the program)",
-                          false);
+        return wordsValue(
+            "(not evaluated: it needs a call of " + name + ", and save mode runs no method of the program)", false);
     if (!bForce && isInvokeInProcess())
         return notFound;
     if (myInvokeTimedOut_ && myInvokeTimedOutThread_ == myCurrentThreadID)

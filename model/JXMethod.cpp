@@ -8,13 +8,13 @@
 #include <cmath>
 #include <cstdint>
 
+#include "ModelText.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMachine.h"
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
 #include "jdwpkrvdbg/protocol/JDWPMessageFactory.h"
 #include "jdwpkrvdbg/session/JDWPHandler.h"
 #include "jdwpkrvdbg/session/modMain.h"
-#include "ModelText.h"
 
 namespace jdwpkrvdbg {
 

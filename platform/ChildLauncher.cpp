@@ -214,8 +214,7 @@ pid_t launchChild(const ChildLaunch& launch, int& error)
     ::close(report[0]);
     if (n == static_cast<ssize_t>(sizeof childError)) {
         int status = 0;
-        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
         error = childError != 0 ? childError : ENOEXEC;
         return 0;
     }

@@ -15,13 +15,13 @@
 namespace jdwpkrvdbg::platform_detail {
 
 struct ChildLaunch {
-    std::string path;                // resolved through PATH when it has no '/'
-    std::vector<std::string> argv;   // argv[0] included
-    std::vector<std::string> env;    // NAME=value
-    bool stdinNull = false;          // stdin from /dev/null
-    int outputFd = -1;               // stdout and stderr to this descriptor; -1: keep
-    bool outputNull = false;         // stdout and stderr to /dev/null (when outputFd is -1)
-    bool ownProcessGroup = false;    // a group of its own: the terminal's signals stay with the host
+    std::string path;              // resolved through PATH when it has no '/'
+    std::vector<std::string> argv; // argv[0] included
+    std::vector<std::string> env;  // NAME=value
+    bool stdinNull = false;        // stdin from /dev/null
+    int outputFd = -1;             // stdout and stderr to this descriptor; -1: keep
+    bool outputNull = false;       // stdout and stderr to /dev/null (when outputFd is -1)
+    bool ownProcessGroup = false;  // a group of its own: the terminal's signals stay with the host
 };
 
 // Starts the child; returns its pid, or 0 with `error` (an errno value) set

@@ -3,8 +3,8 @@
 #include "ChildProcess.h"
 
 #include "ChildLauncher.h"
-#include "TransportParts.h"
 #include "ShmemRing.h"
+#include "TransportParts.h"
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
 #include <fcntl.h>

@@ -105,8 +105,7 @@ std::string LinuxTransport::libraryPath() const
 // ---------------------------------------------------------------------------
 // Process
 
-bool LinuxTransport::StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
-                                  bool bUsePipe)
+bool LinuxTransport::StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole, bool bUsePipe)
 {
     platform_detail::ChildLaunch launch;
     if (!platform_detail::describeLaunch(Path, CommandLine, libraryPath(), launch, statusText_))

@@ -186,7 +186,10 @@ bool ShmemChannel::attach(const std::string& name, std::string& error)
     }
 }
 
-int ShmemChannel::notifyFd() const { return eventFd_; }
+int ShmemChannel::notifyFd() const
+{
+    return eventFd_;
+}
 
 bool ShmemChannel::readRecords(std::vector<std::string>& out)
 {
@@ -252,6 +255,9 @@ void ShmemChannel::close()
     drainFd(eventFd_);
 }
 
-bool ShmemChannel::isOpen() const { return s_ && !s_->gone() && !s_->corrupt; }
+bool ShmemChannel::isOpen() const
+{
+    return s_ && !s_->gone() && !s_->corrupt;
+}
 
 } // namespace jdwpkrvdbg

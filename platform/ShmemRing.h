@@ -270,8 +270,8 @@ inline bool validName(const std::string& name, std::string& why)
         return false;
     }
     for (unsigned char c : name) {
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                  c == '_' || c == '-';
+        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == '_' ||
+                  c == '-';
         if (!ok) {
             why = "the shared-memory name \"" + name + "\" contains the character ";
             if (c >= 0x20 && c < 0x7F)
@@ -286,7 +286,10 @@ inline bool validName(const std::string& name, std::string& why)
     return true;
 }
 
-inline std::string objectName(const std::string& name) { return kObjectPrefix + name; }
+inline std::string objectName(const std::string& name)
+{
+    return kObjectPrefix + name;
+}
 
 // ---------------------------------------------------------------------------
 // Ring ends. Positions are masked with kRingBytes - 1, so no value a broken
@@ -465,8 +468,8 @@ enum class WaitResult { Ready, TimedOut, Stopped };
 // kLivenessSliceMs, asking stop() after every wake-up so a dead or closing
 // peer never leaves us asleep. deadlineUs 0 waits without limit.
 template <class Ready, class Stop>
-WaitResult waitFor(std::atomic<uint32_t>& word, std::atomic<uint32_t>& waiters, Ready ready, Stop stop,
-                   int64_t spinUs, int64_t deadlineUs)
+WaitResult waitFor(std::atomic<uint32_t>& word, std::atomic<uint32_t>& waiters, Ready ready, Stop stop, int64_t spinUs,
+                   int64_t deadlineUs)
 {
     if (ready())
         return WaitResult::Ready;
@@ -585,10 +588,7 @@ public:
     {
         return base_ + kHeaderBytes + (toward == Side::Debugger ? 0 : size_t(kRingBytes));
     }
-    RingControl& ring(Side toward) const
-    {
-        return toward == Side::Debugger ? header().toDebugger : header().toVm;
-    }
+    RingControl& ring(Side toward) const { return toward == Side::Debugger ? header().toDebugger : header().toVm; }
 
     // Removes the name only while it still names this very object: once the
     // debugger has unlinked it, a new VM may have taken the same name.
@@ -784,8 +784,11 @@ inline bool openChannel(const std::string& name, Mapping& out, std::string& erro
 class Endpoint {
 public:
     Endpoint(Mapping&& mapping, Side self)
-        : map_(std::move(mapping)), self_(self), peer_(self == Side::Vm ? Side::Debugger : Side::Vm),
-          writer_(&map_.ring(peer_), map_.ringData(peer_)), reader_(&map_.ring(self_), map_.ringData(self_))
+        : map_(std::move(mapping)),
+          self_(self),
+          peer_(self == Side::Vm ? Side::Debugger : Side::Vm),
+          writer_(&map_.ring(peer_), map_.ringData(peer_)),
+          reader_(&map_.ring(self_), map_.ringData(self_))
     {
     }
     Endpoint(const Endpoint&) = delete;

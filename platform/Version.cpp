@@ -2,5 +2,8 @@
 #include "jdwpkrvdbg/version.h"
 
 namespace jdwpkrvdbg {
-const char* libraryVersion() { return JDWPKRVDBG_VERSION; }
+const char* libraryVersion()
+{
+    return JDWPKRVDBG_VERSION;
+}
 } // namespace jdwpkrvdbg

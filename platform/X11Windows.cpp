@@ -70,14 +70,16 @@ struct X11Api {
 };
 
 template <typename Fn>
-bool resolve(void* library, const char* name, Fn& slot) {
+bool resolve(void* library, const char* name, Fn& slot)
+{
     slot = reinterpret_cast<Fn>(dlsym(library, name));
     return slot != nullptr;
 }
 
 // The loaded library, or nullptr when libX11 (or one of its functions) is
 // missing. Loaded once and never unloaded: Xlib keeps process-wide state.
-const X11Api* x11Api() {
+const X11Api* x11Api()
+{
     static const X11Api* api = []() -> const X11Api* {
         void* library = dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
         if (library == nullptr) {
@@ -92,8 +94,7 @@ const X11Api* x11Api() {
                   resolve(library, "XConnectionNumber", loaded.connectionNumber) &&
                   resolve(library, "XInternAtom", loaded.internAtom) &&
                   resolve(library, "XGetWindowProperty", loaded.getWindowProperty) &&
-                  resolve(library, "XFree", loaded.free) &&
-                  resolve(library, "XQueryTree", loaded.queryTree) &&
+                  resolve(library, "XFree", loaded.free) && resolve(library, "XQueryTree", loaded.queryTree) &&
                   resolve(library, "XGetTransientForHint", loaded.getTransientForHint) &&
                   resolve(library, "XGetWindowAttributes", loaded.getWindowAttributes) &&
                   resolve(library, "XMapRaised", loaded.mapRaised) &&
@@ -101,10 +102,8 @@ const X11Api* x11Api() {
                   resolve(library, "XSetInputFocus", loaded.setInputFocus) &&
                   resolve(library, "XGetInputFocus", loaded.getInputFocus) &&
                   resolve(library, "XSendEvent", loaded.sendEvent) &&
-                  resolve(library, "XSelectInput", loaded.selectInput) &&
-                  resolve(library, "XSync", loaded.sync) &&
-                  resolve(library, "XPending", loaded.pending) &&
-                  resolve(library, "XNextEvent", loaded.nextEvent) &&
+                  resolve(library, "XSelectInput", loaded.selectInput) && resolve(library, "XSync", loaded.sync) &&
+                  resolve(library, "XPending", loaded.pending) && resolve(library, "XNextEvent", loaded.nextEvent) &&
                   resolve(library, "XIconifyWindow", loaded.iconifyWindow);
         return ok ? &loaded : nullptr;
     }();
@@ -115,7 +114,8 @@ const X11Api* x11Api() {
 // host's single thread, so a plain counter is enough.
 int gErrorCount = 0;
 
-int countError(Display*, XErrorEvent*) {
+int countError(Display*, XErrorEvent*)
+{
     ++gErrorCount;
     return 0;
 }
@@ -125,7 +125,8 @@ int countError(Display*, XErrorEvent*) {
 // whose errors must still land with us).
 class X11Connection {
 public:
-    X11Connection() {
+    X11Connection()
+    {
         const char* name = std::getenv("DISPLAY");
         api_ = x11Api();
         if (name == nullptr || *name == '\0' || api_ == nullptr) {
@@ -140,7 +141,8 @@ public:
         }
         root_ = api_->defaultRootWindow(display_);
     }
-    ~X11Connection() {
+    ~X11Connection()
+    {
         if (display_ != nullptr) {
             api_->closeDisplay(display_);
             restoreHandler();
@@ -155,7 +157,8 @@ public:
     Window root() const { return root_; }
 
     // Host code run in the middle of a call gets the handler it installed.
-    void runOutside(const std::function<void()>& callback) {
+    void runOutside(const std::function<void()>& callback)
+    {
         if (!callback) {
             return;
         }
@@ -169,7 +172,8 @@ public:
 
     // Calls `request` and answers whether the server reported no error for it.
     template <typename Request>
-    bool checked(Request&& request) {
+    bool checked(Request&& request)
+    {
         int before = gErrorCount;
         request();
         api_->sync(display_, False);
@@ -177,7 +181,8 @@ public:
     }
 
     // The 32-bit items of a property of type `type` (empty if absent).
-    std::vector<unsigned long> cardinals(Window window, Atom property, Atom type) {
+    std::vector<unsigned long> cardinals(Window window, Atom property, Atom type)
+    {
         std::vector<unsigned long> items;
         Atom actualType = None;
         int actualFormat = 0;
@@ -187,8 +192,7 @@ public:
         int before = gErrorCount;
         int status = api_->getWindowProperty(display_, window, property, 0, 1024, False, type, &actualType,
                                              &actualFormat, &count, &remaining, &data);
-        if (status == Success && gErrorCount == before && data != nullptr && actualType == type &&
-            actualFormat == 32) {
+        if (status == Success && gErrorCount == before && data != nullptr && actualType == type && actualFormat == 32) {
             // Format-32 items come back as an array of C long, whatever its size.
             const long* values = reinterpret_cast<const long*>(data);
             for (unsigned long i = 0; i < count; ++i) {
@@ -201,14 +205,15 @@ public:
         return items;
     }
 
-    bool hasProperty(Window window, Atom property) {
+    bool hasProperty(Window window, Atom property)
+    {
         Atom actualType = None;
         int actualFormat = 0;
         unsigned long count = 0;
         unsigned long remaining = 0;
         unsigned char* data = nullptr;
-        int status = api_->getWindowProperty(display_, window, property, 0, 0, False, AnyPropertyType,
-                                             &actualType, &actualFormat, &count, &remaining, &data);
+        int status = api_->getWindowProperty(display_, window, property, 0, 0, False, AnyPropertyType, &actualType,
+                                             &actualFormat, &count, &remaining, &data);
         if (data != nullptr) {
             api_->free(data);
         }
@@ -216,7 +221,8 @@ public:
     }
 
     // Children bottom to top, as the server stacks them; `parent` is set too.
-    std::vector<Window> children(Window window, Window* parent = nullptr) {
+    std::vector<Window> children(Window window, Window* parent = nullptr)
+    {
         std::vector<Window> result;
         Window rootReturn = None;
         Window parentReturn = None;
@@ -238,12 +244,14 @@ public:
         return result;
     }
 
-    bool attributes(Window window, XWindowAttributes& out) {
+    bool attributes(Window window, XWindowAttributes& out)
+    {
         int before = gErrorCount;
         return api_->getWindowAttributes(display_, window, &out) != 0 && gErrorCount == before;
     }
 
-    long wmState(Window window) {
+    long wmState(Window window)
+    {
         Atom wmStateAtom = atom("WM_STATE");
         std::vector<unsigned long> state = cardinals(window, wmStateAtom, wmStateAtom);
         return state.empty() ? -1 : static_cast<long>(state[0]);
@@ -251,7 +259,8 @@ public:
 
     // True when an EWMH window manager runs: its check window names itself,
     // so a property left behind by a manager that ended does not count.
-    bool ewmhRunning() {
+    bool ewmhRunning()
+    {
         Atom check = atom("_NET_SUPPORTING_WM_CHECK");
         std::vector<unsigned long> fromRoot = cardinals(root_, check, XA_WINDOW);
         if (fromRoot.empty() || fromRoot[0] == None) {
@@ -262,7 +271,8 @@ public:
     }
 
     // True when that manager announces `feature` in _NET_SUPPORTED.
-    bool ewmhSupports(Atom feature) {
+    bool ewmhSupports(Atom feature)
+    {
         if (!ewmhRunning()) {
             return false;
         }
@@ -274,7 +284,8 @@ public:
         return false;
     }
 
-    void requestActivation(Window window) {
+    void requestActivation(Window window)
+    {
         XEvent event{};
         event.xclient.type = ClientMessage;
         event.xclient.display = display_;
@@ -287,7 +298,8 @@ public:
         api_->sendEvent(display_, root_, False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
     }
 
-    X11WindowState state(Window window) {
+    X11WindowState state(Window window)
+    {
         X11WindowState result;
         XWindowAttributes attrs{};
         if (!attributes(window, attrs)) {
@@ -323,7 +335,8 @@ public:
     // has selected the events that announce the change it waits for. The
     // steady clock, not the component's replaceable tick source, bounds this
     // wait so it ends even while a test holds the ticks still.
-    bool waitFor(const std::function<bool()>& done, int timeoutMs) {
+    bool waitFor(const std::function<bool()>& done, int timeoutMs)
+    {
         using Clock = std::chrono::steady_clock;
         const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
         while (true) {
@@ -359,7 +372,8 @@ private:
 // one carrying WM_STATE (set by the window manager on the windows it manages)
 // or _NET_WM_PID (set by the client, also when no manager runs). Frames are
 // searched top-down.
-Window clientWindowOf(X11Connection& conn, Window window, int depth, Atom wmState, Atom netWmPid) {
+Window clientWindowOf(X11Connection& conn, Window window, int depth, Atom wmState, Atom netWmPid)
+{
     if (conn.hasProperty(window, wmState) || conn.hasProperty(window, netWmPid)) {
         return window;
     }
@@ -376,7 +390,8 @@ Window clientWindowOf(X11Connection& conn, Window window, int depth, Atom wmStat
     return None;
 }
 
-bool isTopLevelOf(X11Connection& conn, Window client, int32_t pid, Atom netWmPid) {
+bool isTopLevelOf(X11Connection& conn, Window client, int32_t pid, Atom netWmPid)
+{
     std::vector<unsigned long> owner = conn.cardinals(client, netWmPid, XA_CARDINAL);
     if (owner.empty() || owner[0] != static_cast<unsigned long>(pid)) {
         return false;
@@ -397,7 +412,8 @@ bool isTopLevelOf(X11Connection& conn, Window client, int32_t pid, Atom netWmPid
 
 } // namespace
 
-int32_t findTopLevelWindowOfProcess(int32_t pid) {
+int32_t findTopLevelWindowOfProcess(int32_t pid)
+{
     if (pid <= 0) {
         return 0;
     }
@@ -427,7 +443,8 @@ namespace {
 // Runs `act` on a connection to the display with the window, when there is
 // a display and the window exists; false otherwise.
 template <typename Act>
-bool withExistingWindow(int32_t window, Act act) {
+bool withExistingWindow(int32_t window, Act act)
+{
     if (window <= 0) {
         return false;
     }
@@ -444,7 +461,8 @@ bool withExistingWindow(int32_t window, Act act) {
 
 } // namespace
 
-bool activateWindow(int32_t window, const std::function<void()>& pump) {
+bool activateWindow(int32_t window, const std::function<void()>& pump)
+{
     return withExistingWindow(window, [&](X11Connection& conn, Window target, const X11Api& x, Display* display) {
         // Select before acting so no change the wait looks for is missed.
         x.selectInput(display, conn.root(), PropertyChangeMask);
@@ -487,7 +505,8 @@ bool activateWindow(int32_t window, const std::function<void()>& pump) {
     });
 }
 
-bool iconifyWindow(int32_t window) {
+bool iconifyWindow(int32_t window)
+{
     return withExistingWindow(window, [&](X11Connection& conn, Window target, const X11Api& x, Display* display) {
         x.selectInput(display, target, PropertyChangeMask | StructureNotifyMask);
         if (!conn.checked([&] { x.iconifyWindow(display, target, x.defaultScreen(display)); })) {
@@ -497,12 +516,14 @@ bool iconifyWindow(int32_t window) {
     });
 }
 
-bool ewmhWindowManagerRunning() {
+bool ewmhWindowManagerRunning()
+{
     X11Connection conn;
     return conn.ok() && conn.ewmhRunning();
 }
 
-X11WindowState queryWindowState(int32_t window) {
+X11WindowState queryWindowState(int32_t window)
+{
     if (window <= 0) {
         return {};
     }

@@ -40,8 +40,14 @@ int lowByte(double q)
     return static_cast<int>(r);
 }
 
-int objectIdWidth() { return getCurrentHandler()->myJVM()->SIZE_ObjectID; }
-int methodIdWidth() { return getCurrentHandler()->myJVM()->SIZE_MethodID; }
+int objectIdWidth()
+{
+    return getCurrentHandler()->myJVM()->SIZE_ObjectID;
+}
+int methodIdWidth()
+{
+    return getCurrentHandler()->myJVM()->SIZE_MethodID;
+}
 
 } // namespace
 
@@ -101,8 +107,7 @@ double BytesToNumber(const std::string& buffer, int64_t position, int width, boo
     double result = 0;
     for (int i = 1; i <= width; ++i) {
         int shift = width - i;
-        __int128 at = littleEndian ? static_cast<__int128>(position) + shift
-                                   : static_cast<__int128>(position) + i - 1;
+        __int128 at = littleEndian ? static_cast<__int128>(position) + shift : static_cast<__int128>(position) + i - 1;
         int byte = byteAt(buffer, at);
         if (byte <= 0)
             continue; // missing, or adds nothing

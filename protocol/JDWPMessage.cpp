@@ -52,8 +52,8 @@ std::string JDWPMessage::toString(bool socketFraming) const
     }
     const double payloadLength = static_cast<double>(myData.size());
     if (socketFraming) {
-        return NumberToBytes(kHeaderLength + payloadLength, 4) + NumberToBytes(myID, 4) +
-               NumberToBytes(myFlags, 1) + commandFields + myData;
+        return NumberToBytes(kHeaderLength + payloadLength, 4) + NumberToBytes(myID, 4) + NumberToBytes(myFlags, 1) +
+               commandFields + myData;
     }
     // Shared memory: id and payload length little-endian, the length after
     // the command fields and counting the payload only.
@@ -160,16 +160,26 @@ bool JDWPMessage::processMyData()
 std::string describeEventKind(int32_t eventKind)
 {
     switch (eventKind) {
-    case EK_BREAKPOINT: return "Process Event - Breakpoint";
-    case EK_SINGLE_STEP: return "Process Event - Single Step";
-    case EK_THREAD_START: return "Process Event - Thread Start";
-    case EK_THREAD_DEATH: return "Process Event - Thread Death";
-    case EK_CLASS_PREPARE: return "Process Event - Class Prepare";
-    case EK_METHOD_ENTRY: return "Process Event - Method Entry";
-    case EK_VM_START: return "Process Event - VM Start";
-    case EK_VM_DEATH: return "Process Event - VM Death";
-    case EK_VM_DISCONNECTED: return "Process Event - VM Disconnect";
-    default: return std::string();
+    case EK_BREAKPOINT:
+        return "Process Event - Breakpoint";
+    case EK_SINGLE_STEP:
+        return "Process Event - Single Step";
+    case EK_THREAD_START:
+        return "Process Event - Thread Start";
+    case EK_THREAD_DEATH:
+        return "Process Event - Thread Death";
+    case EK_CLASS_PREPARE:
+        return "Process Event - Class Prepare";
+    case EK_METHOD_ENTRY:
+        return "Process Event - Method Entry";
+    case EK_VM_START:
+        return "Process Event - VM Start";
+    case EK_VM_DEATH:
+        return "Process Event - VM Death";
+    case EK_VM_DISCONNECTED:
+        return "Process Event - VM Disconnect";
+    default:
+        return std::string();
     }
 }
 

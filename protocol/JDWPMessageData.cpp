@@ -55,10 +55,22 @@ int clampWidth(int16_t width)
 {
     return std::clamp<int>(width, 0, 8);
 }
-int objectWidth() { return clampWidth(session()->SIZE_ObjectID); }
-int methodWidth() { return clampWidth(session()->SIZE_MethodID); }
-int refTypeWidth() { return clampWidth(session()->SIZE_RefTypeID); }
-int frameWidth() { return clampWidth(session()->SIZE_FrameID); }
+int objectWidth()
+{
+    return clampWidth(session()->SIZE_ObjectID);
+}
+int methodWidth()
+{
+    return clampWidth(session()->SIZE_MethodID);
+}
+int refTypeWidth()
+{
+    return clampWidth(session()->SIZE_RefTypeID);
+}
+int frameWidth()
+{
+    return clampWidth(session()->SIZE_FrameID);
+}
 
 int64_t payloadSize(const std::string& s)
 {
@@ -143,8 +155,8 @@ std::string realText(Real v)
         return "0";
     char buf[400];
     const Real magnitude = std::fabs(v);
-    const auto format = (magnitude >= Real(1e-7) && magnitude < Real(1e21)) ? std::chars_format::fixed
-                                                                             : std::chars_format::scientific;
+    const auto format =
+        (magnitude >= Real(1e-7) && magnitude < Real(1e21)) ? std::chars_format::fixed : std::chars_format::scientific;
     const auto result = std::to_chars(buf, buf + sizeof buf, v, format);
     if (result.ec != std::errc())
         return std::string();
@@ -166,8 +178,7 @@ std::shared_ptr<JXClass> requestClass(const JDWPMessageData::MsgRef& refOwner)
     return session()->getClassByID(classID);
 }
 
-std::shared_ptr<JXMethod> requestMethod(const JDWPMessageData::MsgRef& refOwner,
-                                        const std::shared_ptr<JXClass>& cls)
+std::shared_ptr<JXMethod> requestMethod(const JDWPMessageData::MsgRef& refOwner, const std::shared_ptr<JXClass>& cls)
 {
     if (!cls)
         return nullptr;
@@ -528,9 +539,15 @@ bool JDWPMessageData::readUnrenderedValue(const std::string& s, int64_t& pos, in
         value.RefID = number != 0 ? 1 : 0;
         value.VarValue = number != 0 ? "true" : "false";
         return true;
-    case VAR_BYTE: integral(1); return true;
-    case VAR_SHORT: integral(2); return true;
-    case VAR_INT: integral(4); return true;
+    case VAR_BYTE:
+        integral(1);
+        return true;
+    case VAR_SHORT:
+        integral(2);
+        return true;
+    case VAR_INT:
+        integral(4);
+        return true;
     case VAR_CHAR:
         pos += ReadNumber(s, pos, number, 2);
         value.RefID = number;
@@ -893,9 +910,8 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
     return false;
 }
 
-int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& pos,
-                                                 JDWPSuspendPolicy suspendPolicy, bool& bAutoResume,
-                                                 EVENT_KIND eventKind)
+int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& pos, JDWPSuspendPolicy suspendPolicy,
+                                                 bool& bAutoResume, EVENT_KIND eventKind)
 {
     auto jvm = session();
     pos += ReadNumber(s, pos, myEventRequestID_, kIntLength);
@@ -952,8 +968,8 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
     switch (eventKind) {
     case EK_BREAKPOINT:
         if (takeStop())
-            jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID,
-                              line, location.Index);
+            jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
+                              location.Index);
         break;
     case EK_SINGLE_STEP:
         // Returned from code of no target into the middle of the line the
@@ -964,8 +980,8 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
             return pos;
         }
         if (takeStop())
-            jvm->GoSingleStep(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID,
-                              line, location.Index);
+            jvm->GoSingleStep(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
+                              location.Index);
         break;
     case EK_EXCEPTION: {
         double tag = 0;

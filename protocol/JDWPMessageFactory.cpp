@@ -35,12 +35,30 @@ Msg newCommand(int32_t commandSet, int32_t command)
 // Identifier encodings. Class, interface and thread-group ids are written
 // with the object-id width, never the reference-type width. Intended; the VM
 // reports equal widths.
-std::string O(double id) { return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_ObjectID); }
-std::string M(double id) { return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_MethodID); }
-std::string F(double id) { return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_FieldID); }
-std::string Fr(double id) { return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_FrameID); }
-std::string Int(double v) { return NumberToBytes(v, 4); }
-std::string Byte(double v) { return NumberToBytes(v, 1); }
+std::string O(double id)
+{
+    return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_ObjectID);
+}
+std::string M(double id)
+{
+    return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_MethodID);
+}
+std::string F(double id)
+{
+    return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_FieldID);
+}
+std::string Fr(double id)
+{
+    return NumberToBytes(id, getCurrentHandler()->myJVM()->SIZE_FrameID);
+}
+std::string Int(double v)
+{
+    return NumberToBytes(v, 4);
+}
+std::string Byte(double v)
+{
+    return NumberToBytes(v, 1);
+}
 
 Msg withPayload(Msg message, const std::string& payload)
 {
@@ -95,9 +113,18 @@ Msg JDWPMessageFactory::createGetSignatureMessage(double refClassID)
     return withPayload(newCommand(CMDSET_ReferenceType, RT_SIGNATURE), O(refClassID));
 }
 
-Msg JDWPMessageFactory::createGetVersionMessage() { return newCommand(CMDSET_VirtualMachine, VM_VERSION); }
-Msg JDWPMessageFactory::createDisposeMessage() { return newCommand(CMDSET_VirtualMachine, VM_DISPOSE); }
-Msg JDWPMessageFactory::createGetIDSizesMessage() { return newCommand(CMDSET_VirtualMachine, VM_ID_SIZES); }
+Msg JDWPMessageFactory::createGetVersionMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_VERSION);
+}
+Msg JDWPMessageFactory::createDisposeMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_DISPOSE);
+}
+Msg JDWPMessageFactory::createGetIDSizesMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_ID_SIZES);
+}
 
 Msg JDWPMessageFactory::createGetClassesWithGenericsMessage()
 {
@@ -164,15 +191,14 @@ JDWPDefaultFilter JDWPMessageFactory::getModifier(const std::vector<JDWPModifier
 }
 
 Msg JDWPMessageFactory::createGetEventRequestMessageII(EVENT_KIND MsgKind, JDWPSuspendPolicy Suspend,
-                                                       const std::vector<JDWPModifier>& Modifier,
-                                                       int32_t ModifierCount)
+                                                       const std::vector<JDWPModifier>& Modifier, int32_t ModifierCount)
 {
     return createGetEventRequestMessage(MsgKind, Suspend, Modifier, ModifierCount, JDWPDefaultFilter());
 }
 
 Msg JDWPMessageFactory::createGetEventRequestMessage(EVENT_KIND MsgKind, JDWPSuspendPolicy Suspend,
-                                                     const std::vector<JDWPModifier>& Modifier,
-                                                     int32_t ModifierCount, const JDWPDefaultFilter& DefaultModifier)
+                                                     const std::vector<JDWPModifier>& Modifier, int32_t ModifierCount,
+                                                     const JDWPDefaultFilter& DefaultModifier)
 {
     auto m = newCommand(CMDSET_EventRequest, ER_SET);
     std::string payload = Byte(static_cast<double>(MsgKind)) + Byte(static_cast<double>(static_cast<int32_t>(Suspend)));
@@ -209,8 +235,14 @@ Msg JDWPMessageFactory::createGetStaticFieldValueMessage(double ClassID, double 
     return withPayload(newCommand(CMDSET_ReferenceType, RT_GETVALUES), O(ClassID) + Int(1) + F(FieldID));
 }
 
-Msg JDWPMessageFactory::createResumeMessage() { return newCommand(CMDSET_VirtualMachine, VM_RESUME); }
-Msg JDWPMessageFactory::createSuspendMessage() { return newCommand(CMDSET_VirtualMachine, VM_SUSPEND); }
+Msg JDWPMessageFactory::createResumeMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_RESUME);
+}
+Msg JDWPMessageFactory::createSuspendMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_SUSPEND);
+}
 
 Msg JDWPMessageFactory::createExitMessage()
 {
@@ -219,7 +251,10 @@ Msg JDWPMessageFactory::createExitMessage()
     return newCommand(CMDSET_VirtualMachine, VM_EXIT);
 }
 
-Msg JDWPMessageFactory::createGetClassesMessage() { return newCommand(CMDSET_VirtualMachine, VM_ALL_CLASSES); }
+Msg JDWPMessageFactory::createGetClassesMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_ALL_CLASSES);
+}
 
 Msg JDWPMessageFactory::createGetThreadState(double threadID)
 {
@@ -241,7 +276,10 @@ Msg JDWPMessageFactory::createGetParentThreadGroup(double threadGroupID)
     return withPayload(newCommand(CMDSET_ThreadGroupReference, TG_Parent), O(threadGroupID));
 }
 
-Msg JDWPMessageFactory::createGetThreadsMessage() { return newCommand(CMDSET_VirtualMachine, VM_ALL_THREADS); }
+Msg JDWPMessageFactory::createGetThreadsMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_ALL_THREADS);
+}
 
 Msg JDWPMessageFactory::createGetFieldsMessage(double refClassID)
 {
@@ -253,8 +291,14 @@ Msg JDWPMessageFactory::createGetMethodsMessage(double refClassID)
     return classRequest(CMDSET_ReferenceType, RT_METHODS, refClassID, O(refClassID));
 }
 
-Msg JDWPMessageFactory::createHoldEventsMessage() { return newCommand(CMDSET_VirtualMachine, VM_HOLD_EVENTS); }
-Msg JDWPMessageFactory::createReleaseEventsMessage() { return newCommand(CMDSET_VirtualMachine, VM_RELEASE_EVENTS); }
+Msg JDWPMessageFactory::createHoldEventsMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_HOLD_EVENTS);
+}
+Msg JDWPMessageFactory::createReleaseEventsMessage()
+{
+    return newCommand(CMDSET_VirtualMachine, VM_RELEASE_EVENTS);
+}
 
 Msg JDWPMessageFactory::createGetVariableTableMessage(double refClassID, double RefMethodID)
 {
@@ -318,7 +362,8 @@ Msg JDWPMessageFactory::createGetValues(double threadID, double FrameID,
 {
     std::string payload = O(threadID) + Fr(FrameID) + Int(static_cast<double>(Slots.size()));
     for (const auto& [slot, signature] : Slots)
-        payload += Int(slot) + Byte(signature.empty() ? 0 : static_cast<double>(static_cast<unsigned char>(signature[0])));
+        payload +=
+            Int(slot) + Byte(signature.empty() ? 0 : static_cast<double>(static_cast<unsigned char>(signature[0])));
     auto m = withPayload(newCommand(CMDSET_StackFrame, SF_GETVALUE), payload);
     m->myDataContainer()->RequestThreadID = threadID;
     m->myDataContainer()->RequestFrameID = FrameID;
@@ -366,7 +411,8 @@ Msg JDWPMessageFactory::createGetUTF8StringMessage(double ObjectID)
 
 Msg JDWPMessageFactory::createGetFrameMessage(double threadID, double StartFrame, double FrameLength)
 {
-    auto m = withPayload(newCommand(CMDSET_ThreadReference, TR_Frames), O(threadID) + Int(StartFrame) + Int(FrameLength));
+    auto m =
+        withPayload(newCommand(CMDSET_ThreadReference, TR_Frames), O(threadID) + Int(StartFrame) + Int(FrameLength));
     m->myDataContainer()->RequestThreadID = threadID;
     return m;
 }

@@ -14,7 +14,10 @@ namespace jdwpkrvdbg {
 
 namespace {
 
-std::string repeatChar(size_t n, char c) { return std::string(n, c); }
+std::string repeatChar(size_t n, char c)
+{
+    return std::string(n, c);
+}
 
 // True when the text, blanks trimmed, is non-empty and holds only 0-9, A-F.
 bool isHexText(const std::string& text)
@@ -31,7 +34,10 @@ bool isHexText(const std::string& text)
     return true;
 }
 
-uint32_t shiftRight(uint32_t value, int bits) { return bits >= 32 ? 0 : value >> bits; }
+uint32_t shiftRight(uint32_t value, int bits)
+{
+    return bits >= 32 ? 0 : value >> bits;
+}
 
 std::string toHexText(const std::string& bytes)
 {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "../platform/X11Windows.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMachine.h"
 #include "jdwpkrvdbg/model/JXMethod.h"
@@ -22,7 +23,6 @@
 #include "jdwpkrvdbg/session/JDWPLimits.h"
 #include "jdwpkrvdbg/session/TransportFactory.h"
 #include "jdwpkrvdbg/session/modMain.h"
-#include "../platform/X11Windows.h"
 
 namespace jdwpkrvdbg {
 

@@ -76,9 +76,8 @@ struct Channel {
                 continue;
             RingReader& reader = endpoint.reader();
             WaitResult r = waitFor(
-                endpoint.inRing().dataSeq, endpoint.inRing().readersWaiting,
-                [&] { return reader.available() > 0; }, [&] { return endpoint.stopped(); }, kReadSpinUs,
-                deadlineUs);
+                endpoint.inRing().dataSeq, endpoint.inRing().readersWaiting, [&] { return reader.available() > 0; },
+                [&] { return endpoint.stopped(); }, kReadSpinUs, deadlineUs);
             if (r == WaitResult::Ready)
                 continue;
             // Whatever the peer wrote before it went away is still delivered.
@@ -104,7 +103,10 @@ std::shared_ptr<Channel> openChannelRef()
     return gOpen;
 }
 
-int64_t deadlineFrom(jlong timeoutMs) { return timeoutMs > 0 ? nowUs() + int64_t(timeoutMs) * 1000 : 0; }
+int64_t deadlineFrom(jlong timeoutMs)
+{
+    return timeoutMs > 0 ? nowUs() + int64_t(timeoutMs) * 1000 : 0;
+}
 
 char* allocText(const std::string& text)
 {
@@ -340,7 +342,8 @@ try {
     if (payload > 0) {
         data = static_cast<jbyte*>(gCallback->alloc(jint(payload)));
         if (!data)
-            return fail(JDWPTRANSPORT_ERROR_OUT_OF_MEMORY, "out of memory for a packet of " + std::to_string(payload) + " bytes");
+            return fail(JDWPTRANSPORT_ERROR_OUT_OF_MEMORY,
+                        "out of memory for a packet of " + std::to_string(payload) + " bytes");
         std::memcpy(data, bytes + kShmemHeaderSize, payload);
     }
     jint len = jint(kShmemHeaderSize + payload);
@@ -421,8 +424,8 @@ jdwpTransportError JNICALL setTransportConfiguration(jdwpTransportEnv*, jdwpTran
 }
 
 const jdwpTransportNativeInterface_ kInterface = {
-    nullptr,        getCapabilities, attach,     startListening, stopListening, accept,
-    isOpen,         closeTransport,  readPacket, writePacket,    getLastError,  setTransportConfiguration,
+    nullptr, getCapabilities, attach,     startListening, stopListening, accept,
+    isOpen,  closeTransport,  readPacket, writePacket,    getLastError,  setTransportConfiguration,
 };
 
 jdwpTransportEnv gEnv{&kInterface};

@@ -21,7 +21,6 @@
 
 #include <jdwpkrvdbg/platform/MessagePump.h>
 
-
 extern char** environ;
 
 namespace jdwpkrvdbg::testing {
@@ -104,7 +103,10 @@ bool processRunning(pid_t pid)
     return state != '\0' && state != 'Z' && state != 'X';
 }
 
-bool processStopped(pid_t pid) { return processState(pid) == 'T'; }
+bool processStopped(pid_t pid)
+{
+    return processState(pid) == 'T';
+}
 
 int freeTcpPort()
 {
@@ -117,12 +119,30 @@ int freeTcpPort()
     return bound ? ntohs(addr.sin_port) : 0;
 }
 
-std::string javaPath() { return JDWPKRVDBG_JAVA; }
-std::string examplesClassPath() { return JDWPKRVDBG_EXAMPLES_CP; }
-std::string testsClassPath() { return JDWPKRVDBG_TESTS_CP; }
-std::string shmemLibraryDir() { return JDWPKRVDBG_SHMEM_DIR; }
-std::string sourceDir() { return JDWPKRVDBG_SOURCE_DIR; }
-std::string buildDir() { return JDWPKRVDBG_BUILD_DIR; }
+std::string javaPath()
+{
+    return JDWPKRVDBG_JAVA;
+}
+std::string examplesClassPath()
+{
+    return JDWPKRVDBG_EXAMPLES_CP;
+}
+std::string testsClassPath()
+{
+    return JDWPKRVDBG_TESTS_CP;
+}
+std::string shmemLibraryDir()
+{
+    return JDWPKRVDBG_SHMEM_DIR;
+}
+std::string sourceDir()
+{
+    return JDWPKRVDBG_SOURCE_DIR;
+}
+std::string buildDir()
+{
+    return JDWPKRVDBG_BUILD_DIR;
+}
 
 int lineOf(const std::string& path, const std::string& marker)
 {

@@ -66,11 +66,34 @@ public:
     std::function<void(const std::string&)> onSend; // e.g. to answer at once
 
     // Raise events as the real transport would.
-    void raiseConnected() { connectedFlag = true; if (events_) events_->connected(); }
-    void raiseDisconnected() { connectedFlag = false; if (events_) events_->disconnected(); }
-    void raiseTerminated() { processRunning = false; if (events_) events_->terminated(); }
-    void raiseReceive(const std::string& bytes) { if (events_) events_->receive(bytes); }
-    void raisePipe(const std::string& text) { if (events_) events_->pipestream(text); }
+    void raiseConnected()
+    {
+        connectedFlag = true;
+        if (events_)
+            events_->connected();
+    }
+    void raiseDisconnected()
+    {
+        connectedFlag = false;
+        if (events_)
+            events_->disconnected();
+    }
+    void raiseTerminated()
+    {
+        processRunning = false;
+        if (events_)
+            events_->terminated();
+    }
+    void raiseReceive(const std::string& bytes)
+    {
+        if (events_)
+            events_->receive(bytes);
+    }
+    void raisePipe(const std::string& text)
+    {
+        if (events_)
+            events_->pipestream(text);
+    }
     // Raises processevent until the session switches it off (bounded).
     void pumpProcessEvents(int maxPasses = 1000)
     {
@@ -91,7 +114,11 @@ public:
         return connectedFlag;
     }
     bool TransportConnected() override { return connectedFlag; }
-    void CloseTransport() override { ++closeCount; connectedFlag = false; }
+    void CloseTransport() override
+    {
+        ++closeCount;
+        connectedFlag = false;
+    }
     std::string StatusText() override { return statusText; }
     bool StartProcess(const std::string& Path, const std::string& CommandLine, bool, bool) override
     {
@@ -113,7 +140,10 @@ public:
     {
         processEventEnabled = Enabled;
         if (Enabled && !idleId_)
-            idleId_ = MessagePump::instance().addIdle([this] { if (events_) events_->processevent(); });
+            idleId_ = MessagePump::instance().addIdle([this] {
+                if (events_)
+                    events_->processevent();
+            });
         else if (!Enabled && idleId_)
             MessagePump::instance().removeIdle(std::exchange(idleId_, 0));
     }

@@ -8,15 +8,30 @@ namespace {
 constexpr uint32_t kMaxPacketBytes = 1u << 26;
 } // namespace
 
-std::string u8(int v) { return std::string(1, static_cast<char>(v)); }
+std::string u8(int v)
+{
+    return std::string(1, static_cast<char>(v));
+}
 
-std::string be16(uint16_t v) { return {static_cast<char>(v >> 8), static_cast<char>(v)}; }
+std::string be16(uint16_t v)
+{
+    return {static_cast<char>(v >> 8), static_cast<char>(v)};
+}
 
-std::string be32(uint32_t v) { return be16(static_cast<uint16_t>(v >> 16)) + be16(static_cast<uint16_t>(v)); }
+std::string be32(uint32_t v)
+{
+    return be16(static_cast<uint16_t>(v >> 16)) + be16(static_cast<uint16_t>(v));
+}
 
-std::string be64(uint64_t v) { return be32(static_cast<uint32_t>(v >> 32)) + be32(static_cast<uint32_t>(v)); }
+std::string be64(uint64_t v)
+{
+    return be32(static_cast<uint32_t>(v >> 32)) + be32(static_cast<uint32_t>(v));
+}
 
-std::string jstr(const std::string& s) { return be32(static_cast<uint32_t>(s.size())) + s; }
+std::string jstr(const std::string& s)
+{
+    return be32(static_cast<uint32_t>(s.size())) + s;
+}
 
 uint64_t readBe(const std::string& s, size_t at, size_t width)
 {
@@ -36,8 +51,8 @@ std::string readJdwpString(const std::string& s, size_t& at)
 
 std::string replyPacket(uint32_t id, const std::string& payload, uint16_t error)
 {
-    return be32(static_cast<uint32_t>(kPacketHeaderBytes + payload.size())) + be32(id) + u8(kReplyFlag) +
-           be16(error) + payload;
+    return be32(static_cast<uint32_t>(kPacketHeaderBytes + payload.size())) + be32(id) + u8(kReplyFlag) + be16(error) +
+           payload;
 }
 
 std::string commandPacket(uint32_t id, int set, int cmd, const std::string& payload)

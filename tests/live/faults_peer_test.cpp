@@ -156,8 +156,7 @@ std::vector<Row> faultRows()
     // connection, not with its time-out.
     for (const auto& [name, partial] : std::vector<std::pair<const char*, std::string>>{
              {"EOF after the 11-byte header of a reply", ""}, {"EOF in the middle of a reply body", "\0\0\0\x04Java"}})
-        rows.push_back({name, true,
-                        onFirstVersion([partial = partial](PeerLink& link, const HostCommand& c) {
+        rows.push_back({name, true, onFirstVersion([partial = partial](PeerLink& link, const HostCommand& c) {
                             link.send(be32(30) + be32(c.id) + std::string("\x80\x00\x00", 3) + partial);
                             link.shutdownWrite();
                         }),
@@ -167,23 +166,28 @@ std::vector<Row> faultRows()
                             EXPECT_LT(realMs() - start, 3000) << "the call ends with the connection";
                         },
                         Outcome::EndsWithVMDead});
-    rows.push_back({"a length field below 11", true,
-                    afterOpen([](PeerLink& link) { link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11)); }),
-                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 5"});
-    rows.push_back({"a length field of 2 GB", true, afterOpen([](PeerLink& link) {
-                        link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) + std::string(4096, 'x'));
+    rows.push_back({"a length field below 11", true, afterOpen([](PeerLink& link) {
+                        link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11));
                     }),
-                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 2147483648"});
+                    nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 5"});
+    rows.push_back(
+        {"a length field of 2 GB", true, afterOpen([](PeerLink& link) {
+             link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) + std::string(4096, 'x'));
+         }),
+         nullptr, Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... malformed packet length 2147483648"});
     rows.push_back({"a reply with an unknown id", true,
                     afterOpen([](PeerLink& link) { link.reply(0x7777, be32(1) + be64(5)); }),
                     [](Host& host, FaultPeer&) {
                         // Taken on its own (a reply nobody asked for drops the
                         // buffer it arrives in, by design).
-                        ASSERT_TRUE(pumpUntil([&] {
-                            const auto lines = host.handler->history().lines();
-                            return std::any_of(lines.begin(), lines.end(),
-                                               [](const std::string& l) { return l.rfind("<- id=30583", 0) == 0; });
-                        }, 5000)) << host.handler->history().dump();
+                        ASSERT_TRUE(pumpUntil(
+                            [&] {
+                                const auto lines = host.handler->history().lines();
+                                return std::any_of(lines.begin(), lines.end(),
+                                                   [](const std::string& l) { return l.rfind("<- id=30583", 0) == 0; });
+                            },
+                            5000))
+                            << host.handler->history().dump();
                     },
                     Outcome::KeepsWorking});
     rows.push_back({"a duplicate reply", true, onFirstVersion([](PeerLink& link, const HostCommand& c) {
@@ -221,8 +225,7 @@ std::vector<Row> faultRows()
                         EXPECT_EQ(host.handler->pendingSentCount(), 0u);
                     },
                     Outcome::KeepsWorking});
-    rows.push_back({"an error code in a reply", true,
-                    serving([](PeerLink& link, const HostCommand& c) {
+    rows.push_back({"an error code in a reply", true, serving([](PeerLink& link, const HostCommand& c) {
                         return c.set == 1 && c.cmd == 4 && link.reply(c.id, "", 20);
                     }),
                     [](Host& host, FaultPeer&) {
@@ -237,8 +240,9 @@ std::vector<Row> faultRows()
     rows.push_back({"a composite event while a synchronous call waits", true,
                     onFirstVersion([](PeerLink& link, const HostCommand& c) {
                         // A class-prepare event for type 0x4242 "LOther;".
-                        link.event(composite(2, 8, be32(7) + be64(1) + std::string(1, '\x01') +
-                                                       be64(0x4242) + jstr("LOther;") + be32(7)));
+                        link.event(composite(2, 8,
+                                             be32(7) + be64(1) + std::string(1, '\x01') + be64(0x4242) +
+                                                 jstr("LOther;") + be32(7)));
                         link.answer(c);
                     }),
                     [](Host& host, FaultPeer&) {
@@ -264,7 +268,8 @@ std::vector<Row> faultRows()
                         const int64_t start = realMs();
                         const std::string classBytes(1 << 20, '\xca');
                         for (int i = 0; i < 16; ++i)
-                            host.handler->sendAsync(host.handler->myFactory()->createClassRedefineMessage(1, classBytes));
+                            host.handler->sendAsync(
+                                host.handler->myFactory()->createClassRedefineMessage(1, classBytes));
                         EXPECT_LT(realMs() - start, 2000) << "a send blocked the host";
                         host.expectTimeOutOnTheClock(1000);
                         EXPECT_TRUE(host.handler->isConnected());
@@ -329,7 +334,8 @@ TEST(FaultPeerPieces, AHandshakeInPiecesIsTakenWhenWhole)
         auto handler = JDWPHandler::create();
         auto transport = std::make_shared<ScriptedTransport>();
         handler->setTransportFactory([transport] { return std::static_pointer_cast<JDWPCon>(transport); });
-        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true)) << handler->history().dump();
+        ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true))
+            << handler->history().dump();
         ASSERT_EQ(transport->sent.size(), 1u);
         for (const auto& piece : pieces)
             transport->raiseReceive(piece);

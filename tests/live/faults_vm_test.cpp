@@ -72,8 +72,7 @@ protected:
     void expectDeadSoonThenTheNextSessionRuns()
     {
         const int64_t begin = realMs();
-        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 10000))
-            << dump();
+        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 10000)) << dump();
         EXPECT_LT(realMs() - begin, 5000);
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
         if (shmem()) {
@@ -84,8 +83,7 @@ protected:
         log->console.clear();
         const size_t stops = log->stops.size();
         ASSERT_TRUE(start("TestHello")) << dump();
-        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !log->console.empty(); }, 20000))
-            << dump();
+        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !log->console.empty(); }, 20000)) << dump();
         if (shmem()) {
             EXPECT_TRUE(log->sawDebug(" *** Connect [SHMem] " + sharedName));
             EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + sharedName));

@@ -19,11 +19,12 @@ namespace {
 
 // --- from the README ---
 struct Host : JXMachineEvents {
-    std::vector<std::string> names;                     // what the logpoint saw
-    void Breakpoint(double thread, const std::string& cls, int32_t line, int32_t offset) override {
+    std::vector<std::string> names; // what the logpoint saw
+    void Breakpoint(double thread, const std::string& cls, int32_t line, int32_t offset) override
+    {
         auto jvm = getCurrentHandler()->myJVM();
-        names.push_back(jvm->getValue("item.name"));   // "#item.name: apple#\r\nitem: Type: ..."
-        jvm->ResumeVM(true);                            // a logpoint: on at once
+        names.push_back(jvm->getValue("item.name")); // "#item.name: apple#\r\nitem: Type: ..."
+        jvm->ResumeVM(true);                         // a logpoint: on at once
     }
     void ConsoleMessage(const std::string& text) override { std::fputs(text.c_str(), stdout); }
 };
@@ -54,20 +55,21 @@ TEST(HostExample, ReadsTheStopsValuesAndResumesFromItsHandlerWhileTheStateFollow
                       classes = jdwpkrvdbg::testing::examplesClassPath();
 
     // --- from the README ---
-    auto handler = JDWPHandler::create();                  // the process-wide current session
+    auto handler = JDWPHandler::create(); // the process-wide current session
     auto jvm = handler->myJVM();
-    auto host = std::make_shared<Watched>();               // README: std::make_shared<Host>()
+    auto host = std::make_shared<Watched>(); // README: std::make_shared<Host>()
     jvm->setEvents(host);
-    jvm->setTargetClassName({"demo/Shop", "demo/Cart"});   // the program's classes (internal names)
-    jvm->addBreakpoint("demo/Cart", 17);                    // kept until the class loads
-    handler->bRemoteConnection = true;                     // socket framing for outgoing packets
-    handler->startVM(java, "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" + port +
-                     " -cp " + classes + " demo.Shop", "", false, true, 0, "127.0.0.1", port, true);
+    jvm->setTargetClassName({"demo/Shop", "demo/Cart"}); // the program's classes (internal names)
+    jvm->addBreakpoint("demo/Cart", 17);                 // kept until the class loads
+    handler->bRemoteConnection = true;                   // socket framing for outgoing packets
+    handler->startVM(java,
+                     "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" + port + " -cp " +
+                         classes + " demo.Shop",
+                     "", false, true, 0, "127.0.0.1", port, true);
     // README: while (jvm->JVMState() != VMDead) MessagePump::instance().pumpOnce(10);
     // --- end of the README's session ---
     ASSERT_EQ(jdwpkrvdbg::testing::lineOf("examples/demo/Cart.java", "// @cart-store"), 17);
-    EXPECT_TRUE(jdwpkrvdbg::testing::pumpUntil(
-[&] { return jvm->JVMState() == VMDead; }, 30000))
+    EXPECT_TRUE(jdwpkrvdbg::testing::pumpUntil([&] { return jvm->JVMState() == VMDead; }, 30000))
         << handler->history().dump();
 
     // Three items are stored at line 17; the fourth is refused by an
@@ -92,8 +94,8 @@ TEST(HostExample, ReadsTheStopsValuesAndResumesFromItsHandlerWhileTheStateFollow
         EXPECT_NE(host->states[i], host->states[i - 1]) << "at " << i;
     // The exception's text is read at its stop although the host resumed
     // from the stop's handler before the Exception event.
-    EXPECT_EQ(host->exceptions,
-              std::vector<std::string>{"demo/CartFullException\r\ndemo.CartFullException: the cart holds only 3 items"});
+    EXPECT_EQ(host->exceptions, std::vector<std::string>{
+                                    "demo/CartFullException\r\ndemo.CartFullException: the cart holds only 3 items"});
 
     handler->Disconnect();
     jvm->setEvents(nullptr);

@@ -126,19 +126,28 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
     const std::string stopAt = "stop at demo.Cart:" + std::to_string(store);
     // Malformed commands say what is expected, and the session goes on.
     const std::vector<std::pair<std::string, std::string>> bad{
-        {"frobnicate", "unknown command 'frobnicate'"}, {"stop at demo.Cart", "stop at CLASS:LINE"},
-        {"stop at demo.Cart:zero", "stop at CLASS:LINE"}, {"stop in getPrice", "stop in CLASS.METHOD"},
-        {"stop near demo.Cart:3", "stop at CLASS:LINE"}, {"print", "print NAME"}, {"print a = b", "print NAME"},
-        {"cont", "not running yet"}, {"step", "not running yet"}, {"where", "not running yet"},
-        {"wait soon", "wait [MILLISECONDS]"}, {"clear demo.Cart:99", "no breakpoint at demo.Cart:99"},
-        {"redefine demo.Cart", "redefine CLASS FILE.class"}, {"next now", "next takes no arguments"},
+        {"frobnicate", "unknown command 'frobnicate'"},
+        {"stop at demo.Cart", "stop at CLASS:LINE"},
+        {"stop at demo.Cart:zero", "stop at CLASS:LINE"},
+        {"stop in getPrice", "stop in CLASS.METHOD"},
+        {"stop near demo.Cart:3", "stop at CLASS:LINE"},
+        {"print", "print NAME"},
+        {"print a = b", "print NAME"},
+        {"cont", "not running yet"},
+        {"step", "not running yet"},
+        {"where", "not running yet"},
+        {"wait soon", "wait [MILLISECONDS]"},
+        {"clear demo.Cart:99", "no breakpoint at demo.Cart:99"},
+        {"redefine demo.Cart", "redefine CLASS FILE.class"},
+        {"next now", "next takes no arguments"},
     };
     std::string script;
     for (const auto& b : bad)
         script += b.first + "\n";
-    script += stopAt + "\nrun\nrun\nwhere\nlocals\nprint item.name\nprint item.nosuchfield\nnext\nnext\n"
-             "print this.count\nstop in demo.Shop.fill+32\nclear " + stopAt.substr(8) +
-             "\ncont\nprint cart.total\nclear demo.Shop.fill+32\ncont\nprint item.name\ncont\n";
+    script += stopAt +
+              "\nrun\nrun\nwhere\nlocals\nprint item.name\nprint item.nosuchfield\nnext\nnext\n"
+              "print this.count\nstop in demo.Shop.fill+32\nclear " +
+              stopAt.substr(8) + "\ncont\nprint cart.total\nclear demo.Shop.fill+32\ncont\nprint item.name\ncont\n";
     KrvdbgRun run = runKrvdbg(demoOptions(), script);
     ASSERT_EQ(run.status, 0) << run.output;
     auto commands = run.commands();
@@ -213,9 +222,9 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
     // The end: the whole console output, the VM dead, the last cont ended.
     EXPECT_EQ(conts[2]["result"]["outcome"], "ended");
     const std::string console = run.console();
-    for (const char* text : {"Welcome to the Corner Shop\r\n", "Added apple (120 cents)\r\n",
-                             "Refused dates: the cart holds only 3 items\r\n", "Total: 850 cents for 3 items\r\n",
-                             "Refused: 1\r\n"})
+    for (const char* text :
+         {"Welcome to the Corner Shop\r\n", "Added apple (120 cents)\r\n",
+          "Refused dates: the cart holds only 3 items\r\n", "Total: 850 cents for 3 items\r\n", "Refused: 1\r\n"})
         EXPECT_NE(console.find(text), std::string::npos) << text << " in " << console;
     const auto states = run.events("VMStateChanged");
     ASSERT_FALSE(states.empty());
@@ -267,8 +276,8 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
     const std::string jar = buildDir() + "/krvdbg-test-demo.jar";
     const std::string jarTool = javaPath().substr(0, javaPath().rfind('/') + 1) + "jar";
     ASSERT_EQ(ChildProcess({jarTool, "cf", jar, "-C", examplesClassPath(), "demo"}).wait(60000), 0);
-    const std::string script = "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) +
-                               "\nrun\nwait\nstep\nquit\n";
+    const std::string script =
+        "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) + "\nrun\nwait\nstep\nquit\n";
     const struct {
         const char* name;
         std::string classPath; // empty: attach
@@ -330,8 +339,14 @@ bool waitUntilGone(pid_t pid)
 
 TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
 {
-    const struct { int signal; bool attach; } cases[] = {
-        {SIGKILL, false}, {SIGTERM, false}, {SIGHUP, false}, {SIGTERM, true},
+    const struct {
+        int signal;
+        bool attach;
+    } cases[] = {
+        {SIGKILL, false},
+        {SIGTERM, false},
+        {SIGHUP, false},
+        {SIGTERM, true},
     };
     for (const auto& c : cases) {
         const std::string name = std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched");
@@ -426,7 +441,8 @@ TEST(Krvdbg, DebugsOverSharedMemory)
     const std::string stopAt = "demo.Cart:" + std::to_string(lineOf(kCart, "@cart-store"));
     auto options = demoOptions();
     options.insert(options.begin(), "--shmem");
-    const KrvdbgRun run = runKrvdbg(options, "stop at " + stopAt + "\nrun\nprint item.name\nclear " + stopAt + "\ncont\ncont\n");
+    const KrvdbgRun run =
+        runKrvdbg(options, "stop at " + stopAt + "\nrun\nprint item.name\nclear " + stopAt + "\ncont\ncont\n");
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", lineOf(kCart, "@cart-store"))) << run.output;
     EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
@@ -442,8 +458,7 @@ TEST(Krvdbg, AnEvaluationThatNeverReturnsSaysSoAndSuspendFindsTheThread)
     const std::string values = "tests/java/Values.java";
     const std::string script = "stop at Values:" + std::to_string(lineOf(values, "@values-stop")) +
                                "\nrun\nprint spin.toString\nwhere\nsuspend\nwhere\nquit\n";
-    const KrvdbgRun run =
-        runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Values"}, script);
+    const KrvdbgRun run = runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Values"}, script);
     ASSERT_EQ(run.status, 0) << run.output;
     const json print = run.command("print spin.toString");
     EXPECT_EQ(print["result"]["found"], true) << print.dump();

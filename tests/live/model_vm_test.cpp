@@ -201,8 +201,11 @@ TEST_F(LiveModel, StepsLandOnTheSourceLinesAndRemovedBreakpointsNoLongerStop)
 
     // depth, class, marker of the line the step ends on
     const std::vector<std::tuple<JDWPStepDepth, const char*, const char*>> steps{
-        {SD_OVER, "Stepper", "@main-call"}, {SD_INTO, "Late", "@twice-body"}, {SD_OUT, "Stepper", "@main-call"},
-        {SD_OVER, "Stepper", "@main-after"}, {SD_OVER, "Stepper", "@main-lib"},
+        {SD_OVER, "Stepper", "@main-call"},
+        {SD_INTO, "Late", "@twice-body"},
+        {SD_OUT, "Stepper", "@main-call"},
+        {SD_OVER, "Stepper", "@main-after"},
+        {SD_OVER, "Stepper", "@main-lib"},
         // Into a library call: java.* is excluded, so the step comes back to
         // user code on the next line.
         {SD_INTO, "Stepper", "@main-print"},
@@ -221,7 +224,7 @@ TEST_F(LiveModel, StepsLandOnTheSourceLinesAndRemovedBreakpointsNoLongerStop)
     // the way do not withdraw the step.
     ASSERT_TRUE(resumeToStopAt(line("@main-self"))) << dump();
     const std::vector<std::pair<const char*, const char*>> overs{{"@main-self", "@main-debug"},
-                                                                  {"@main-debug", "@main-for"}};
+                                                                 {"@main-debug", "@main-for"}};
     for (const auto& [from, to] : overs) {
         SCOPED_TRACE(from);
         ASSERT_EQ(lastStop().line, line(from));
@@ -317,7 +320,9 @@ TEST_F(LiveModel, SuspendResumePausesAndHoldReleaseRoundTrip)
 // into a library met before takes one, as a step over does.
 TEST_F(LiveModel, StepsIntoLibraryCodeStopAtTheNextUserLineWithoutStoppingOnEveryLibraryLine)
 {
-    const auto luLine = [](const char* marker) { return lineOf("tests/java/LibUser.java", std::string("// ") + marker); };
+    const auto luLine = [](const char* marker) {
+        return lineOf("tests/java/LibUser.java", std::string("// ") + marker);
+    };
     const std::vector<std::string> targets{"LibUser", "UserListener"};
     jvm->setTargetClassName(targets);
     jvm->addBreakpoint("LibUser", luLine("@lu-plain"));
@@ -337,7 +342,7 @@ TEST_F(LiveModel, StepsIntoLibraryCodeStopAtTheNextUserLineWithoutStoppingOnEver
         const char* cls;
         const char* endsAt;
         bool beginInLibrary; // stopped inside lib.Churn first
-        size_t maxEvents; // class-prepare events count too
+        size_t maxEvents;    // class-prepare events count too
         size_t maxSets;
     };
     const std::vector<Step> steps{

@@ -87,8 +87,7 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     ASSERT_TRUE(handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " Soak " + rounds, "",
                                  false, true, 0, "127.0.0.1", std::to_string(port), true));
     auto nextStop = [&](size_t seen) {
-        return pumpUntil([&] { return host->stops > seen || jvm->JVMState() == VMDead; }, 10000) &&
-               host->stops > seen;
+        return pumpUntil([&] { return host->stops > seen || jvm->JVMState() == VMDead; }, 10000) && host->stops > seen;
     };
 
     // Resident memory after the warm-up (a tenth of the hits) and the

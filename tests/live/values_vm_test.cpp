@@ -4,6 +4,8 @@
 // truncation and escaping, evaluation calls whose events are kept from the
 // host while the program's own next stop is not; then the stack three calls
 // deep and popping a frame. Also a stop in run() of a Thread subclass.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;

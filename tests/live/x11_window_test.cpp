@@ -133,8 +133,7 @@ TEST_F(X11WindowLive, RaisesTheFrameWithoutAndUnderAWindowManager)
         EXPECT_EQ(pumped, 2);
         s = queryWindowState(frame);
         // The manager names the window active once it has handed it the focus.
-        EXPECT_EQ(std::make_tuple(s.iconic, s.viewable, s.active, s.focused),
-                  std::make_tuple(false, true, true, true));
+        EXPECT_EQ(std::make_tuple(s.iconic, s.viewable, s.active, s.focused), std::make_tuple(false, true, true, true));
     }
 
     // Once the process is gone its frame is too, and nothing fails loudly.
@@ -159,8 +158,7 @@ TEST_F(X11WindowLive, UnderOpenboxBringToTopRestoresTheLaunchedVMsIconifiedFrame
                                  testing::socketAgent(port) + " -cp " + testing::testsClassPath() + " WindowApp", "",
                                  false, true, 0, "127.0.0.1", std::to_string(port), true));
     int32_t frame = 0;
-    testing::pumpUntil([&] { return (frame = handler->ProcessIDTohWnd(handler->getProcessID())) != 0; },
-                       kWindowMs);
+    testing::pumpUntil([&] { return (frame = handler->ProcessIDTohWnd(handler->getProcessID())) != 0; }, kWindowMs);
     ASSERT_NE(frame, 0) << "no window of the launched VM appeared";
 
     ASSERT_TRUE(iconifyWindow(frame));

@@ -33,8 +33,8 @@ protected:
     {
         const int port = freeTcpPort();
         handler->bRemoteConnection = true;
-        return handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " " + mainClass, "",
-                                false, true, 0, "127.0.0.1", std::to_string(port), true);
+        return handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " " + mainClass, "", false,
+                                true, 0, "127.0.0.1", std::to_string(port), true);
     }
     bool launchShmem(const std::string& sharedName, const std::string& mainClass)
     {
@@ -52,7 +52,10 @@ protected:
         return pumpUntil([&] { return log->stops.size() > count || jvm->JVMState() == VMDead; }, timeoutMs) &&
                log->stops.size() > count;
     }
-    bool waitDead() { return pumpUntil([&] { return jvm->JVMState() == VMDead; }, 20000); }
+    bool waitDead()
+    {
+        return pumpUntil([&] { return jvm->JVMState() == VMDead; }, 20000);
+    }
     const EventLog::Stop& lastStop() const { return log->stops.back(); }
     void resume() { jvm->ResumeVM(true); }
     // Resumes past other stops until one at `lineNr`.

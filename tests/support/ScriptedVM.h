@@ -41,7 +41,10 @@ public:
 
     // Delivers bytes to the session and dispatches what was queued.
     void deliver(const std::string& bytes);
-    void reply(uint32_t id, const std::string& payload, uint16_t error = 0) { deliver(replyPacket(id, payload, error)); }
+    void reply(uint32_t id, const std::string& payload, uint16_t error = 0)
+    {
+        deliver(replyPacket(id, payload, error));
+    }
     void event(const std::string& compositePayload, uint32_t id = 0x7000)
     {
         deliver(eventPacket(compositePayload, id));

@@ -2,6 +2,8 @@
 // truncation for negatives), bounds-checked readers, strings, locations and
 // steps in the session's identifier widths, the signed reader, modified
 // UTF-8 and the decimal text of identifiers.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <cmath>
 #include <cstdint>
 #include <limits>

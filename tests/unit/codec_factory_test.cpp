@@ -2,6 +2,8 @@
 // with 8-byte identifiers, the width each identifier takes when the widths
 // differ, request context, packet ids, modifier encoding and the cache rule
 // of the default exclusion filter.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <functional>
 #include <vector>
 

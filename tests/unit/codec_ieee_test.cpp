@@ -54,11 +54,14 @@ TEST(Ieee, GoldenVectors)
         EXPECT_PRED2(same, ieee.Ieee64stov(bytes, bigEndian), value) << name;
 
     const Case singles[] = {
-        {"one", "\x3f\x80\x00\x00"s, true, 1}, {"all zero", "\x00\x00\x00\x00"s, true, 0},
+        {"one", "\x3f\x80\x00\x00"s, true, 1},
+        {"all zero", "\x00\x00\x00\x00"s, true, 0},
         {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
         {"largest finite", "\x7f\x7f\xff\xff"s, true, FLT_MAX},
-        {"infinity", "\x7f\x80\x00\x00"s, true, inf}, {"minus infinity", "\xff\x80\x00\x00"s, true, -inf},
-        {"NaN", "\x7f\xc0\x00\x00"s, true, nan}, {"negative NaN", "\xff\xc0\x00\x00"s, true, nan},
+        {"infinity", "\x7f\x80\x00\x00"s, true, inf},
+        {"minus infinity", "\xff\x80\x00\x00"s, true, -inf},
+        {"NaN", "\x7f\xc0\x00\x00"s, true, nan},
+        {"negative NaN", "\xff\xc0\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\x80\x00\x01"s, true, nan},
         {"little-endian", "\xdb\x0f\x49\x40"s, false, static_cast<double>(3.14159274101257324f)},
         {"wrong length", "\x3f\x80\x00\x00\x00"s, true, -1},

@@ -4,6 +4,8 @@
 // fields that cannot be a packet) and routing through the command table.
 // Arbitrary bytes are the fuzz targets' (fuzz/), the wake-up of a synchronous
 // caller session_exchange_test's.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <tuple>
 #include <vector>
 

@@ -34,7 +34,10 @@ std::string composite(int policy, const std::vector<std::string>& events)
     return out;
 }
 
-std::string threadEvent(int kind, uint64_t thread) { return u8(kind) + be32(3) + be64(thread); }
+std::string threadEvent(int kind, uint64_t thread)
+{
+    return u8(kind) + be32(3) + be64(thread);
+}
 
 std::string locatedEvent(int kind, uint64_t thread, const std::string& where)
 {
@@ -107,10 +110,10 @@ TEST_F(EventDecoders, ResumeAndStopDependOnKindAndSuspendPolicy)
         {"policy 0 VM start reports nothing", composite(0, {threadEvent(EK_VM_START, 1)}), 0, ""},
         {"policy 2 class load is a stop", composite(2, {u8(EK_CLASS_LOAD)}), 0, "State(1)"},
         {"unknown kind", composite(2, {u8(77)}), 0, "State(1)"},
-        {"method entry never stops",
-         composite(2, {locatedEvent(EK_METHOD_ENTRY, 0x77, location(0x10, 0x31, 0))}), 1, ""},
-        {"policy 0 breakpoint does nothing",
-         composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0))}), 0, ""},
+        {"method entry never stops", composite(2, {locatedEvent(EK_METHOD_ENTRY, 0x77, location(0x10, 0x31, 0))}), 1,
+         ""},
+        {"policy 0 breakpoint does nothing", composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0))}),
+         0, ""},
         {"caught in the throwing class resumes silently",
          composite(2, {exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9))}), 1, ""},
         {"VM death", composite(0, {u8(EK_VM_DEATH)}), 0, "State(0)"},
@@ -161,7 +164,10 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
         {"in a class the filters reject", location(0x11, 0x31, 5), RunsPastIt},
     };
     uint32_t nextID = 0;
-    vm->on(15, 1, [&nextID](const SentCommand&, std::string& out, uint16_t&) { out = be32(nextID++); return true; });
+    vm->on(15, 1, [&nextID](const SentCommand&, std::string& out, uint16_t&) {
+        out = be32(nextID++);
+        return true;
+    });
     for (const auto& [name, where, then] : steps) {
         SCOPED_TRACE(name);
         fresh();
@@ -231,10 +237,14 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
         {"reads only", Reads, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)"}},
         {"resumes", Resumes, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
         // The VM's "running" is read inside the handler: the stop is told first.
-        {"resumes and waits for the reply", ResumesAndWaits, composite(2, {breakAt11}),
+        {"resumes and waits for the reply",
+         ResumesAndWaits,
+         composite(2, {breakAt11}),
          {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
         // The step event beside the breakpoint is the same stop, left behind.
-        {"resumes at the first of two events", Resumes, composite(2, {breakAt11, stepAt11}),
+        {"resumes at the first of two events",
+         Resumes,
+         composite(2, {breakAt11, stepAt11}),
          {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
     };
     for (const auto& row : rows) {
@@ -410,9 +420,9 @@ TEST_F(EventDecoders, CursorRulesOfCompositesAreDeliberate)
     // Thread start and death end the composite; class prepare and exception
     // add the returned cursor to the advanced one: a VM death behind any of
     // them is never read.
-    for (const auto& leader : {threadEvent(EK_THREAD_START, 9), threadEvent(EK_THREAD_DEATH, 9),
-                               prepareEvent(0x25, "Lpkg/Lead$1;"),
-                               exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9))}) {
+    for (const auto& leader :
+         {threadEvent(EK_THREAD_START, 9), threadEvent(EK_THREAD_DEATH, 9), prepareEvent(0x25, "Lpkg/Lead$1;"),
+          exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9))}) {
         fresh();
         decode(composite(1, {leader, u8(EK_VM_DEATH)}));
         EXPECT_FALSE(recorder_->has("State(0)")) << int(leader[0]);

@@ -2,6 +2,8 @@
 // identifier widths, model tables, lists), the deliberate width choices, the
 // owning-class lookup through the request. Cut, garbage and huge-count
 // payloads are the fuzz target's (fuzz/corpus/replies/hostile-*).
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <tuple>
 
 #include "unit_fixtures.h"

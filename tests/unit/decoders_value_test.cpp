@@ -2,6 +2,8 @@
 // and rendered, the cursor it leaves, the value lists with their deliberate
 // second advance, invocation results, and payloads that are cut short or
 // made of garbage.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <functional>
 
 #include "unit_fixtures.h"

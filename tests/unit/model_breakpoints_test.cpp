@@ -2,6 +2,8 @@
 // exact EventRequest bytes, the collection's bookkeeping (duplicates,
 // waiting entries registered at class load, removal that keeps an entry whose
 // clear failed), and the step flow's guards.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;

@@ -2,6 +2,8 @@
 // class-name forms, the load message, method lookup through superclasses,
 // the class filters, and lazy loading against a scripted VM (including method
 // ids above 2^31 travelling back to the VM unchanged).
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <optional>
 
 #include "unit_fixtures.h"

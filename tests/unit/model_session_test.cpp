@@ -4,6 +4,8 @@
 // of getValue over a dotted path, which names are numbers, local reads with
 // stale frames and their errors, and the window of an evaluation's call
 // (also one that never returns).
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;

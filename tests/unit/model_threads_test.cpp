@@ -184,7 +184,12 @@ TEST_F(ModelThreads, APausesRequestsAreClearedOnceAndOnlyInTheirOwnVM)
         {"the pause's stop, a step event of one thread",
          [&] { jvm()->GoSingleStep(103, 3, "Module1", 0x10, 0x31, 10, 0); }, cleared({103, 104})},
         {"a breakpoint stop after it", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
-        {"a pause in a session that ended", [&] { pause(); jvm()->cleanup(); }, {}},
+        {"a pause in a session that ended",
+         [&] {
+             pause();
+             jvm()->cleanup();
+         },
+         {}},
         {"a stop in the next session", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
     };
     for (const auto& step : steps) {

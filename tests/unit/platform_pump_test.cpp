@@ -27,7 +27,11 @@ struct Pipe {
     }
     ~Pipe() { ::close(r), ::close(w); }
     void put() { ASSERT_EQ(::write(w, "x", 1), 1); }
-    void take() { char c; ASSERT_EQ(::read(r, &c, 1), 1); }
+    void take()
+    {
+        char c;
+        ASSERT_EQ(::read(r, &c, 1), 1);
+    }
 };
 
 class PumpTest : public ::testing::Test {
@@ -85,8 +89,8 @@ TEST_F(PumpTest, WatchRunsWhenReadyAlsoInANestedPass)
     p.put();
     EXPECT_EQ(pump().pumpOnce(0), 2);
     EXPECT_EQ(pump().pumpOnce(0), 1); // taken
-    EXPECT_EQ(log, (std::vector<std::string>{"idle@0", "watch@0", "watch@1", "idle@1", "nested ran 2", "idle@0",
-                                             "idle@0"}));
+    EXPECT_EQ(log,
+              (std::vector<std::string>{"idle@0", "watch@0", "watch@1", "idle@1", "nested ran 2", "idle@0", "idle@0"}));
     pump().removeWatch(watch);
     pump().removeWatch(watch); // unknown ids are ignored
     pump().removeIdle(idle);
@@ -156,15 +160,15 @@ TEST_F(PumpTest, TimersFollowInjectedTicks)
     std::vector<uint32_t> fired;
     int id = pump().addTimer(100, [&] { fired.push_back(now); });
 
-    const std::pair<uint32_t, size_t> steps[] = { // ticks to advance, runs after the pass
-        {0, 0},    // not due
-        {99, 0},   // one tick short (across the wrap)
-        {1, 1},    // due
-        {50, 1},   // re-armed from the firing time
-        {50, 2},   // due again
-        {1000, 3}, // late: fires once, no burst of missed ticks
-        {0, 3},
-        {100, 4},  // re-armed from the late firing
+    const std::pair<uint32_t, size_t> steps[] = {
+        // ticks to advance, runs after the pass
+        {0, 0},              // not due
+        {99, 0},             // one tick short (across the wrap)
+        {1, 1},              // due
+        {50, 1},             // re-armed from the firing time
+        {50, 2},             // due again
+        {1000, 3},           // late: fires once, no burst of missed ticks
+        {0, 3},    {100, 4}, // re-armed from the late firing
     };
     for (const auto& [advance, runs] : steps) {
         now += advance;
@@ -196,7 +200,12 @@ TEST_F(PumpTest, PumpUntilStopsAtDoneOrTimeout)
     uint32_t now = 0;
     setTickSource([&] { return now += 10; });
     int polls = 0;
-    EXPECT_FALSE(pump().pumpUntil([&] { ++polls; return false; }, 100));
+    EXPECT_FALSE(pump().pumpUntil(
+        [&] {
+            ++polls;
+            return false;
+        },
+        100));
     EXPECT_GT(polls, 1);
     EXPECT_LE(polls, 12);
 

@@ -6,11 +6,11 @@
 // observable condition holds; nothing sleeps.
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,9 +22,9 @@
 #include <string>
 #include <vector>
 
+#include "LiveVM.h"
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 #include "jdwpkrvdbg/platform/MessagePump.h"
-#include "LiveVM.h"
 
 namespace jdwpkrvdbg {
 namespace {
@@ -56,9 +56,15 @@ struct Recorder : JDWPConEvents {
     }
 };
 
-MessagePump& pump() { return MessagePump::instance(); }
+MessagePump& pump()
+{
+    return MessagePump::instance();
+}
 
-bool pumpFor(const std::function<bool()>& done) { return pump().pumpUntil(done, kPatienceMs); }
+bool pumpFor(const std::function<bool()>& done)
+{
+    return pump().pumpUntil(done, kPatienceMs);
+}
 
 bool reaped(pid_t pid)
 {
@@ -193,8 +199,8 @@ TEST_F(TransportTest, RunsProcessesWithConsoleCapturedOrDiscarded)
         ASSERT_TRUE(pumpFor([&] { return events_.count("terminated") > 0; }));
         EXPECT_EQ(events_.pipeText, c.text);
         // The console text all arrives before the end is reported.
-        EXPECT_EQ(events_.log, (c.pipe ? std::vector<std::string>{"pipe", "terminated"}
-                                       : std::vector<std::string>{"terminated"}));
+        EXPECT_EQ(events_.log,
+                  (c.pipe ? std::vector<std::string>{"pipe", "terminated"} : std::vector<std::string>{"terminated"}));
         EXPECT_EQ(transport_.ProcessID(), 0);
         EXPECT_TRUE(reaped(pid));
         ASSERT_TRUE(WIFEXITED(transport_.lastExitStatus()));
@@ -404,9 +410,14 @@ TEST(TestKit, SignalsReachOneLiveChildOnly)
     testing::ChildProcess gone({"true"});
     const pid_t gonePid = gone.pid();
     ASSERT_EQ(gone.wait(kPatienceMs), 0); // reaped: the pid names no process now
-    const struct { const char* name; pid_t pid; } refused[] = {
-        {"pid 0 (our process group)", 0}, {"pid -1 (every process)", -1}, {"a negative group", -gonePid},
-        {"this process", ::getpid()}, {"a dead child", gonePid}};
+    const struct {
+        const char* name;
+        pid_t pid;
+    } refused[] = {{"pid 0 (our process group)", 0},
+                   {"pid -1 (every process)", -1},
+                   {"a negative group", -gonePid},
+                   {"this process", ::getpid()},
+                   {"a dead child", gonePid}};
     for (const auto& row : refused)
         EXPECT_FALSE(testing::signalProcess(row.pid, 0)) << row.name;
     testing::ChildProcess live({"sleep", "60"});
@@ -452,8 +463,8 @@ TEST(TestKit, ChildrenEndWithTheirStarter)
         ::close(report[1]);
         pid_t grandchild = 0;
         pollfd p{report[0], POLLIN, 0};
-        const bool reported = ::poll(&p, 1, kPatienceMs) == 1 &&
-                              ::read(report[0], &grandchild, sizeof grandchild) == sizeof grandchild;
+        const bool reported =
+            ::poll(&p, 1, kPatienceMs) == 1 && ::read(report[0], &grandchild, sizeof grandchild) == sizeof grandchild;
         ::close(report[0]);
         EXPECT_TRUE(reported && testing::processRunning(grandchild));
         ASSERT_TRUE(testing::signalProcess(starter, SIGKILL));

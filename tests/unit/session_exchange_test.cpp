@@ -43,8 +43,10 @@ TEST_F(SessionIds, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
     EXPECT_EQ(std::tuple(a->myID, b->myID, c->myID), std::tuple(1, 2, 3));
     EXPECT_TRUE(handler->sendAsync(a));
     EXPECT_FALSE(handler->sendAsync(a)) << "the same command twice is refused";
-    EXPECT_EQ(transport->sent,
-              std::vector<std::string>{std::string("\x00\x00\x00\x0b" "\x00\x00\x00\x01" "\x00\x01\x01", 11)});
+    EXPECT_EQ(transport->sent, std::vector<std::string>{std::string("\x00\x00\x00\x0b"
+                                                                    "\x00\x00\x00\x01"
+                                                                    "\x00\x01\x01",
+                                                                    11)});
     EXPECT_EQ(handler->getMessage(1), a);
     EXPECT_EQ(handler->getMessage(7), nullptr);
 }

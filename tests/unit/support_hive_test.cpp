@@ -47,10 +47,10 @@ TEST(HiveTest, CaseRules)
     ASSERT_TRUE(hive.Add("apples", "\xc3\x84pfel")); // UTF-8 "Äpfel": bytes above 127 are not folded
     ASSERT_TRUE(hive.Add("brackets", "a[b]"));
     const std::tuple<const char*, bool, int32_t> cases[] = {
-        {"Form1", false, 1}, {"form1", false, 1}, {"FORM1", false, 1}, {"Form1", true, 1},
-        {"form1", true, 0},  {"Form2", false, 0}, {"", false, 0},      {"", true, 0},
-        {"\xc3\xa4pfel", false, 0}, {"\xc3\x84PFEL", false, 2},
-        {"A{B}", false, 0}, // '[' and '{' differ by 0x20 but are not letters
+        {"Form1", false, 1},        {"form1", false, 1},        {"FORM1", false, 1}, {"Form1", true, 1},
+        {"form1", true, 0},         {"Form2", false, 0},        {"", false, 0},      {"", true, 0},
+        {"\xc3\xa4pfel", false, 0}, {"\xc3\x84PFEL", false, 2}, {"A{B}", false, 0}, // '[' and '{' differ by 0x20 but
+                                                                                    // are not letters
     };
     for (const auto& [key, sensitive, position] : cases) {
         EXPECT_EQ(hive.getHashIndex(key, sensitive), position) << key << " sensitive=" << sensitive;

@@ -248,11 +248,12 @@ void DapAdapter::emit(const std::string& event, const json& body)
 
 void DapAdapter::respond(const json& request, bool success, const json& body, const std::string& message)
 {
-    json r = {{"seq", seq_++},
-              {"type", "response"},
-              {"request_seq", request.contains("seq") && request["seq"].is_number_integer() ? request["seq"] : json(0)},
-              {"success", success},
-              {"command", request.contains("command") && request["command"].is_string() ? request["command"] : json("")}};
+    json r = {
+        {"seq", seq_++},
+        {"type", "response"},
+        {"request_seq", request.contains("seq") && request["seq"].is_number_integer() ? request["seq"] : json(0)},
+        {"success", success},
+        {"command", request.contains("command") && request["command"].is_string() ? request["command"] : json("")}};
     if (!success)
         r["message"] = message;
     if (!body.is_null())
@@ -284,22 +285,44 @@ void DapAdapter::handle(const json& message)
         return respond(message, false, nullptr, "krvdbg-dap does not know the request \"" + command + "\"");
     unsigned now = 0;
     switch (state_) {
-    case State::New: now = kBeforeInit; break;
+    case State::New:
+        now = kBeforeInit;
+        break;
     case State::Initialized:
-    case State::Starting: now = kConfiguring; break;
-    case State::Running: now = kRunning; break;
-    case State::Stopped: now = kStopped; break;
-    case State::Ended: now = kEnded; break;
+    case State::Starting:
+        now = kConfiguring;
+        break;
+    case State::Running:
+        now = kRunning;
+        break;
+    case State::Stopped:
+        now = kStopped;
+        break;
+    case State::Ended:
+        now = kEnded;
+        break;
     }
     if (!(row->allowed & now)) {
         std::string where;
         switch (state_) {
-        case State::New: where = "before initialize"; break;
-        case State::Initialized: where = "before the program was started"; break;
-        case State::Starting: where = "while the program is being started"; break;
-        case State::Running: where = "while the program runs"; break;
-        case State::Stopped: where = "while the program is stopped"; break;
-        case State::Ended: where = "after the program ended"; break;
+        case State::New:
+            where = "before initialize";
+            break;
+        case State::Initialized:
+            where = "before the program was started";
+            break;
+        case State::Starting:
+            where = "while the program is being started";
+            break;
+        case State::Running:
+            where = "while the program runs";
+            break;
+        case State::Stopped:
+            where = "while the program is stopped";
+            break;
+        case State::Ended:
+            where = "after the program ended";
+            break;
         }
         if ((command == "launch" || command == "attach") && (state_ == State::Starting || now & kAfterInit) &&
             state_ != State::Initialized)
@@ -307,8 +330,8 @@ void DapAdapter::handle(const json& message)
         if (command == "configurationDone" && state_ != State::Initialized && state_ != State::New)
             where = state_ == State::Starting && !configurationDone_ ? where : "a second time";
         return respond(message, false, nullptr,
-                       command + " cannot be done " + where + (row->needs[0] ? std::string(": it needs ") + row->needs
-                                                                               : std::string()));
+                       command + " cannot be done " + where +
+                           (row->needs[0] ? std::string(": it needs ") + row->needs : std::string()));
     }
     const json arguments = message.contains("arguments") ? message["arguments"] : json::object();
     json body;
@@ -584,8 +607,8 @@ void DapAdapter::start()
     }
     if (!ok) {
         state_ = State::Ended;
-        std::string why = events_->lastMessage().empty() ? "the VM could not be started or reached"
-                                                         : events_->lastMessage();
+        std::string why =
+            events_->lastMessage().empty() ? "the VM could not be started or reached" : events_->lastMessage();
         if (c.attach)
             why = "could not attach to " + c.hostName + ":" + std::to_string(c.port) + ": " + why;
         else
@@ -660,7 +683,9 @@ void DapAdapter::refreshVerified(bool announce)
                 sb.verified[i] = verified;
                 sb.messages[i] = message;
                 if (announce) {
-                    json b = {{"id", sb.ids[i]}, {"verified", verified}, {"line", clientLine(sb.lines[i])},
+                    json b = {{"id", sb.ids[i]},
+                              {"verified", verified},
+                              {"line", clientLine(sb.lines[i])},
                               {"source", {{"path", path}}}};
                     if (!message.empty())
                         b["message"] = message;
@@ -690,7 +715,8 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
         // The file cannot be read: nothing can be set, and the client is told why.
         json list = json::array();
         for (int64_t l : lines)
-            list.push_back({{"verified", false}, {"line", clientLine(l)},
+            list.push_back({{"verified", false},
+                            {"line", clientLine(l)},
                             {"message", "cannot read " + path + " (a .java file) to find its class"}});
         body = {{"breakpoints", list}};
         breakpoints_.erase(path);
@@ -720,7 +746,9 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
     json list = json::array();
     for (int64_t l : lines) {
         const size_t i = static_cast<size_t>(std::find(now.lines.begin(), now.lines.end(), l) - now.lines.begin());
-        json b = {{"id", now.ids[i]}, {"verified", static_cast<bool>(now.verified[i])}, {"line", clientLine(l)},
+        json b = {{"id", now.ids[i]},
+                  {"verified", static_cast<bool>(now.verified[i])},
+                  {"line", clientLine(l)},
                   {"source", {{"path", path}}}};
         if (!now.messages[i].empty())
             b["message"] = now.messages[i];
@@ -805,8 +833,7 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     json list = json::array();
     auto known = frameCounts_.find(threadId);
     int64_t total = known != frameCounts_.end() ? known->second : -1;
-    const int64_t wanted =
-        total < 0 ? -1 : (levels > 0 ? std::min(levels, total - startFrame) : total - startFrame);
+    const int64_t wanted = total < 0 ? -1 : (levels > 0 ? std::min(levels, total - startFrame) : total - startFrame);
     if (total >= 0 && wanted <= 0) {
         body = {{"stackFrames", list}, {"totalFrames", total}};
         return;
@@ -825,8 +852,12 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     const size_t count = levels > 0 ? std::min(frames.size(), static_cast<size_t>(levels)) : frames.size();
     for (size_t i = 0; i < count; ++i) {
         const JDWPJFrame& f = frames[i];
-        FrameRef ref{static_cast<double>(threadId), f.FrameID, static_cast<int>(startFrame + static_cast<int64_t>(i)),
-                     f.FrameLocation.ClassID, f.FrameLocation.MethodID, f.FrameLocation.Index};
+        FrameRef ref{static_cast<double>(threadId),
+                     f.FrameID,
+                     static_cast<int>(startFrame + static_cast<int64_t>(i)),
+                     f.FrameLocation.ClassID,
+                     f.FrameLocation.MethodID,
+                     f.FrameLocation.Index};
         auto cls = jvm.getClassByID(f.FrameLocation.ClassID, true);
         if (cls)
             cls->refreshSignature(true);
@@ -902,8 +933,12 @@ void DapAdapter::onVariables(const json& args, json& body)
             throw DapError{error};
         break;
     }
-    case Container::Kind::Statics: vars = values_.statics(container.id); break;
-    case Container::Kind::Object: vars = values_.fields(container.id); break;
+    case Container::Kind::Statics:
+        vars = values_.statics(container.id);
+        break;
+    case Container::Kind::Object:
+        vars = values_.fields(container.id);
+        break;
     case Container::Kind::Array:
         vars = values_.elements(container.id, args.value("start", int64_t(0)), args.value("count", int64_t(0)));
         break;
@@ -925,7 +960,8 @@ void DapAdapter::onEvaluate(const json& args, json& body)
         top = frame.index == 0 && asId(frame.threadID) == asId(jvm.currentThreadID());
     } else {
         // The stop's own top frame.
-        auto reply = handler_->sendSync(handler_->myFactory()->createGetFrameMessage(jvm.currentThreadID(), 0, 1), kWaitMs);
+        auto reply =
+            handler_->sendSync(handler_->myFactory()->createGetFrameMessage(jvm.currentThreadID(), 0, 1), kWaitMs);
         if (!reply || reply->myErrorCode != 0 || reply->myDataContainer()->requestFrame().empty())
             throw DapError{"no frame to evaluate in"};
         const auto& f = reply->myDataContainer()->requestFrame().front();
@@ -1003,9 +1039,18 @@ void DapAdapter::step(const json& args, int depth)
     state_ = State::Running;
 }
 
-void DapAdapter::onNext(const json& args, json&) { step(args, SD_OVER); }
-void DapAdapter::onStepIn(const json& args, json&) { step(args, SD_INTO); }
-void DapAdapter::onStepOut(const json& args, json&) { step(args, SD_OUT); }
+void DapAdapter::onNext(const json& args, json&)
+{
+    step(args, SD_OVER);
+}
+void DapAdapter::onStepIn(const json& args, json&)
+{
+    step(args, SD_INTO);
+}
+void DapAdapter::onStepOut(const json& args, json&)
+{
+    step(args, SD_OUT);
+}
 
 void DapAdapter::onPause(const json&, json&)
 {
@@ -1083,8 +1128,7 @@ void DapAdapter::finishEnd()
     auto& pump = MessagePump::instance();
     if (transport && config_ && !config_->attach)
         pump.pumpUntil([&] { return !transport->ProcessRunning(); }, 3000);
-    for (int pass = 0; pass < 100 && pump.pumpOnce(0) > 0; ++pass) {
-    }
+    for (int pass = 0; pass < 100 && pump.pumpOnce(0) > 0; ++pass) {}
     for (auto& o : events_->output())
         emit("output", {{"category", o.category}, {"output", o.text}});
     events_->output().clear();

@@ -150,11 +150,11 @@ private:
 
     std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler_;
     std::shared_ptr<DebuggeeEvents> events_;
-    std::map<std::string, SourceBreakpoints> breakpoints_; // by source path
+    std::map<std::string, SourceBreakpoints> breakpoints_;         // by source path
     std::set<std::pair<std::string, int64_t>> libraryBreakpoints_; // (class, line) entries we added
     std::vector<std::string> programClasses_;
     std::map<int64_t, std::string> threads_; // id -> name, as last announced
-    std::map<int64_t, int64_t> frameCounts_;  // per thread, until the program resumes
+    std::map<int64_t, int64_t> frameCounts_; // per thread, until the program resumes
     SourceMap sources_;
     VariableStore store_;
     ValueReader values_{store_};

@@ -41,8 +41,8 @@ JDWPJVarValue objectValue(JDWPJVarEnum tag, double id)
 
 bool isObjectTag(int32_t tag)
 {
-    return tag == VAR_OBJECT || tag == VAR_ARRAY || tag == VAR_STRING || tag == VAR_THREAD ||
-           tag == VAR_THREADGROUP || tag == VAR_CLASSLOADER || tag == VAR_CLASSOBJECT;
+    return tag == VAR_OBJECT || tag == VAR_ARRAY || tag == VAR_STRING || tag == VAR_THREAD || tag == VAR_THREADGROUP ||
+           tag == VAR_CLASSLOADER || tag == VAR_CLASSOBJECT;
 }
 
 std::string idText(double id)
@@ -88,16 +88,26 @@ std::string ValueReader::typeName(const std::string& signature)
     if (signature.empty())
         return {};
     switch (signature[0]) {
-    case 'Z': return "boolean";
-    case 'B': return "byte";
-    case 'C': return "char";
-    case 'S': return "short";
-    case 'I': return "int";
-    case 'J': return "long";
-    case 'F': return "float";
-    case 'D': return "double";
-    case 'V': return "void";
-    case '[': return typeName(signature.substr(1)) + "[]";
+    case 'Z':
+        return "boolean";
+    case 'B':
+        return "byte";
+    case 'C':
+        return "char";
+    case 'S':
+        return "short";
+    case 'I':
+        return "int";
+    case 'J':
+        return "long";
+    case 'F':
+        return "float";
+    case 'D':
+        return "double";
+    case 'V':
+        return "void";
+    case '[':
+        return typeName(signature.substr(1)) + "[]";
     case 'L':
         if (signature.back() == ';') {
             std::string s = signature.substr(1, signature.size() - 2);
@@ -105,7 +115,8 @@ std::string ValueReader::typeName(const std::string& signature)
             return s;
         }
         break;
-    default: break;
+    default:
+        break;
     }
     std::string s = signature;
     std::replace(s.begin(), s.end(), '/', '.');
@@ -115,13 +126,20 @@ std::string ValueReader::typeName(const std::string& signature)
 std::string ValueReader::charText(uint32_t code)
 {
     switch (code) {
-    case '\n': return "'\\n'";
-    case '\r': return "'\\r'";
-    case '\t': return "'\\t'";
-    case '\'': return "'\\''";
-    case '\\': return "'\\\\'";
-    case 0: return "'\\u0000'";
-    default: break;
+    case '\n':
+        return "'\\n'";
+    case '\r':
+        return "'\\r'";
+    case '\t':
+        return "'\\t'";
+    case '\'':
+        return "'\\''";
+    case '\\':
+        return "'\\\\'";
+    case 0:
+        return "'\\u0000'";
+    default:
+        break;
     }
     if (code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0xD800 && code < 0xE000)) {
         char buf[16];
@@ -138,12 +156,24 @@ std::string ValueReader::quoted(const std::string& utf8)
     std::string out = "\"";
     for (char c : utf8) {
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default: out += c; break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            out += c;
+            break;
         }
     }
     return out + "\"";
@@ -320,8 +350,8 @@ std::vector<DapVariable> ValueReader::statics(double classID)
     const std::vector<JDWPJVarValue> none;
     const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
     for (size_t i = 0; i < fields.size(); ++i)
-        out.push_back(describe(fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(),
-                               fields[i]->FieldSignature));
+        out.push_back(
+            describe(fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature));
     return out;
 }
 
@@ -335,7 +365,7 @@ std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, in
     if (count <= 0)
         return out;
     auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayValuesMessage(arrayID, static_cast<double>(start),
-                                                                                  static_cast<double>(count)));
+                                                                                   static_cast<double>(count)));
     if (!reply)
         return out;
     const auto& values = reply->myDataContainer()->requestVar();
@@ -441,8 +471,8 @@ std::optional<DapVariable> ValueReader::evaluate(const FrameRef& frame, const st
                 error = path + " has " + std::to_string(length) + " elements, no [" + std::to_string(s.index) + "]";
                 return std::nullopt;
             }
-            auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayValuesMessage(current.value.RefID,
-                                                                                          static_cast<double>(s.index), 1));
+            auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayValuesMessage(
+                current.value.RefID, static_cast<double>(s.index), 1));
             if (!reply || reply->myDataContainer()->requestVar().empty()) {
                 error = path + " is not an array";
                 return std::nullopt;

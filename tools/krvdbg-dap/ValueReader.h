@@ -45,8 +45,7 @@ public:
     std::optional<DapVariable> evaluate(const FrameRef& frame, const std::string& expression, std::string& error);
 
     // The DAP view of one value; `declared` is the declared signature.
-    DapVariable describe(const std::string& name, const jdwpkrvdbg::JDWPJVarValue& value,
-                         const std::string& declared);
+    DapVariable describe(const std::string& name, const jdwpkrvdbg::JDWPJVarValue& value, const std::string& declared);
 
     // pkg.Name / int / pkg.Name[] from a signature or internal name.
     static std::string typeName(const std::string& signature);

@@ -23,9 +23,9 @@ struct FrameRef {
 struct Container {
     enum class Kind { Locals, Statics, Object, Array };
     Kind kind = Kind::Locals;
-    int64_t frame = 0;       // Locals: the frameId
-    double id = 0;           // Statics: class id; Object, Array: object id
-    std::string type;        // Array: its signature ([I, [Lpkg/Name;)
+    int64_t frame = 0; // Locals: the frameId
+    double id = 0;     // Statics: class id; Object, Array: object id
+    std::string type;  // Array: its signature ([I, [Lpkg/Name;)
 };
 
 class VariableStore {

@@ -13,19 +13,19 @@ struct Options {
     LaunchMode mode = LaunchMode::Socket;
     std::string javaPath = "java";
     std::string classPath;
-    std::string mainClass;             // as the user writes it: pkg.Name
+    std::string mainClass; // as the user writes it: pkg.Name
     std::vector<std::string> programArgs;
     std::vector<std::string> vmOptions; // extra words for the VM, before the main class
     std::string attachHost;
     int attachPort = 0;
-    std::vector<std::string> targets;   // --target, Java form
-    std::vector<std::string> excludes;  // --exclude patterns
+    std::vector<std::string> targets;  // --target, Java form
+    std::vector<std::string> excludes; // --exclude patterns
     std::vector<std::string> sourcePath;
-    std::string scriptFile;             // --script; empty: stdin
+    std::string scriptFile; // --script; empty: stdin
     bool json = false;
     bool quiet = false;
     bool trace = false;
-    bool echo = true;                   // script commands are echoed in text mode
+    bool echo = true; // script commands are echoed in text mode
     bool showHelp = false;
     bool showVersion = false;
 };

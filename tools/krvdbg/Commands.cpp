@@ -12,10 +12,10 @@
 #include <jdwpkrvdbg/model/JXMethod.h>
 #include <jdwpkrvdbg/model/JXThread.h>
 #include <jdwpkrvdbg/model/JXThreadList.h>
+#include <jdwpkrvdbg/platform/MessagePump.h>
 #include <jdwpkrvdbg/protocol/JDWPMessage.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageData.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
-#include <jdwpkrvdbg/platform/MessagePump.h>
 #include <jdwpkrvdbg/session/JDWPLimits.h>
 
 #include "ClassNames.h"
@@ -62,11 +62,16 @@ json numberOrText(const std::string& s)
 std::string threadStateName(ThreadStatus s)
 {
     switch (s) {
-    case THREAD_STATE_ZOMBIE: return "zombie";
-    case THREAD_STATE_RUNNING: return "running";
-    case THREAD_STATE_SLEEPING: return "sleeping";
-    case THREAD_STATE_MONITOR: return "waiting for a monitor";
-    case THREAD_STATE_WAIT: return "waiting";
+    case THREAD_STATE_ZOMBIE:
+        return "zombie";
+    case THREAD_STATE_RUNNING:
+        return "running";
+    case THREAD_STATE_SLEEPING:
+        return "sleeping";
+    case THREAD_STATE_MONITOR:
+        return "waiting for a monitor";
+    case THREAD_STATE_WAIT:
+        return "waiting";
     }
     return "state " + std::to_string(static_cast<int>(s));
 }
@@ -143,7 +148,9 @@ ThreadPlace placeOf(Session& session, double threadID)
 
 json stopJson(const StopInfo& stop)
 {
-    json j{{"threadID", jsonNumber(stop.threadID)}, {"ClassName", stop.className}, {"LineNr", stop.line},
+    json j{{"threadID", jsonNumber(stop.threadID)},
+           {"ClassName", stop.className},
+           {"LineNr", stop.line},
            {"Offset", stop.offset}};
     if (!stop.exception.empty())
         j["exception"] = stop.exception;
@@ -195,7 +202,7 @@ const std::vector<Commands::Verb>& Commands::verbs()
         {{"print", "p"},
          -1,
          {{"print EXPR [in CLASS]", "a variable, a field or a method without arguments, also as a\n"
-                                     "dotted path (print cart.total); in CLASS: its static members"}},
+                                    "dotted path (print cart.total); in CLASS: its static members"}},
          [](Commands& c, const std::string& cmd, const Args& args) {
              if (args.empty())
                  return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
@@ -261,8 +268,7 @@ std::vector<std::string> Commands::helpLines()
             // The text starts at its column, or three blanks after a long usage.
             const std::string usage = std::string("  ") + h.usage;
             const std::string text = h.text;
-            std::string line =
-                usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
+            std::string line = usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
             for (size_t start = 0;;) {
                 const size_t end = text.find('\n', start);
                 lines.push_back(line + text.substr(start, end == std::string::npos ? end : end - start));
@@ -363,10 +369,8 @@ CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& place
     const bool registered = bp && bp->UsedByVM;
     CommandOutcome o;
     o.command = cmd;
-    o.result = {{"ClassName", internal},
-                {"MethodName", place.method},
-                {"Offset", place.offset},
-                {"registered", registered}};
+    o.result = {
+        {"ClassName", internal}, {"MethodName", place.method}, {"Offset", place.offset}, {"registered", registered}};
     if (registered)
         o.text.push_back("Stop point set in " + codeText(place));
     else if (session_.alive() && jvm.getClassByName(internal, false))
@@ -637,8 +641,8 @@ CommandOutcome Commands::locals(const std::string& cmd)
             continue;
         if (codeIndex >= 0 && !(slot.vt_codeIndex <= codeIndex && codeIndex < slot.vt_codeIndex + slot.vt_length))
             continue;
-        const bool seen = std::any_of(slots.begin(), slots.end(),
-                                      [&](const auto& s) { return s.vt_name == slot.vt_name; });
+        const bool seen =
+            std::any_of(slots.begin(), slots.end(), [&](const auto& s) { return s.vt_name == slot.vt_name; });
         if (!seen)
             slots.push_back(slot);
     }
@@ -729,8 +733,7 @@ CommandOutcome Commands::suspend(const std::string& cmd)
         return CommandOutcome::failure(cmd, "the VM is already suspended");
     auto& jvm = session_.jvm();
     jvm.SuspendVM();
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); },
-                                      kStateConfirmMs);
+    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); }, kStateConfirmMs);
     session_.printer().flush();
     CommandOutcome o;
     o.command = cmd;
@@ -749,8 +752,7 @@ CommandOutcome Commands::resume(const std::string& cmd)
     auto& jvm = session_.jvm();
     session_.events().noteResume();
     jvm.ResumeVM(true);
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() != VMSuspend || session_.ended(); },
-                                      kStateConfirmMs);
+    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() != VMSuspend || session_.ended(); }, kStateConfirmMs);
     session_.printer().flush();
     CommandOutcome o;
     o.command = cmd;
@@ -778,7 +780,9 @@ CommandOutcome Commands::pop(const std::string& cmd)
         if (auto cls = jvm.getClassByName(top[1], true))
             if (auto m = cls->JMethod(top[2] + top[3]))
                 jvm.GoSilentBreak(jvm.currentThreadID(), cls->ClassID, m->MethodID);
-        o.result = {{"ClassName", top[1]}, {"MethodName", top[2]}, {"LineNr", numberOrText(top[4])},
+        o.result = {{"ClassName", top[1]},
+                    {"MethodName", top[2]},
+                    {"LineNr", numberOrText(top[4])},
                     {"codeIndex", numberOrText(top[0])}};
         o.text.push_back("Frame popped; now in " + ClassNames::toJava(top[1]) + "." + top[2] + " line " + top[4] +
                          " (code index " + top[0] + ")");

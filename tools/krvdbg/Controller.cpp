@@ -42,8 +42,7 @@ int Controller::finishAfterEnd()
 {
     session_.drainAfterEnd();
     if (session_.options().mode != LaunchMode::Attach && !session_.mainClassLoaded()) {
-        std::fprintf(stderr,
-                     "krvdbg: the VM ended without loading the main class %s (is the class path right?)\n",
+        std::fprintf(stderr, "krvdbg: the VM ended without loading the main class %s (is the class path right?)\n",
                      ClassNames::toJava(ClassNames::toInternal(session_.options().mainClass)).c_str());
         return kExitMainClass;
     }

@@ -9,10 +9,10 @@
 namespace krvdbg {
 
 enum ExitStatus : int {
-    kExitOk = 0,           // the program ran to its end, or the user quit
-    kExitUsage = 1,        // bad command line
-    kExitNoVM = 2,         // the VM could not be started or reached
-    kExitMainClass = 3,    // the VM ended without loading the main class
+    kExitOk = 0,        // the program ran to its end, or the user quit
+    kExitUsage = 1,     // bad command line
+    kExitNoVM = 2,      // the VM could not be started or reached
+    kExitMainClass = 3, // the VM ended without loading the main class
 };
 
 class Controller {

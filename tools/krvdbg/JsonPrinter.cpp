@@ -20,10 +20,12 @@ void JsonPrinter::message(const std::string& Prompt, int32_t Buttons, const std:
     emit({{"event", "Message"}, {"Prompt", Prompt}, {"Buttons", Buttons}, {"Title", Title}});
 }
 
-void JsonPrinter::breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
-                             StopCause)
+void JsonPrinter::breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset, StopCause)
 {
-    emit({{"event", "Breakpoint"}, {"threadID", jsonNumber(threadID)}, {"ClassName", ClassName}, {"LineNr", LineNr},
+    emit({{"event", "Breakpoint"},
+          {"threadID", jsonNumber(threadID)},
+          {"ClassName", ClassName},
+          {"LineNr", LineNr},
           {"Offset", Offset}});
 }
 

@@ -33,7 +33,7 @@ struct CommandOutcome {
     std::string command;
     bool ok = true;
     std::string error;             // when !ok: what went wrong or what is expected
-    Json result;         // the structured result (null when none)
+    Json result;                   // the structured result (null when none)
     std::vector<std::string> text; // the same for a person, one line each
 
     static CommandOutcome failure(const std::string& command, const std::string& error)

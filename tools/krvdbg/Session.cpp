@@ -12,14 +12,14 @@
 #include <string_view>
 
 #include <jdwpkrvdbg/model/JXBreakpoint.h>
-#include <jdwpkrvdbg/protocol/ByteStrings.h>
 #include <jdwpkrvdbg/platform/Clock.h>
 #include <jdwpkrvdbg/platform/MessagePump.h>
+#include <jdwpkrvdbg/protocol/ByteStrings.h>
 #include <jdwpkrvdbg/session/modMain.h>
 
 #include "ClassNames.h"
-#include "ProgramClasses.h"
 #include "Interrupt.h"
+#include "ProgramClasses.h"
 
 namespace krvdbg {
 
@@ -183,8 +183,8 @@ bool Session::start()
             failureText_ = "no free local TCP port for the debug agent";
             return false;
         }
-        const std::string agent = "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" +
-                                  std::to_string(port);
+        const std::string agent =
+            "-agentlib:jdwp=transport=dt_socket,server=y,suspend=y,address=127.0.0.1:" + std::to_string(port);
         handler_->bRemoteConnection = true;
         ok = handler_->startVM(options_.javaPath, launchParameters(agent), "", false, true, 0, "127.0.0.1",
                                std::to_string(port), true);
@@ -200,8 +200,8 @@ bool Session::start()
     }
     case LaunchMode::Attach:
         handler_->bRemoteConnection = true;
-        ok = handler_->startVM("", "", "", false, false, 0, options_.attachHost,
-                               std::to_string(options_.attachPort), true);
+        ok = handler_->startVM("", "", "", false, false, 0, options_.attachHost, std::to_string(options_.attachPort),
+                               true);
         break;
     }
     if (!ok) {
@@ -296,8 +296,7 @@ void Session::drainAfterEnd()
     if (transport && options_.mode != LaunchMode::Attach)
         pump.pumpUntil([&] { return !transport->ProcessRunning(); }, kDrainMs);
     // Whatever is already queued (the last console text, the close).
-    for (int pass = 0; pass < 100 && pump.pumpOnce(0) > 0; ++pass) {
-    }
+    for (int pass = 0; pass < 100 && pump.pumpOnce(0) > 0; ++pass) {}
     printer_.flush();
 }
 

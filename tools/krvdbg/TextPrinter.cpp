@@ -37,10 +37,14 @@ std::string threadText(double threadID)
 std::string TextPrinter::stateName(jdwpkrvdbg::VMState state)
 {
     switch (state) {
-    case jdwpkrvdbg::VMDead: return "dead";
-    case jdwpkrvdbg::VMSuspend: return "suspended";
-    case jdwpkrvdbg::VMRunning: return "running";
-    case jdwpkrvdbg::VMLoading: return "loading";
+    case jdwpkrvdbg::VMDead:
+        return "dead";
+    case jdwpkrvdbg::VMSuspend:
+        return "suspended";
+    case jdwpkrvdbg::VMRunning:
+        return "running";
+    case jdwpkrvdbg::VMLoading:
+        return "loading";
     }
     return "state " + std::to_string(static_cast<int>(state));
 }

@@ -212,7 +212,8 @@ private:
     // has not run yet.
     cHive<std::shared_ptr<JXClass>>& classes();
     cHive<double>& objectClasses();
-    JDWPJVarValue evaluateElement(const std::string& name, double& objectID, const std::shared_ptr<JXMethod>& currentMethod,
+    JDWPJVarValue evaluateElement(const std::string& name, double& objectID,
+                                  const std::shared_ptr<JXMethod>& currentMethod,
                                   std::shared_ptr<JXClass>& currentClass, const std::string& PossibleStaticClass);
     JDWPJVarValue getFieldValue(const std::string& name, const std::shared_ptr<JXClass>& cls, double objectID);
     // A local of `method` in the current frame. `decisive` is set when the

@@ -51,8 +51,7 @@ public:
     bool TransportConnected() override;
     void CloseTransport() override;
     std::string StatusText() override;
-    bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
-                      bool bUsePipe) override;
+    bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole, bool bUsePipe) override;
     void KillProcess() override;
     bool ProcessRunning() override;
     int32_t ProcessHandle() override;

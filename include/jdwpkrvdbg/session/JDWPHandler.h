@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <unordered_map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -53,8 +53,8 @@ public:
     bool bRemoteConnection = true;
 
     // --- launch and connection ---
-    bool startVM(const std::string& JVMPath, const std::string& JVMParam, const std::string& SharedName,
-                 bool bConsole, bool bUsePipe, int32_t timeout = 0, const std::string& Host = std::string(),
+    bool startVM(const std::string& JVMPath, const std::string& JVMParam, const std::string& SharedName, bool bConsole,
+                 bool bUsePipe, int32_t timeout = 0, const std::string& Host = std::string(),
                  const std::string& Port = std::string(), bool bUseRemote = false);
     void connectTransport();
     void sendInitMessages();
@@ -123,8 +123,8 @@ private:
     // is tried until it is up, the budget is spent or the started VM died,
     // and a failure is reported to the host.
     void endPreviousSession();
-    bool tryToConnect(const std::string& SharedName, int32_t timeout, const std::string& Host,
-                      const std::string& Port, bool bUseRemote);
+    bool tryToConnect(const std::string& SharedName, int32_t timeout, const std::string& Host, const std::string& Port,
+                      bool bUseRemote);
     void reportConnectFailure();
     void protocolError(const std::string& reason);
     void armHandshakeTimeout();

@@ -22,8 +22,7 @@ public:
     // "-> id=5 1/1 len=11 Version", "<- id=5 reply err=0 len=...".
     void record(const PacketEvent& packet);
     void recordSent(double id, int32_t commandSet, int32_t command, size_t length);
-    void recordReceived(double id, double flags, int32_t commandSet, int32_t command, int32_t errorCode,
-                        size_t length);
+    void recordReceived(double id, double flags, int32_t commandSet, int32_t command, int32_t errorCode, size_t length);
     void recordNote(const std::string& text);
 
     // The recorded lines, oldest first.

@@ -132,7 +132,9 @@ TEST(DapAdapter, RequestsOutOfPlaceOrMalformedGetErrorResponses)
         {"launch", json::object(), "needs \"mainClass\""},
         {"launch", {{"mainClass", "1bad"}}, "is not a class name"},
         {"launch", {{"mainClass", "demo.Shop"}, {"classPaths", {missing}}}, "does not exist"},
-        {"launch", {{"mainClass", "demo.Shop"}, {"classPaths", "/tmp"}, {"transport", "pigeon"}}, "\"socket\" or \"shmem\""},
+        {"launch",
+         {{"mainClass", "demo.Shop"}, {"classPaths", "/tmp"}, {"transport", "pigeon"}},
+         "\"socket\" or \"shmem\""},
         {"launch", {{"mainClass", "demo.Shop"}, {"args", 5}}, "array of strings"},
         {"launch", {{"mainClass", "demo.Shop"}, {"cwd", missing}}, "does not exist"},
         {"launch", {{"mainClass", "demo.Shop"}, {"javaExec", missing + "/java"}}, "was not found or cannot be run"},
@@ -205,13 +207,17 @@ TEST(DapSourceMap, ThePackageLineNamesTheClass)
 TEST(DapValues, TypesAndCharsAsJavaWritesThem)
 {
     const std::pair<const char*, const char*> types[] = {
-        {"I", "int"}, {"[[J", "long[][]"}, {"Lpkg/Outer$Inner;", "pkg.Outer$Inner"}, {"[Ljava/lang/String;", "java.lang.String[]"},
+        {"I", "int"},
+        {"[[J", "long[][]"},
+        {"Lpkg/Outer$Inner;", "pkg.Outer$Inner"},
+        {"[Ljava/lang/String;", "java.lang.String[]"},
     };
     for (const auto& [sig, name] : types)
         EXPECT_EQ(ValueReader::typeName(sig), name);
     const std::pair<uint32_t, const char*> chars[] = {
-        {'A', "'A'"}, {'\n', "'\\n'"}, {'\'', "'\\''"}, {0, "'\\u0000'"}, {0xE9, "'\xC3\xA9'"},
-        {0x20AC, "'\xE2\x82\xAC'"}, {0xD800, "'\\ud800'"}, {0x7F, "'\\u007f'"},
+        {'A', "'A'"},          {'\n', "'\\n'"},      {'\'', "'\\''"},
+        {0, "'\\u0000'"},      {0xE9, "'\xC3\xA9'"}, {0x20AC, "'\xE2\x82\xAC'"},
+        {0xD800, "'\\ud800'"}, {0x7F, "'\\u007f'"},
     };
     for (const auto& [code, text] : chars)
         EXPECT_EQ(ValueReader::charText(code), text) << code;

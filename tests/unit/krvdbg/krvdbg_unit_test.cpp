@@ -1,6 +1,8 @@
 // krvdbg's own parsers: the command line, the arguments of its commands, and
 // the value text that the session's getValue returns. Tables of inputs and
 // expected results; the real-VM behaviour is tested in tests/live.
+// The tables of byte literals keep their hand layout:
+// clang-format off
 #include <gtest/gtest.h>
 
 #include <unistd.h>
