@@ -203,8 +203,9 @@ TEST_F(MessageTest, RoutesPayloadsToTheirDecoders)
 TEST(CommandTable, EveryPairRoutesAndNames)
 {
     // The exceptions to "a pair is named and its replies decoded": named but
-    // not decoded (Exit), decoded but unnamed (thread status, pop frames),
-    // events named by their kind, and pairs the table does not know.
+    // not decoded (Exit), decoded but unnamed (thread status, pop frames), a
+    // clear named by its command set, events named by their kind, and pairs
+    // the table does not know.
     const struct {
         int32_t set, command;
         const char* name;
@@ -213,6 +214,7 @@ TEST(CommandTable, EveryPairRoutesAndNames)
         {1, 10, "Exit VM", false},
         {11, 4, "", true},
         {12, 3, "", true},
+        {15, 2, "Event-Request", true},
         {16, 4, "", true},
         // The composite's number (100) is also VM Disconnect's kind.
         {64, EV_COMPOSITE, "Process Event - VM Disconnect", true},
