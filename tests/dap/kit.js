@@ -266,6 +266,14 @@ class Client extends DebugClient {
     }
 }
 
+// A started client that ends with the test.
+async function session(t) {
+    const dc = new Client();
+    await dc.start();
+    t.after(() => dc.end());
+    return dc;
+}
+
 function alive(pid) {
     try {
         process.kill(pid, 0);
@@ -321,4 +329,4 @@ class JavaProcess {
     }
 }
 
-module.exports = { Client, JavaProcess, env, lineOf, alive, until, within, kEventMs };
+module.exports = { Client, JavaProcess, env, lineOf, alive, until, within, kEventMs, session };

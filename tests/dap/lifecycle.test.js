@@ -9,14 +9,7 @@ const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 const { test } = require('node:test');
-const { Client, JavaProcess, env, lineOf, alive, until, kEventMs } = require('./kit');
-
-async function session(t) {
-    const dc = new Client();
-    await dc.start();
-    t.after(() => dc.end());
-    return dc;
-}
+const { Client, JavaProcess, env, lineOf, alive, until, kEventMs, session } = require('./kit');
 
 // Sleeper under an agent that listens on a port of its own choosing.
 async function listeningSleeper(t) {

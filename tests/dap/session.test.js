@@ -6,14 +6,7 @@
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const { test } = require('node:test');
-const { Client, lineOf } = require('./kit');
-
-async function session(t) {
-    const dc = new Client();
-    await dc.start();
-    t.after(() => dc.end());
-    return dc;
-}
+const { lineOf, session } = require('./kit');
 
 for (const transport of ['socket', 'shmem']) {
     test(`launch, inspect, step and run to the end over ${transport}`, async t => {

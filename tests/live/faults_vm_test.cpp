@@ -9,7 +9,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 
 #include "LiveSessionTest.h"
@@ -22,12 +21,6 @@ namespace {
 constexpr int32_t kCallTimeoutMs = 4000; // the model's synchronous wait
 // Whatever the pump and the scheduler add on top of a time-out.
 constexpr int64_t kSlackMs = 1000;
-
-int64_t realMs()
-{
-    using namespace std::chrono;
-    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
 
 // Kills `pid` once, from inside the next pump pass for which `when` is true
 // (that is, from inside whatever call is waiting then).
@@ -71,9 +64,9 @@ protected:
     // run the next VM from start to end, with no stop on the way.
     void expectDeadSoonThenTheNextSessionRuns()
     {
-        const int64_t begin = realMs();
+        const int64_t begin = nowMs();
         EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 10000)) << dump();
-        EXPECT_LT(realMs() - begin, 5000);
+        EXPECT_LT(nowMs() - begin, 5000);
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
         if (shmem()) {
             EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + sharedName));
@@ -106,9 +99,9 @@ TEST_P(LiveFaults, KilledDuringASynchronousRequest)
     ASSERT_TRUE(signalProcess(pid, SIGSTOP));
     ASSERT_TRUE(pumpUntil([&] { return processStopped(pid); }, 5000));
     KillDuringWait killer(pid, [] { return true; });
-    const int64_t begin = realMs();
+    const int64_t begin = nowMs();
     EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetThreadsMessage(), kCallTimeoutMs), nullptr);
-    EXPECT_LT(realMs() - begin, kCallTimeoutMs + kSlackMs);
+    EXPECT_LT(nowMs() - begin, kCallTimeoutMs + kSlackMs);
     EXPECT_TRUE(killer.fired);
     expectDeadSoonThenTheNextSessionRuns();
 }
@@ -135,9 +128,9 @@ TEST_P(LiveFaults, KilledWhileGetValueRunsAGetter)
         });
     };
     KillDuringWait killer(pid, invoking);
-    const int64_t begin = realMs();
+    const int64_t begin = nowMs();
     const std::string value = jvm->getValue("slow.title");
-    EXPECT_LT(realMs() - begin, kCallTimeoutMs + kSlackMs) << value;
+    EXPECT_LT(nowMs() - begin, kCallTimeoutMs + kSlackMs) << value;
     EXPECT_TRUE(killer.fired) << dump();
     EXPECT_EQ(value.find("late"), std::string::npos) << value;
     expectDeadSoonThenTheNextSessionRuns();

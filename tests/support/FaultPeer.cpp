@@ -138,7 +138,6 @@ FaultPeer::FaultPeer(Script script)
                 ::close(fd);
             }
         }
-        done_ = true;
     });
 }
 

@@ -70,7 +70,6 @@ public:
     ~FaultPeer();
 
     int port() const { return port_; }
-    bool scriptDone() const { return done_; }
 
     // A flag the test raises and the script waits for (e.g. "stop waiting
     // and close now").
@@ -81,7 +80,6 @@ private:
     int listen_ = -1;
     std::atomic<int> conn_{-1};
     int port_ = 0;
-    std::atomic<bool> done_{false};
     std::mutex mutex_;
     std::condition_variable cv_;
     bool released_ = false;

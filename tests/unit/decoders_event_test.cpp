@@ -71,6 +71,16 @@ protected:
         addMethod(cls, 0x31, "Main", "()V", {{0, 10}, {5, 11}, {9, 13}});
         return cls;
     }
+    // The runtime's VB/Debug with Print(data) (one slot), stopped at its
+    // entry in thread 0x77 and called with the string "hello".
+    void debugPrintClass()
+    {
+        addMethod(userClass(0x90, "LVB/Debug;"), 0x91, "Print", "(Ljava/lang/String;)V")
+            ->SetVariableTable({0, 1, {{0, "data", "Ljava/lang/String;", 0, 0}}});
+        vm->onPayload(11, 6, be32(1) + be64(0x5) + location(0x90, 0x91, 0));
+        vm->onPayload(16, 1, be32(1) + "s" + be64(0x72));
+        vm->onPayload(10, 1, jstr("\"hello\""));
+    }
     // A running VM with nothing recorded yet.
     void fresh()
     {
@@ -323,12 +333,7 @@ TEST_F(EventDecoders, DebugPrintHookPrintsItsArgumentWithoutAStop)
     // The runtime's debug-output class is rejected by the class filters, so
     // it is recognised before them.
     ASSERT_FALSE(jvm()->isPossibleClass("VB/Debug"));
-    auto cls = userClass(0x90, "LVB/Debug;");
-    addMethod(cls, 0x91, "Print", "(Ljava/lang/String;)V")
-        ->SetVariableTable({0, 1, {{0, "data", "Ljava/lang/String;", 0, 0}}}); // one slot: data
-    vm->onPayload(11, 6, be32(1) + be64(0x5) + location(0x90, 0x91, 0));
-    vm->onPayload(16, 1, be32(1) + "s" + be64(0x72));
-    vm->onPayload(10, 1, jstr("\"hello\""));
+    debugPrintClass();
 
     fresh();
     decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x91, 0))}));
@@ -350,12 +355,7 @@ TEST_F(EventDecoders, AStepGoesOnPastEventsThatDoNotEndIt)
 {
     userClass();
     userClass(0x11, "Lpkg/NotMine;");
-    auto debug = userClass(0x90, "LVB/Debug;");
-    addMethod(debug, 0x91, "Print", "(Ljava/lang/String;)V")
-        ->SetVariableTable({0, 1, {{0, "data", "Ljava/lang/String;", 0, 0}}});
-    vm->onPayload(11, 6, be32(1) + be64(0x5) + location(0x90, 0x91, 0));
-    vm->onPayload(16, 1, be32(1) + "s" + be64(0x72));
-    vm->onPayload(10, 1, jstr("\"hello\""));
+    debugPrintClass();
     const struct {
         const char* name;
         std::string event;
