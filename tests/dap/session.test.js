@@ -197,18 +197,17 @@ test('the program\'s stderr arrives as stderr', { todo: 'krvdbg-dap reports the 
         assert.ok(!dc.output('stdout').includes('nested to stderr'));
     });
 
-test('a step that ends on a breakpoint\'s line, not at the breakpoint, is a step',
-    { todo: 'krvdbg-dap names the stop "breakpoint" when the line has one' }, async t => {
-        const dc = await session(t);
-        const call = lineOf('Stepper.java', '// @main-call');
-        await dc.begin('launch', dc.launchArgs('Stepper'), { 'Stepper.java': [call] });
-        let s = await dc.stopped('breakpoint');
-        await dc.ok('stepIn', { threadId: s.threadId });
-        s = await dc.stopped('step');
-        await dc.ok('stepOut', { threadId: s.threadId });
-        s = await dc.stopped('step');
-        assert.equal(s.top.line, call);
-    });
+test('a step that ends on a breakpoint\'s line, not at the breakpoint, is a step', async t => {
+    const dc = await session(t);
+    const call = lineOf('Stepper.java', '// @main-call');
+    await dc.begin('launch', dc.launchArgs('Stepper'), { 'Stepper.java': [call] });
+    let s = await dc.stopped('breakpoint');
+    await dc.ok('stepIn', { threadId: s.threadId });
+    s = await dc.stopped('step');
+    await dc.ok('stepOut', { threadId: s.threadId });
+    s = await dc.stopped('step');
+    assert.equal(s.top.line, call);
+});
 
 test('pause stops a running program where it is; continue lets it run on', async t => {
     const dc = await session(t);

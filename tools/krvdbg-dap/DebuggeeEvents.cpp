@@ -26,6 +26,8 @@ void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, i
     stop.className = ClassName;
     stop.line = LineNr;
     stop.offset = Offset;
+    stop.methodID = jvm_->currentMethodID();
+    stop.index = jvm_->currentIndex();
     stop.stepExpected = stepExpected_;
     stepExpected_ = false;
     stops_.push_back(std::move(stop));
