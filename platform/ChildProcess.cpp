@@ -5,6 +5,7 @@
 #include "ChildLauncher.h"
 #include "TransportParts.h"
 #include "ShmemRing.h"
+#include "jdwpkrvdbg/platform/Clock.h"
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
 #include <fcntl.h>
@@ -13,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -248,6 +250,22 @@ bool ChildProcess::kill()
     ::kill(pid_, SIGKILL);
     reap(true);
     forget();
+    return true;
+}
+
+bool ChildProcess::waitExit(int maxWaitMs) const
+{
+    const uint32_t start = GetTickCount();
+    while (pid_ != 0 && !hasExited(pid_)) {
+        const int64_t left = static_cast<int64_t>(maxWaitMs) - static_cast<int64_t>(GetTickCount() - start);
+        if (left <= 0)
+            return false;
+        // The pidfd becomes readable at the exit; without one the exit is
+        // polled as the exit watch polls it.
+        pollfd fd{pidFd_, POLLIN, 0};
+        const int slice = pidFd_ >= 0 ? static_cast<int>(left) : static_cast<int>(std::min<int64_t>(left, kExitPollMs));
+        ::poll(pidFd_ >= 0 ? &fd : nullptr, pidFd_ >= 0 ? 1 : 0, slice);
+    }
     return true;
 }
 

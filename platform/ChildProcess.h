@@ -40,6 +40,9 @@ public:
     bool start(ChildLaunch launch, bool console, bool usePipe, std::string& status);
     // Kills and reaps the process; true when there was one.
     bool kill();
+    // Waits at most maxWaitMs for the process to end by itself, without
+    // reaping it; true when it has ended (or there is none).
+    bool waitExit(int maxWaitMs) const;
     bool running() const;
     pid_t pid() const { return pid_; }
     int pidFd() const { return pidFd_; }

@@ -123,6 +123,11 @@ void LinuxTransport::KillProcess()
         ShmemChannel::removeStale(shmem_->name());
 }
 
+bool LinuxTransport::WaitProcessExit(int32_t maxWaitMs)
+{
+    return process_->waitExit(maxWaitMs);
+}
+
 bool LinuxTransport::ProcessRunning()
 {
     return process_->running();

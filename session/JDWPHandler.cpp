@@ -266,8 +266,11 @@ void JDWPHandler::disconnected()
         getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", kMsgBoxInformation,
                                               "Debugger");
     bHandshakeDone = false;
-    if (JDWPCon_)
+    if (JDWPCon_) {
+        if (myJVM()->JVMState() == VMDead)
+            JDWPCon_->WaitProcessExit(kDeadVMExitWaitMs);
         JDWPCon_->KillProcess();
+    }
     myJVM()->GoVMStateChange(VMDead, -1);
     if (myJVM_)
         myJVM_->GoCloseConnection();

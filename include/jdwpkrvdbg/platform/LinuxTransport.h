@@ -54,6 +54,7 @@ public:
     bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
                       bool bUsePipe) override;
     void KillProcess() override;
+    bool WaitProcessExit(int32_t maxWaitMs) override;
     bool ProcessRunning() override;
     int32_t ProcessHandle() override;
     int32_t ProcessID() override;

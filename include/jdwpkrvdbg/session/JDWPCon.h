@@ -48,6 +48,9 @@ public:
     virtual bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
                               bool bUsePipe) = 0;
     virtual void KillProcess() = 0;
+    // Waits at most maxWaitMs for the started process to end by itself;
+    // true when it has. A transport that cannot wait only looks.
+    virtual bool WaitProcessExit(int32_t maxWaitMs) { return !ProcessRunning(); }
     virtual bool ProcessRunning() = 0;
     // A pidfd of the launched process (0 when none).
     virtual int32_t ProcessHandle() = 0;
