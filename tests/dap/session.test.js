@@ -133,6 +133,32 @@ test('values: locals, statics, objects and arrays expanded, arrays paged', async
     assert.equal(hover.result, '3');
 });
 
+test('the locals are read with one question per fact the adapter cannot know', async t => {
+    process.env.KRVDBG_DAP_TRACE = '1';
+    const dc = await session(t);
+    delete process.env.KRVDBG_DAP_TRACE;
+    await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] });
+    const s = await dc.stopped('breakpoint');
+    const { scopes } = await dc.ok('scopes', { frameId: s.top.id });
+    const from = dc.stderr.length;
+    const locals = await dc.children(scopes.find(x => /local/i.test(x.name)).variablesReference);
+    assert.match(locals.arr.value, /int\[3\]/);
+    const sent = dc.stderr.slice(from).split('\n').filter(l => l.startsWith('-> '));
+    // JDWP command, requests: the values in one read; the text of the three
+    // strings; the class of the six objects, args (a String[]) among them, but
+    // not of arr, an int[] as declared; the signature of String[] alone, whose
+    // class is not known from a prepare event; the length of the two arrays.
+    const expected = [
+        ['Get Stack-Value', 1],
+        ['Resolve UTF8', 3],
+        ['Get Reference-Type', 6],
+        ['Get Signature', 1],
+        ['Get Array-Length', 2],
+    ];
+    for (const [command, count] of expected)
+        assert.equal(sent.filter(l => l.endsWith(command)).length, count, `${command} in\n${sent.join('\n')}`);
+});
+
 test('breakpoints in a nested, an inner and an anonymous class and in a lambda', async t => {
     const dc = await session(t);
     const at = marker => lineOf('Nested.java', `// @${marker}`);
