@@ -270,6 +270,12 @@ void JXMachine::printConsole(const std::string& s)
         events->ConsoleMessage(s);
 }
 
+void JXMachine::printConsoleError(const std::string& s)
+{
+    if (auto events = myEvents_)
+        events->ConsoleErrorMessage(s);
+}
+
 void JXMachine::GoException(const std::string& s)
 {
     if (auto events = myEvents_)

@@ -303,6 +303,12 @@ void JDWPHandler::pipestream(const std::string& text)
     myJVM()->printConsole(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
 }
 
+void JDWPHandler::pipestreamError(const std::string& text)
+{
+    ++consoleTexts_;
+    myJVM()->printConsoleError(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
+}
+
 void JDWPHandler::Disconnect()
 {
     if (!JDWPCon_)

@@ -215,14 +215,13 @@ test('the program\'s output arrives as stdout, the adapter\'s own lines as conso
     assert.ok(!dc.output('console').includes('square'));
 });
 
-test('the program\'s stderr arrives as stderr', { todo: 'krvdbg-dap reports the VM\'s stderr as stdout' },
-    async t => {
-        const dc = await session(t);
-        await dc.begin('launch', dc.launchArgs('Nested'));
-        await dc.event('terminated');
-        await dc.outputContaining('stderr', 'nested to stderr\n');
-        assert.ok(!dc.output('stdout').includes('nested to stderr'));
-    });
+test('the program\'s stderr arrives as stderr', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('Nested'));
+    await dc.event('terminated');
+    await dc.outputContaining('stderr', 'nested to stderr\n');
+    assert.ok(!dc.output('stdout').includes('nested to stderr'));
+});
 
 test('a step that ends on a breakpoint\'s line, not at the breakpoint, is a step', async t => {
     const dc = await session(t);

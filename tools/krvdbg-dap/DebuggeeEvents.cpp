@@ -53,8 +53,12 @@ void DebuggeeEvents::DebugMessage(const std::string& s)
 
 void DebuggeeEvents::ConsoleMessage(const std::string& s)
 {
-    // The library hands over the program's stdout and stderr as one stream.
     output_.push_back({"stdout", lfOnly(s)});
+}
+
+void DebuggeeEvents::ConsoleErrorMessage(const std::string& s)
+{
+    output_.push_back({"stderr", lfOnly(s)});
 }
 
 void DebuggeeEvents::Exception(const std::string& s)

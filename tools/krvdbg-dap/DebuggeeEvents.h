@@ -27,7 +27,7 @@ struct DebuggeeStop {
 };
 
 struct DebuggeeOutput {
-    std::string category; // stdout, console
+    std::string category; // stdout, stderr, console
     std::string text;
 };
 
@@ -42,6 +42,7 @@ public:
     void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
     void DebugMessage(const std::string& s) override;
     void ConsoleMessage(const std::string& s) override;
+    void ConsoleErrorMessage(const std::string& s) override;
     void Exception(const std::string& s) override;
 
     void expectStep() { stepExpected_ = true; }

@@ -83,6 +83,7 @@ public:
     void GoCloseConnection();
     void printDebug(const std::string& s);
     void printConsole(const std::string& s);
+    void printConsoleError(const std::string& s);
     void GoException(const std::string& s);
     void GoSilentBreak(double threadID, double ClassID, double MethodID);
     // A stop reported by an event: its thread, frame and the VMSuspend state

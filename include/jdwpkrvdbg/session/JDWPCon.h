@@ -18,6 +18,9 @@ public:
     virtual void disconnected() = 0;
     // Console text of the launched process, as it comes.
     virtual void pipestream(const std::string& text) = 0;
+    // The part of it the process wrote to its stderr, where the transport
+    // captures that on its own; by default one stream with the rest.
+    virtual void pipestreamError(const std::string& text) { pipestream(text); }
     // Raised on every pump pass while EnableProcessEvent(true) is in force.
     virtual void processevent() = 0;
     // Bytes from the VM: whatever arrived on a socket, or exactly one whole
