@@ -150,6 +150,7 @@ void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::st
     myCurrentClassID = ClassID;
     myCurrentMethodID = MethodID;
     myCurrentLine = LineNr;
+    myCurrentIndex_ = Offset;
     if (auto events = myEvents_)
         events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), offset);
 }
@@ -160,6 +161,7 @@ void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::st
     myCurrentClassID = ClassID;
     myCurrentMethodID = MethodID;
     myCurrentLine = LineNr;
+    myCurrentIndex_ = Offset;
     unregisterLastStepEvent();
     // A pause ends with the first stop, which is usually a step event of one
     // of its threads; the other threads' requests would stop the program
@@ -266,6 +268,12 @@ void JXMachine::printConsole(const std::string& s)
 {
     if (auto events = myEvents_)
         events->ConsoleMessage(s);
+}
+
+void JXMachine::printConsoleError(const std::string& s)
+{
+    if (auto events = myEvents_)
+        events->ConsoleErrorMessage(s);
 }
 
 void JXMachine::GoException(const std::string& s)

@@ -83,6 +83,10 @@ bool JXMachine::addClass(const std::shared_ptr<JXClass>& refClass, bool printInf
         // A duplicate key keeps the first entry; not an error.
         classes().Add(refClass, nameKey(name));
         classes().Add(refClass, idKey(refClass->ClassID));
+    } else if (!refClass->ClassSignature.empty()) {
+        // An array of a primitive type ([I) has no name; kept under its id,
+        // so that its signature, which never changes, is asked only once.
+        classes().Add(refClass, idKey(refClass->ClassID));
     }
     if (name == kDebugClassName) {
         registerDebugClass(refClass);

@@ -192,7 +192,8 @@ pid_t launchChild(const ChildLaunch& launch, int& error)
         int out = launch.outputFd;
         if (out < 0 && launch.outputNull)
             out = ::open("/dev/null", O_WRONLY);
-        if (out >= 0 && (::dup2(out, 1) < 0 || ::dup2(out, 2) < 0))
+        const int err = out >= 0 && launch.errorFd >= 0 ? launch.errorFd : out;
+        if (out >= 0 && (::dup2(out, 1) < 0 || ::dup2(err, 2) < 0))
             failInChild(report[1], errno);
         closeDescriptorsFrom(3, report[1]);
         ::execve(program.c_str(), argv.data(), envp.data());

@@ -20,6 +20,7 @@ struct ChildLaunch {
     std::vector<std::string> env;  // NAME=value
     bool stdinNull = false;        // stdin from /dev/null
     int outputFd = -1;             // stdout and stderr to this descriptor; -1: keep
+    int errorFd = -1;              // stderr to this descriptor instead (with outputFd); -1: as stdout
     bool outputNull = false;       // stdout and stderr to /dev/null (when outputFd is -1)
     bool ownProcessGroup = false;  // a group of its own: the terminal's signals stay with the host
 };

@@ -5,6 +5,7 @@
 #include "ChildLauncher.h"
 #include "ShmemRing.h"
 #include "TransportParts.h"
+#include "jdwpkrvdbg/platform/Clock.h"
 #include "jdwpkrvdbg/platform/LinuxTransport.h"
 
 #include <fcntl.h>
@@ -13,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -159,7 +161,7 @@ ChildProcess::ChildProcess(MessagePump& pump, ConsoleCallback console, ExitCallb
 
 ChildProcess::~ChildProcess()
 {
-    closePipe();
+    closePipes();
     if (pid_ != 0 && hasExited(pid_))
         reap(false);
     forget();
@@ -188,11 +190,15 @@ bool describeLaunch(const std::string& path, const std::string& commandLine, con
 
 bool ChildProcess::start(ChildLaunch launch, bool console, bool usePipe, std::string& status)
 {
-    closePipe();
+    closePipes();
     const std::string& path = launch.path;
     int pipeFds[2] = {-1, -1};
-    if (usePipe && ::pipe2(pipeFds, O_CLOEXEC) != 0) {
+    int errorFds[2] = {-1, -1};
+    if (usePipe && (::pipe2(pipeFds, O_CLOEXEC) != 0 || ::pipe2(errorFds, O_CLOEXEC) != 0)) {
         status = "Cannot start " + path + ": no pipe for its console (" + std::strerror(errno) + ")";
+        for (int fd : {pipeFds[0], pipeFds[1]})
+            if (fd >= 0)
+                ::close(fd);
         return false;
     }
     // Without a console the VM is kept away from the host's terminal: it
@@ -201,28 +207,37 @@ bool ChildProcess::start(ChildLaunch launch, bool console, bool usePipe, std::st
     // the terminal, and so the host's group, as a console program would.
     launch.stdinNull = !console;
     launch.outputFd = pipeFds[1];
+    launch.errorFd = errorFds[1];
     launch.outputNull = !usePipe && !console;
     launch.ownProcessGroup = !console;
 
     int error = 0;
     const pid_t pid = launchChild(launch, error);
-    if (pipeFds[1] >= 0)
-        ::close(pipeFds[1]);
+    for (int fd : {pipeFds[1], errorFds[1]})
+        if (fd >= 0)
+            ::close(fd);
     if (pid == 0) {
-        if (pipeFds[0] >= 0)
-            ::close(pipeFds[0]);
+        for (int fd : {pipeFds[0], errorFds[0]})
+            if (fd >= 0)
+                ::close(fd);
         status = "Cannot start " + path + ": " + std::strerror(error);
         return false;
     }
 
     pid_ = pid;
-    if (pipeFds[0] >= 0) {
-        ::fcntl(pipeFds[0], F_SETFL, ::fcntl(pipeFds[0], F_GETFL) | O_NONBLOCK);
-        pipeFd_ = pipeFds[0];
-        pipeWatch_ = pump_.addWatch(pipeFd_, POLLIN, [this](short) { onPipeReady(); });
-    }
+    watchPipe(out_, pipeFds[0]);
+    watchPipe(err_, errorFds[0]);
     watchExit();
     return true;
+}
+
+void ChildProcess::watchPipe(Capture& capture, int fd)
+{
+    if (fd < 0)
+        return;
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+    capture.fd = fd;
+    capture.watch = pump_.addWatch(fd, POLLIN, [this, &capture](short) { onPipeReady(capture); });
 }
 
 void ChildProcess::watchExit()
@@ -251,18 +266,34 @@ bool ChildProcess::kill()
     return true;
 }
 
+bool ChildProcess::waitExit(int maxWaitMs) const
+{
+    const uint32_t start = GetTickCount();
+    while (pid_ != 0 && !hasExited(pid_)) {
+        const int64_t left = static_cast<int64_t>(maxWaitMs) - static_cast<int64_t>(GetTickCount() - start);
+        if (left <= 0)
+            return false;
+        // The pidfd becomes readable at the exit; without one the exit is
+        // polled as the exit watch polls it.
+        pollfd fd{pidFd_, POLLIN, 0};
+        const int slice = pidFd_ >= 0 ? static_cast<int>(left) : static_cast<int>(std::min<int64_t>(left, kExitPollMs));
+        ::poll(pidFd_ >= 0 ? &fd : nullptr, pidFd_ >= 0 ? 1 : 0, slice);
+    }
+    return true;
+}
+
 bool ChildProcess::running() const
 {
     return pid_ != 0 && !hasExited(pid_);
 }
 
-void ChildProcess::drainPipe(std::string& text)
+void ChildProcess::drainPipe(Capture& capture, std::string& text)
 {
-    if (pipeFd_ < 0)
+    if (capture.fd < 0)
         return;
     char chunk[4096];
     while (text.size() < kMaxReadBatch) {
-        ssize_t n = ::read(pipeFd_, chunk, sizeof chunk);
+        ssize_t n = ::read(capture.fd, chunk, sizeof chunk);
         if (n > 0) {
             text.append(chunk, static_cast<size_t>(n));
             continue;
@@ -271,36 +302,47 @@ void ChildProcess::drainPipe(std::string& text)
             continue;
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             return;
-        closePipe(); // end of file, or an error that ends the capture
+        closePipe(capture); // end of file, or an error that ends the capture
         return;
     }
 }
 
-void ChildProcess::onPipeReady()
+void ChildProcess::onPipeReady(Capture& capture)
 {
     std::string text;
-    drainPipe(text);
+    drainPipe(capture, text);
     if (!text.empty())
-        console_(text);
+        console_(text, capture.error);
 }
 
-void ChildProcess::closePipe()
+void ChildProcess::closePipe(Capture& capture)
 {
-    unwatchAndClose(pump_, pipeWatch_, pipeFd_);
+    unwatchAndClose(pump_, capture.watch, capture.fd);
+}
+
+void ChildProcess::closePipes()
+{
+    closePipe(out_);
+    closePipe(err_);
 }
 
 void ChildProcess::onExited()
 {
     if (pid_ == 0)
         return;
-    // All console text the child wrote is in the pipe now; it goes out with
-    // the exit. The pipe itself stays open until end of file, since a
+    // All console text the child wrote is in the pipes now; it goes out
+    // before the exit. The pipes themselves stay open until end of file, since a
     // grandchild may still hold its write end.
-    std::string text;
-    drainPipe(text);
+    std::string text, errorText;
+    drainPipe(out_, text);
+    drainPipe(err_, errorText);
     reap(true);
     forget();
-    exited_(text);
+    if (!text.empty())
+        console_(text, false);
+    if (!errorText.empty())
+        console_(errorText, true);
+    exited_();
 }
 
 bool ChildProcess::reap(bool block)

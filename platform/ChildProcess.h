@@ -3,6 +3,8 @@
 // through a pipe when asked, and the watch on its exit (a pidfd, or a timer
 // where the kernel has none). Console text and the exit are reported from
 // MessagePump callbacks through the two callbacks given at construction.
+// stdout and stderr come through pipes of their own, so that a host can show
+// them apart; the order between the two streams is not kept.
 #pragma once
 
 #include <sys/types.h>
@@ -23,10 +25,11 @@ bool describeLaunch(const std::string& path, const std::string& commandLine, con
 
 class ChildProcess {
 public:
-    using ConsoleCallback = std::function<void(const std::string& text)>;
-    // After the process is reaped; `lastText` is the console text it wrote
-    // that was not reported yet.
-    using ExitCallback = std::function<void(const std::string& lastText)>;
+    // `error`: the text came from the process's stderr.
+    using ConsoleCallback = std::function<void(const std::string& text, bool error)>;
+    // After the process is reaped and the text it wrote that was not
+    // reported yet has gone out through the console callback.
+    using ExitCallback = std::function<void()>;
 
     ChildProcess(MessagePump& pump, ConsoleCallback console, ExitCallback exited);
     // Killing a still running VM is the session's decision; only a child that
@@ -40,6 +43,9 @@ public:
     bool start(ChildLaunch launch, bool console, bool usePipe, std::string& status);
     // Kills and reaps the process; true when there was one.
     bool kill();
+    // Waits at most maxWaitMs for the process to end by itself, without
+    // reaping it; true when it has ended (or there is none).
+    bool waitExit(int maxWaitMs) const;
     bool running() const;
     pid_t pid() const { return pid_; }
     int pidFd() const { return pidFd_; }
@@ -48,9 +54,17 @@ public:
 
 private:
     void watchExit();
-    void onPipeReady();
-    void drainPipe(std::string& text);
-    void closePipe();
+    // One captured stream: its pipe's read end and the pump's watch on it.
+    struct Capture {
+        int fd = -1;
+        int watch = 0;
+        bool error = false;
+    };
+    void watchPipe(Capture& capture, int fd);
+    void onPipeReady(Capture& capture);
+    void drainPipe(Capture& capture, std::string& text);
+    void closePipe(Capture& capture);
+    void closePipes();
     void onExited();
     bool reap(bool block);
     void forget();
@@ -62,8 +76,8 @@ private:
     int pidFd_ = -1;
     int exitWatch_ = 0; // pidfd watch, or a polling timer without pidfd
     bool exitWatchIsTimer_ = false;
-    int pipeFd_ = -1;
-    int pipeWatch_ = 0;
+    Capture out_;
+    Capture err_{-1, 0, true};
     int lastExitStatus_ = -1;
 };
 

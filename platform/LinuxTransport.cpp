@@ -47,15 +47,17 @@ LinuxTransport::LinuxTransport(MessagePump& pump) : pump_(pump)
     using namespace platform_detail;
     process_ = std::make_unique<ChildProcess>(
         pump_,
-        [this](const std::string& text) {
-            if (events_)
+        [this](const std::string& text, bool error) {
+            if (!events_)
+                return;
+            if (error)
+                events_->pipestreamError(text);
+            else
                 events_->pipestream(text);
         },
-        [this](const std::string& lastText) {
+        [this] {
             if (!shmem_->name().empty())
                 ShmemChannel::removeStale(shmem_->name());
-            if (!lastText.empty() && events_)
-                events_->pipestream(lastText);
             if (events_)
                 events_->terminated();
         });
@@ -120,6 +122,11 @@ void LinuxTransport::KillProcess()
     // A VM killed while its channel waited for a debugger cannot remove it.
     if (process_->kill() && !shmem_->name().empty())
         ShmemChannel::removeStale(shmem_->name());
+}
+
+bool LinuxTransport::WaitProcessExit(int32_t maxWaitMs)
+{
+    return process_->waitExit(maxWaitMs);
 }
 
 bool LinuxTransport::ProcessRunning()

@@ -266,8 +266,11 @@ void JDWPHandler::disconnected()
         getCurrentHandler()->myJVM()->MsgBoxW("Remote Java Virtual Machine disconnected!", kMsgBoxInformation,
                                               "Debugger");
     bHandshakeDone = false;
-    if (JDWPCon_)
+    if (JDWPCon_) {
+        if (myJVM()->JVMState() == VMDead)
+            JDWPCon_->WaitProcessExit(kDeadVMExitWaitMs);
         JDWPCon_->KillProcess();
+    }
     myJVM()->GoVMStateChange(VMDead, -1);
     if (myJVM_)
         myJVM_->GoCloseConnection();
@@ -298,6 +301,12 @@ void JDWPHandler::pipestream(const std::string& text)
 {
     ++consoleTexts_;
     myJVM()->printConsole(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
+}
+
+void JDWPHandler::pipestreamError(const std::string& text)
+{
+    ++consoleTexts_;
+    myJVM()->printConsoleError(ReplaceAll(ReplaceAll(text, "\r\n", "\n"), "\n", "\r\n"));
 }
 
 void JDWPHandler::Disconnect()

@@ -226,6 +226,18 @@ TEST_F(ModelRegistry, ClassesBySignatureAndByObjectAreAskedOnce)
     EXPECT_EQ(jvm()->classIDFromObjectID(0), 0) << "the null object";
     EXPECT_EQ(jvm()->getClassByObjectID(0), nullptr);
     EXPECT_EQ(countOf(9, 1), 1u) << "never asked about: the VM would crash";
+
+    // An array of a primitive type has no name, and is still one class.
+    vm->clearCommands();
+    for (const double array : {0x2001, 0x2002}) {
+        vm->onPayload(9, 1, u8(3) + be64(0x67));
+        if (array == 0x2001)
+            vm->onPayload(2, 1, jstr("[I"));
+        ASSERT_NE(jvm()->getClassByObjectID(array), nullptr);
+        EXPECT_EQ(jvm()->getClassByObjectID(array)->ClassSignature, "[I");
+    }
+    EXPECT_EQ(countOf(9, 1), 2u) << "one object, one question";
+    EXPECT_EQ(countOf(2, 1), 1u) << "the signature of a class never changes";
 }
 
 TEST_F(ModelRegistry, SuperclassIsFetchedOnceAndAnErrorIsAskedAgain)

@@ -33,7 +33,7 @@ constexpr uint32_t kPatienceMs = 20000; // generous bound; conditions end waits
 
 struct Recorder : JDWPConEvents {
     std::vector<std::string> log; // console text counts once per run of "pipe"
-    std::string pipeText, received;
+    std::string pipeText, errorText, received;
     std::function<void(const std::string&)> onReceive;
 
     int count(const std::string& what) const { return int(std::count(log.begin(), log.end(), what)); }
@@ -44,6 +44,12 @@ struct Recorder : JDWPConEvents {
     void pipestream(const std::string& text) override
     {
         pipeText += text;
+        if (log.empty() || log.back() != "pipe")
+            log.push_back("pipe");
+    }
+    void pipestreamError(const std::string& text) override
+    {
+        errorText += text;
         if (log.empty() || log.back() != "pipe")
             log.push_back("pipe");
     }
@@ -172,17 +178,18 @@ TEST_F(TransportTest, RunsProcessesWithConsoleCapturedOrDiscarded)
         const char* program;
         const char* args;
         bool pipe;
-        std::string text;
+        std::string text, errorText; // stdout, stderr
         int exitCode;
     } cases[] = {
-        {"/bin/sh", R"(-c 'printf "one\ntwo\n"; printf err >&2; exit 3')", true, "one\ntwo\nerr", 3},
+        {"/bin/sh", R"(-c 'printf "one\ntwo\n"; printf err >&2; exit 3')", true, "one\ntwo\n", "err", 3},
         // Arguments are split like a shell would, and PATH is searched.
-        {"sh", R"(-c 'printf "[%s]" "$0" "$@"' zero "a b" 'c"d' e\ f '')", true, "[zero][a b][c\"d][e f][]", 0},
+        {"sh", R"(-c 'printf "[%s]" "$0" "$@"' zero "a b" 'c"d' e\ f '')", true, "[zero][a b][c\"d][e f][]", "", 0},
         // Stdin is /dev/null and the library path goes in front.
-        {"/bin/sh", R"(-c 'read x; echo "read=$?"; printf %s "$LD_LIBRARY_PATH"')", true, "read=1\n" + libs, 0},
-        {"/bin/sh", "-c 'echo hidden; echo hidden >&2'", false, "", 0},
+        {"/bin/sh", R"(-c 'read x; echo "read=$?"; printf %s "$LD_LIBRARY_PATH"')", true, "read=1\n" + libs, "", 0},
+        {"/bin/sh", "-c 'echo hidden; echo hidden >&2'", false, "", "", 0},
         // A process group of its own: the terminal's Ctrl-C is not its business.
-        {"/bin/sh", R"x(-c 'test "$(cut -d" " -f5 /proc/$$/stat)" = $$ && printf own-group')x", true, "own-group", 0},
+        {"/bin/sh", R"x(-c 'test "$(cut -d" " -f5 /proc/$$/stat)" = $$ && printf own-group')x", true, "own-group", "",
+         0},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.args);
@@ -198,6 +205,7 @@ TEST_F(TransportTest, RunsProcessesWithConsoleCapturedOrDiscarded)
         EXPECT_TRUE(events_.log.empty());
         ASSERT_TRUE(pumpFor([&] { return events_.count("terminated") > 0; }));
         EXPECT_EQ(events_.pipeText, c.text);
+        EXPECT_EQ(events_.errorText, c.errorText);
         // The console text all arrives before the end is reported.
         EXPECT_EQ(events_.log,
                   (c.pipe ? std::vector<std::string>{"pipe", "terminated"} : std::vector<std::string>{"terminated"}));

@@ -208,7 +208,7 @@ const std::vector<DapAdapter::Row>& DapAdapter::table()
 DapAdapter::DapAdapter(Sink sink) : sink_(std::move(sink))
 {
     handler_ = JDWPHandler::create();
-    events_ = std::make_shared<DebuggeeEvents>();
+    events_ = std::make_shared<DebuggeeEvents>(handler_->myJVM().get());
     handler_->myJVM()->setEvents(events_);
     // Thread starts and ends are handled inside the library; the packet
     // trace tells that one came, and the thread list is compared then.
@@ -1187,8 +1187,12 @@ void DapAdapter::poll()
             jvm.removeStopPoint(stop.className, "main", 0);
             reason = "entry";
         } else if (stop.stepExpected) {
+            // A step may end on a breakpoint's line without reaching the
+            // breakpoint (back from a call, mid-line): that is the step's stop.
             const auto bp = jvm.getBreakPoint(stop.className, stop.line);
-            reason = bp && bp->UsedByVM ? "breakpoint" : "step";
+            const bool atBreakpoint =
+                bp && bp->UsedByVM && bp->location().MethodID == stop.methodID && bp->location().Index == stop.index;
+            reason = atBreakpoint ? "breakpoint" : "step";
         }
         body["reason"] = reason;
         state_ = State::Stopped;

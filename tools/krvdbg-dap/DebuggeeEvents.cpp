@@ -26,6 +26,8 @@ void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, i
     stop.className = ClassName;
     stop.line = LineNr;
     stop.offset = Offset;
+    stop.methodID = jvm_->currentMethodID();
+    stop.index = jvm_->currentIndex();
     stop.stepExpected = stepExpected_;
     stepExpected_ = false;
     stops_.push_back(std::move(stop));
@@ -51,8 +53,12 @@ void DebuggeeEvents::DebugMessage(const std::string& s)
 
 void DebuggeeEvents::ConsoleMessage(const std::string& s)
 {
-    // The library hands over the program's stdout and stderr as one stream.
     output_.push_back({"stdout", lfOnly(s)});
+}
+
+void DebuggeeEvents::ConsoleErrorMessage(const std::string& s)
+{
+    output_.push_back({"stderr", lfOnly(s)});
 }
 
 void DebuggeeEvents::Exception(const std::string& s)

@@ -9,6 +9,7 @@
 #include <deque>
 #include <string>
 
+#include <jdwpkrvdbg/model/JXMachine.h>
 #include <jdwpkrvdbg/model/JXMachineEvents.h>
 
 namespace krvdbg {
@@ -18,23 +19,30 @@ struct DebuggeeStop {
     std::string className; // internal form
     int32_t line = 0;
     int32_t offset = 0;
+    double methodID = 0; // where the VM stopped: method and code index
+    double index = 0;
     bool stepExpected = false; // a step was under way when it came
     bool exception = false;
     std::string exceptionText;
 };
 
 struct DebuggeeOutput {
-    std::string category; // stdout, console
+    std::string category; // stdout, stderr, console
     std::string text;
 };
 
 class DebuggeeEvents : public jdwpkrvdbg::JXMachineEvents {
 public:
+    // The session whose stops are recorded: their code index is read from it
+    // as they come, before a later stop moves it on.
+    explicit DebuggeeEvents(const jdwpkrvdbg::JXMachine* jvm) : jvm_(jvm) {}
+
     void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
     void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
     void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
     void DebugMessage(const std::string& s) override;
     void ConsoleMessage(const std::string& s) override;
+    void ConsoleErrorMessage(const std::string& s) override;
     void Exception(const std::string& s) override;
 
     void expectStep() { stepExpected_ = true; }
@@ -49,6 +57,7 @@ public:
     static std::string lfOnly(const std::string& s);
 
 private:
+    const jdwpkrvdbg::JXMachine* jvm_;
     bool stepExpected_ = false;
     bool ended_ = false;
     bool connected_ = false;

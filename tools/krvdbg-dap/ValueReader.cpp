@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <set>
+#include <string_view>
 
 #include <jdwpkrvdbg/model/JXClass.h>
 #include <jdwpkrvdbg/model/JXField.h>
@@ -43,6 +44,15 @@ bool isObjectTag(int32_t tag)
 {
     return tag == VAR_OBJECT || tag == VAR_ARRAY || tag == VAR_STRING || tag == VAR_THREAD || tag == VAR_THREADGROUP ||
            tag == VAR_CLASSLOADER || tag == VAR_CLASSOBJECT;
+}
+
+// An array of a primitive type ([I, [[J) cannot be subclassed: a value
+// declared as one is of exactly that type, and the VM need not be asked.
+bool isExactArrayType(const std::string& signature)
+{
+    const size_t element = signature.find_first_not_of('[');
+    return element > 0 && element + 1 == signature.size() &&
+           std::string_view("ZBCSIJFD").find(signature[element]) != std::string_view::npos;
 }
 
 std::string idText(double id)
@@ -216,10 +226,11 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
         v.type = "java.lang.String";
         return v;
     }
-    auto cls = jvm->getClassByObjectID(value.RefID);
+    const bool exact = tag == VAR_ARRAY && isExactArrayType(declared);
+    auto cls = exact ? nullptr : jvm->getClassByObjectID(value.RefID);
     if (cls)
         cls->refreshSignature(true);
-    const std::string signature = cls ? cls->ClassSignature : std::string();
+    const std::string signature = exact ? declared : cls ? cls->ClassSignature : std::string();
     if (!signature.empty())
         v.type = typeName(signature);
     if (tag == VAR_ARRAY || (!signature.empty() && signature[0] == '[')) {

@@ -83,6 +83,7 @@ public:
     void GoCloseConnection();
     void printDebug(const std::string& s);
     void printConsole(const std::string& s);
+    void printConsoleError(const std::string& s);
     void GoException(const std::string& s);
     void GoSilentBreak(double threadID, double ClassID, double MethodID);
     // A stop reported by an event: its thread, frame and the VMSuspend state
@@ -192,6 +193,9 @@ public:
     double currentClassID() const { return myCurrentClassID; }
     double currentMethodID() const { return myCurrentMethodID; }
     double currentLine() const { return myCurrentLine; }
+    // The code index of the last breakpoint or step stop: tells a step that
+    // ends on a breakpoint's line from one that ends at the breakpoint.
+    double currentIndex() const { return myCurrentIndex_; }
     double currentFrameID() const { return myCurrentFrameID; }
     double thisObjectID() const { return myThisObjectID; }
     bool frameValid() const { return myFrameValid; }
@@ -241,6 +245,7 @@ private:
     double myCurrentLine = 0;
     double myCurrentClassID = 0;
     double myCurrentMethodID = 0;
+    double myCurrentIndex_ = 0;
     double myCurrentFrameID = 0;
     int32_t myStateStamp = 0;
     double myThisObjectID = 0;

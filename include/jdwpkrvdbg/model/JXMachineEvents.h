@@ -26,6 +26,9 @@ public:
     virtual void DebugMessage(const std::string& s) {}
     // The debuggee's console output, line ends as CR LF.
     virtual void ConsoleMessage(const std::string& s) {}
+    // The part of the console output the debuggee wrote to its stderr. A
+    // host that does not tell the two apart gets it as console output.
+    virtual void ConsoleErrorMessage(const std::string& s) { ConsoleMessage(s); }
     virtual void Exception(const std::string& s) {}
 };
 

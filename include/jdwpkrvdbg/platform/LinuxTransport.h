@@ -53,6 +53,7 @@ public:
     std::string StatusText() override;
     bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole, bool bUsePipe) override;
     void KillProcess() override;
+    bool WaitProcessExit(int32_t maxWaitMs) override;
     bool ProcessRunning() override;
     int32_t ProcessHandle() override;
     int32_t ProcessID() override;

@@ -18,6 +18,9 @@ public:
     virtual void disconnected() = 0;
     // Console text of the launched process, as it comes.
     virtual void pipestream(const std::string& text) = 0;
+    // The part of it the process wrote to its stderr, where the transport
+    // captures that on its own; by default one stream with the rest.
+    virtual void pipestreamError(const std::string& text) { pipestream(text); }
     // Raised on every pump pass while EnableProcessEvent(true) is in force.
     virtual void processevent() = 0;
     // Bytes from the VM: whatever arrived on a socket, or exactly one whole
@@ -48,6 +51,9 @@ public:
     virtual bool StartProcess(const std::string& Path, const std::string& CommandLine, bool bConsole,
                               bool bUsePipe) = 0;
     virtual void KillProcess() = 0;
+    // Waits at most maxWaitMs for the started process to end by itself;
+    // true when it has. A transport that cannot wait only looks.
+    virtual bool WaitProcessExit(int32_t maxWaitMs) { return !ProcessRunning(); }
     virtual bool ProcessRunning() = 0;
     // A pidfd of the launched process (0 when none).
     virtual int32_t ProcessHandle() = 0;

@@ -111,6 +111,7 @@ public:
     void connected() override;
     void disconnected() override;
     void pipestream(const std::string& text) override;
+    void pipestreamError(const std::string& text) override;
     void processevent() override;
     void receive(const std::string& data) override;
     void terminated() override;

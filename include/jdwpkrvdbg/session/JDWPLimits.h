@@ -27,6 +27,10 @@ inline constexpr int32_t kConnectLivenessTry = 50;
 
 // The Dispose sent when the host disconnects; the VM may close first.
 inline constexpr int32_t kDisposeWaitMs = 1000;
+// A VM that reported its death still has to exit; its connection ends
+// first. It is given this long to exit by itself, so that its exit status
+// is its own, before it is killed.
+inline constexpr int32_t kDeadVMExitWaitMs = 2000;
 // A method invocation (toString, a property getter) that has not returned
 // by then is reported as timed out and left running in the VM.
 inline constexpr int32_t kInvokeWaitMs = kReplyWaitMs;
