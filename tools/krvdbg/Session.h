@@ -71,12 +71,10 @@ public:
     const Options& options() const { return options_; }
 
     // The words of the VM's command line for the launch modes, quoted for
-    // the transport's shell-like splitting. Public for the tests.
-    static std::string quoteWord(const std::string& word);
+    // the transport's shell-like splitting.
     std::string launchParameters(const std::string& agent) const;
 
 private:
-    static int freeLocalPort();
     // The VM's start event can reach the VM after the Resume that ends the
     // library's opening sequence (the library does not wait for it); the VM
     // then stays suspended at its start with nobody to resume it. Seen as a

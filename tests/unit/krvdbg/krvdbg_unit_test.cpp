@@ -17,6 +17,7 @@
 #include "CommandSyntax.h"
 #include "JsonPrinter.h"
 #include "ProgramClasses.h"
+#include "LaunchWords.h"
 #include "Session.h"
 #include "SourceLines.h"
 #include "TextPrinter.h"
@@ -127,9 +128,9 @@ TEST(KrvdbgNames, ClassFormsAndLaunchQuoting)
     const struct { std::string (*convert)(const std::string&); std::string in, out; } cases[] = {
         {ClassNames::toInternal, "demo.Outer$Inner", "demo/Outer$Inner"}, {ClassNames::toInternal, "a/b", "a/b"},
         {ClassNames::toJava, "Ldemo/Shop;", "demo.Shop"}, {ClassNames::toJava, "Main", "Main"},
-        {Session::quoteWord, "/a/b:c.jar", "/a/b:c.jar"}, {Session::quoteWord, "two words", "'two words'"},
-        {Session::quoteWord, "it's", "'it'\\''s'"}, {Session::quoteWord, "", "''"},
-        {Session::quoteWord, "$HOME", "'$HOME'"},
+        {quoteWord, "/a/b:c.jar", "/a/b:c.jar"}, {quoteWord, "two words", "'two words'"},
+        {quoteWord, "it's", "'it'\\''s'"}, {quoteWord, "", "''"},
+        {quoteWord, "$HOME", "'$HOME'"},
         {ProgramClasses::targetName, "demo.Cart", "demo/Cart"}, {ProgramClasses::targetName, "com.acme.*", "com.acme.*"},
         {ProgramClasses::targetName, "*.Main", "*.Main"},
     };
