@@ -449,27 +449,25 @@ DapAdapter::LaunchConfig DapAdapter::readConfig(const json& a, bool attach)
     return c;
 }
 
-void DapAdapter::onLaunch(const json& args, json& body)
+void DapAdapter::onLaunch(const json& args, json&)
 {
-    if (config_)
-        throw DapError{"launch cannot be done a second time (one program per session)"};
-    config_ = std::make_unique<LaunchConfig>(readConfig(args, false));
-    state_ = State::Starting;
-    if (!configurationDone_) {
-        pendingStart_ = currentRequest_;
-        pendingSince_ = GetTickCount();
-        deferred_ = true;
-        return;
-    }
-    start();
+    begin(args, false);
 }
 
-void DapAdapter::onAttach(const json& args, json& body)
+void DapAdapter::onAttach(const json& args, json&)
+{
+    begin(args, true);
+}
+
+void DapAdapter::begin(const json& args, bool attach)
 {
     if (config_)
-        throw DapError{"attach cannot be done a second time (one program per session)"};
-    config_ = std::make_unique<LaunchConfig>(readConfig(args, true));
+        throw DapError{std::string(attach ? "attach" : "launch") +
+                       " cannot be done a second time (one program per session)"};
+    config_ = std::make_unique<LaunchConfig>(readConfig(args, attach));
     state_ = State::Starting;
+    // The start waits for configurationDone, so that the breakpoints the
+    // client sends first are in place.
     if (!configurationDone_) {
         pendingStart_ = currentRequest_;
         pendingSince_ = GetTickCount();

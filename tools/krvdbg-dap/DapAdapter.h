@@ -116,6 +116,9 @@ private:
     void onPause(const json&, json&);
 
     LaunchConfig readConfig(const json& arguments, bool attach);
+    // A launch or an attach: its configuration, then the start (now or
+    // after configurationDone).
+    void begin(const json& args, bool attach);
     void start();
     // Starts the program of the launch or attach that waited, and answers it.
     void startPending();
