@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,25 +58,27 @@ double nowUs()
     return duration_cast<duration<double, std::micro>>(steady_clock::now().time_since_epoch()).count();
 }
 
+// The other folders are the kit's (source, build, compiled classes) with
+// the bench's own parts below them; the storm program is generated.
 std::string benchClassPath()
 {
-    return JDWPKRVDBG_BENCH_CP;
+    return javaClassesDir() + "/bench";
 }
 std::string benchSourceDir()
 {
-    return JDWPKRVDBG_BENCH_SRC;
+    return sourceDir() + "/bench/java";
 }
 std::string testsSourceDir()
 {
-    return JDWPKRVDBG_TESTS_SRC;
+    return sourceDir() + "/tests/java";
 }
 std::string stormClassPath()
 {
-    return JDWPKRVDBG_STORM_CP;
+    return JDWPKRVDBG_STORM_DIR "/classes";
 }
 std::string stormSource()
 {
-    return JDWPKRVDBG_STORM_SRC;
+    return JDWPKRVDBG_STORM_DIR "/Storm.java";
 }
 
 long peakRssKb()
@@ -115,12 +118,27 @@ AnchorRun runJdi(const std::vector<std::string>& args, int timeoutMs)
     return run;
 }
 
+bool fail(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(stderr, format, args);
+    va_end(args);
+    return false;
+}
+
+AnchorRun runJdiAtLine(const std::string& bench, int line, int rounds, int warmUp)
+{
+    return runJdi({bench, "cp=" + benchClassPath(), "line=" + std::to_string(line), "n=" + std::to_string(rounds),
+                   "warm=" + std::to_string(warmUp)},
+                  120000);
+}
+
 bool anchorOk(const AnchorRun& run, const std::string& what)
 {
     if (run.done)
         return true;
-    std::fprintf(stderr, "the JDI anchor (%s) did not finish:\n%s\n", what.c_str(), run.output.c_str());
-    return false;
+    return fail("the JDI anchor (%s) did not finish:\n%s\n", what.c_str(), run.output.c_str());
 }
 
 Session::Session(const std::vector<std::string>& targetClasses) : handler(jdwpkrvdbg::JDWPHandler::create())
@@ -261,6 +279,14 @@ std::string RawClient::waitReply(uint32_t id, uint16_t* error)
 std::string RawClient::roundTrip(uint8_t set, uint8_t cmd, const std::string& payload, uint16_t* error)
 {
     return waitReply(send(set, cmd, payload), error);
+}
+
+std::string RawClient::attachAndStop(int port, int line)
+{
+    if (!connect(port))
+        return {};
+    roundTrip(1, 7, "");
+    return stopAt("LBenchTarget;", "main", line);
 }
 
 std::string RawClient::stopAt(const std::string& signature, const std::string& method, int line)

@@ -43,6 +43,10 @@ std::string stormSource();
 // Peak resident memory of this process (VmHWM), in KiB.
 long peakRssKb();
 
+// Prints why a run failed (printf-style, to stderr) and returns false, so
+// that a check ends in `return bench::fail(...)`.
+[[gnu::format(printf, 1, 2)]] bool fail(const char* format, ...);
+
 // The JDI anchor (bench/java/JdiBench.java) run in its own VM: its samples
 // ("SAMPLES name v...") and figures ("VALUE name v") by name.
 struct AnchorRun {
@@ -52,6 +56,9 @@ struct AnchorRun {
     std::string output;
 };
 AnchorRun runJdi(const std::vector<std::string>& args, int timeoutMs);
+// The anchor's `bench` on the bench targets, stopping at `line`: `rounds`
+// timed rounds after `warmUp` untimed ones, two minutes at the most.
+AnchorRun runJdiAtLine(const std::string& bench, int line, int rounds, int warmUp);
 // Prints what the anchor wrote when it did not finish.
 bool anchorOk(const AnchorRun& run, const std::string& what);
 
@@ -96,6 +103,9 @@ public:
     // breakpoint of its own, cleared again) and answers the thread that
     // stopped there, as 8 bytes ("" on failure). Needs 8-byte ids.
     std::string stopAt(const std::string& signature, const std::string& method, int line);
+    // Connects, asks the id sizes as a client does first, and runs main of
+    // BenchTarget to `line`: the thread stopped there ("" on any failure).
+    std::string attachAndStop(int port, int line);
     void close();
     // Waits for bytes with poll() before each read, as an event loop does,
     // instead of blocking in read().

@@ -227,16 +227,12 @@ bool adapter(int line, Ours& out)
         dap.request("configurationDone").is_null())
         return false;
     const json launched = dap.response(launch, kLaunchMs);
-    if (launched.is_null() || !launched.value("success", false)) {
-        std::fprintf(stderr, "launch failed: %s\n", launched.dump().c_str());
-        return false;
-    }
+    if (launched.is_null() || !launched.value("success", false))
+        return bench::fail("launch failed: %s\n", launched.dump().c_str());
     for (int round = 0; round < kWarmUp + kRounds; ++round) {
         const double t0 = dap.event("stopped", e);
-        if (t0 == 0) {
-            std::fprintf(stderr, "no stop in round %d\n", round);
-            return false;
-        }
+        if (t0 == 0)
+            return bench::fail("no stop in round %d\n", round);
         const int thread = e["body"].value("threadId", 0);
         // What an editor asks for at a stop: the frames, the top frame's
         // scopes, its locals.
@@ -264,17 +260,13 @@ bool adapter(int line, Ours& out)
             if (v.value("name", "") == "s")
                 s = v.value("value", "");
         }
-        if (locals["variables"].size() != 10 || s.find("round ") == std::string::npos || wideRef == 0) {
-            std::fprintf(stderr, "unexpected locals: %s\n", locals.dump().c_str());
-            return false;
-        }
+        if (locals["variables"].size() != 10 || s.find("round ") == std::string::npos || wideRef == 0)
+            return bench::fail("unexpected locals: %s\n", locals.dump().c_str());
         const double t2 = bench::nowUs();
         const json fields = dap.request("variables", {{"variablesReference", wideRef}});
         const double t3 = bench::nowUs();
-        if (fields.is_null() || fields["variables"].size() < 1000) {
-            std::fprintf(stderr, "the object's fields: %s\n", fields.dump().substr(0, 2000).c_str());
-            return false;
-        }
+        if (fields.is_null() || fields["variables"].size() < 1000)
+            return bench::fail("the object's fields: %s\n", fields.dump().substr(0, 2000).c_str());
         if (round >= kWarmUp) {
             out.variables.push_back(t1 - t0);
             out.frames.push_back(tFrames - t0);
@@ -300,9 +292,7 @@ int main()
     Ours ours;
     if (!adapter(line, ours))
         return 1;
-    const auto jdi = bench::runJdi({"dap", "cp=" + bench::benchClassPath(), "line=" + std::to_string(line),
-                                    "n=" + std::to_string(kRounds), "warm=" + std::to_string(kWarmUp)},
-                                   120000);
+    const auto jdi = bench::runJdiAtLine("dap", line, kRounds, kWarmUp);
     if (!bench::anchorOk(jdi, "dap") || !jdi.values.count("rss_kb"))
         return 1;
     bench::report("dap_stop_to_variables", bench::summarize(ours.variables),

@@ -74,10 +74,8 @@ bool timeSendSync(JDWPHandler& handler, double threadID, std::vector<double>& sa
         const double t0 = bench::nowUs();
         auto reply = handler.sendSync(msg, 4000);
         samples.push_back(bench::nowUs() - t0);
-        if (!reply || reply->myErrorCode != 0) {
-            std::fprintf(stderr, "no name at call %d\n", i);
-            return false;
-        }
+        if (!reply || reply->myErrorCode != 0)
+            return bench::fail("no name at call %d\n", i);
     }
     return true;
 }
@@ -101,10 +99,8 @@ bool timeFirstThread(JDWPHandler& handler, std::vector<double>& samples, double*
 bool library(int port, std::vector<double>& samples)
 {
     bench::Session session({});
-    if (!session.attach(port)) {
-        std::fprintf(stderr, "could not attach: %s\n", session.dump().c_str());
-        return false;
-    }
+    if (!session.attach(port))
+        return bench::fail("could not attach: %s\n", session.dump().c_str());
     return timeFirstThread(*session.handler, samples, &socketCpu);
 }
 
@@ -119,10 +115,8 @@ bool libraryShmem(int round, std::vector<double>& samples)
     if (!handler->startVM(bench::javaPath(),
                           "-agentlib:jdwp=transport=dt_shmem,address=%SharedName%,server=y,suspend=n -cp " +
                               bench::benchClassPath() + " BenchLoop",
-                          name, false, true)) {
-        std::fprintf(stderr, "shared memory: could not start: %s\n", handler->history().dump().c_str());
-        return false;
-    }
+                          name, false, true))
+        return bench::fail("shared memory: could not start: %s\n", handler->history().dump().c_str());
     return timeFirstThread(*handler, samples);
 }
 

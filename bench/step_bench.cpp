@@ -47,16 +47,11 @@ struct RawSamples {
 bool rawSteps(int port, int loopLine, RawSamples& out)
 {
     bench::RawClient client;
-    if (!client.connect(port))
-        return false;
-    client.roundTrip(1, 7, "");
     // main is brought to the loop's line first: stepping starts there, as
     // ours and JDI's do.
-    const std::string thread = client.stopAt("LBenchTarget;", "main", loopLine);
-    if (thread.empty()) {
-        std::fprintf(stderr, "raw client: no stop in the loop\n");
-        return false;
-    }
+    const std::string thread = client.attachAndStop(port, loopLine);
+    if (thread.empty())
+        return bench::fail("raw client: no stop in the loop\n");
     std::string set;
     set += '\x01'; // single step
     set += '\x02'; // suspend all
@@ -71,10 +66,8 @@ bool rawSteps(int port, int loopLine, RawSamples& out)
         const double t0 = bench::nowUs();
         uint16_t error = 0;
         const std::string reply = client.roundTrip(15, 1, set, &error);
-        if (error != 0 || reply.size() < 4) {
-            std::fprintf(stderr, "raw client: step request refused (error %u)\n", error);
-            return false;
-        }
+        if (error != 0 || reply.size() < 4)
+            return bench::fail("raw client: step request refused (error %u)\n", error);
         const uint32_t request = static_cast<uint32_t>(bench::readBe(reply, 0, 4));
         const double resumeAt = bench::nowUs();
         client.roundTrip(1, 9, "");
@@ -82,10 +75,8 @@ bool rawSteps(int port, int loopLine, RawSamples& out)
         const double eventAt = bench::nowUs();
         client.roundTrip(15, 2, std::string("\x01", 1) + bench::be32(request));
         const double t1 = bench::nowUs();
-        if (event.empty()) {
-            std::fprintf(stderr, "raw client: no step event at step %d\n", i);
-            return false;
-        }
+        if (event.empty())
+            return bench::fail("raw client: no step event at step %d\n", i);
         if (i >= kWarmUp) {
             out.total.push_back(t1 - t0);
             out.set.push_back(resumeAt - t0);
@@ -109,10 +100,8 @@ bool librarySteps(int port, int loopLine, OurSamples& out)
     auto& handler = session.handler;
     auto& jvm = session.jvm;
     auto& log = session.log;
-    if (!session.attach(port)) {
-        std::fprintf(stderr, "could not attach: %s\n", handler->history().dump().c_str());
-        return false;
-    }
+    if (!session.attach(port))
+        return bench::fail("could not attach: %s\n", handler->history().dump().c_str());
     bench::pumpUntil([&] { return !jvm->VMName.empty(); }, 5000);
     // The class is loaded already: it is looked up by its signature.
     jvm->addBreakpoint("LBenchTarget;", loopLine);
@@ -171,10 +160,8 @@ bool libraryIntoVsOver(LibrarySamples& out)
     auto& jvm = session.jvm;
     auto& log = session.log;
     jvm->addBreakpoint("LibUser", callLine);
-    if (!session.launch(bench::testsClassPath(), "LibUser bench") || !session.waitStop(0, 20000)) {
-        std::fprintf(stderr, "no stop at the library call: %s\n", handler->history().dump().c_str());
-        return false;
-    }
+    if (!session.launch(bench::testsClassPath(), "LibUser bench") || !session.waitStop(0, 20000))
+        return bench::fail("no stop at the library call: %s\n", handler->history().dump().c_str());
     jvm->removeBreakpoint("LibUser", callLine);
     // One step to its stop; its time in microseconds, or -1.
     const auto step = [&](JDWPStepDepth depth) {
@@ -249,10 +236,7 @@ int main()
             if (!rawSteps(port, loopLine, raw) || !librarySteps(port, loopLine, ours))
                 return 1;
         }
-        const bench::AnchorRun anchor =
-            bench::runJdi({"step", "cp=" + bench::benchClassPath(), "line=" + std::to_string(loopLine),
-                           "n=" + std::to_string(kSteps), "warm=" + std::to_string(kJdiWarmUp)},
-                          120000);
+        const bench::AnchorRun anchor = bench::runJdiAtLine("step", loopLine, kSteps, kJdiWarmUp);
         if (!bench::anchorOk(anchor, "step"))
             return 1;
         const auto& samples = anchor.samples.at("step_over");

@@ -47,10 +47,8 @@ bool library(int line, Ours& out)
     auto& handler = session.handler;
     auto& jvm = session.jvm;
     jvm->addBreakpoint("BenchTarget", line);
-    if (!session.launch(bench::benchClassPath(), "BenchTarget") || !session.waitStop(0, 20000)) {
-        std::fprintf(stderr, "no stop: %s\n", session.dump().c_str());
-        return false;
-    }
+    if (!session.launch(bench::benchClassPath(), "BenchTarget") || !session.waitStop(0, 20000))
+        return bench::fail("no stop: %s\n", session.dump().c_str());
     timeCalls(out.local, [&] { out.localText = jvm->getValue("i"); });
     timeCalls(out.field, [&] { out.fieldText = jvm->getValue("p.x"); });
     // "p: #Type: BenchPoint - ObjID: <id>#"
@@ -93,10 +91,7 @@ bool rawClient(int line, Samples& out)
     if (vm.waitForLine("bench target ready", 20000).empty())
         return false;
     bench::RawClient c;
-    if (!c.connect(port))
-        return false;
-    c.roundTrip(1, 7, "");
-    const std::string T = c.stopAt("LBenchTarget;", "main", line);
+    const std::string T = c.attachAndStop(port, line);
     if (T.empty())
         return false;
     const std::string frames = c.roundTrip(11, 6, T + bench::be32(0) + bench::be32(1));
@@ -160,10 +155,7 @@ int main()
             std::fprintf(stderr, "the raw client failed\n");
             return 1;
         }
-        const bench::AnchorRun anchor =
-            bench::runJdi({"values", "cp=" + bench::benchClassPath(), "line=" + std::to_string(line),
-                           "n=" + std::to_string(kCalls), "warm=" + std::to_string(kJdiWarmUp)},
-                          120000);
+        const bench::AnchorRun anchor = bench::runJdiAtLine("values", line, kCalls, kJdiWarmUp);
         if (!bench::anchorOk(anchor, "values"))
             return 1;
         for (auto [row, list] : {std::pair{"value_local", &jdi.local}, std::pair{"value_field", &jdi.field},

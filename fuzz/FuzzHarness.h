@@ -146,4 +146,20 @@ private:
     int keepBusy_ = 0;
 };
 
+// The frame of a target whose input is an option byte, `records` records of
+// its own, then the answers to the follow-up requests: reads them, opens the
+// session and hands both to `body`.
+template <typename Body>
+int runRecordsTarget(const uint8_t* data, size_t size, size_t records, Body body)
+{
+    ByteReader in(data, size);
+    FuzzSession session(optionsFromByte(in.byte()));
+    std::vector<std::string> own;
+    for (size_t i = 0; i < records; ++i)
+        own.push_back(in.record());
+    session.setAnswers(readAnswers(in));
+    body(session, own);
+    return 0;
+}
+
 } // namespace jdwpkrvdbg::fuzz

@@ -10,19 +10,17 @@ using namespace jdwpkrvdbg::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    ByteReader in(data, size);
-    FuzzSession session(optionsFromByte(in.byte()));
-    const std::string event = in.record();
-    const std::string name = in.record();
-    session.setAnswers(readAnswers(in));
-    auto& jvm = session.jvm();
-    jvm.setTargetClassName(targetClasses());
-    session.deliver(session.frameCommand(0x7000, CMDSET_Event, EV_COMPOSITE, event));
-    if (jvm.JVMState() == VMSuspend && session.handler().isConnected()) {
-        jvm.getStackTrace();
-        if (!name.empty())
-            jvm.getValue(name);
-        session.settle();
-    }
-    return 0;
+    return runRecordsTarget(data, size, 2, [](FuzzSession& session, const std::vector<std::string>& in) {
+        const std::string& event = in[0];
+        const std::string& name = in[1];
+        auto& jvm = session.jvm();
+        jvm.setTargetClassName(targetClasses());
+        session.deliver(session.frameCommand(0x7000, CMDSET_Event, EV_COMPOSITE, event));
+        if (jvm.JVMState() == VMSuspend && session.handler().isConnected()) {
+            jvm.getStackTrace();
+            if (!name.empty())
+                jvm.getValue(name);
+            session.settle();
+        }
+    });
 }

@@ -10,16 +10,14 @@ using namespace jdwpkrvdbg::fuzz;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    ByteReader in(data, size);
-    FuzzSession session(optionsFromByte(in.byte()));
-    const std::string values = in.record();
-    session.setAnswers(readAnswers(in));
-    JDWPMessageData decoder;
-    int64_t pos = 1;
-    for (int n = 0; n < 256 && pos >= 1 && pos <= static_cast<int64_t>(values.size()); ++n) {
-        JDWPJVarValue value;
-        decoder.readTaggedValue(values, pos, value);
-    }
-    session.settle();
-    return 0;
+    return runRecordsTarget(data, size, 1, [](FuzzSession& session, const std::vector<std::string>& in) {
+        const std::string& values = in[0];
+        JDWPMessageData decoder;
+        int64_t pos = 1;
+        for (int n = 0; n < 256 && pos >= 1 && pos <= static_cast<int64_t>(values.size()); ++n) {
+            JDWPJVarValue value;
+            decoder.readTaggedValue(values, pos, value);
+        }
+        session.settle();
+    });
 }

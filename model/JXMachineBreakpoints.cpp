@@ -46,34 +46,70 @@ bool parseBreakpointItem(const std::string& item, std::string& className, double
     return line > 0;
 }
 
+using Entries = std::vector<std::shared_ptr<JXBreakpoint>>;
+
+// A request that only steps (no place to stop at), for one thread.
+std::shared_ptr<JXBreakpoint> steppingRequest(double thread)
+{
+    auto step = std::make_shared<JXBreakpoint>();
+    step->JustStepping = true;
+    step->TargetThreadID = thread;
+    return step;
+}
+
+// Sends the entry's request; the kind of entry picks the request.
+void registerEntry(const std::shared_ptr<JXBreakpoint>& bp)
+{
+    if (bp->StopPoint)
+        bp->registerStopPoint();
+    else
+        bp->registerBreakPoint();
+}
+
+// A new entry, registered and kept whether or not the VM took it: a failed
+// registration waits for the class-prepare event of its class. `place` sets
+// where it stops before it is registered.
+template <typename Place>
+bool keepNewEntry(Entries& list, bool stopPoint, const std::string& className, Place place)
+{
+    auto bp = std::make_shared<JXBreakpoint>();
+    bp->StopPoint = stopPoint;
+    bp->ClassName = className;
+    place(*bp);
+    registerEntry(bp);
+    list.push_back(bp);
+    return true;
+}
+
+// Clears the entry's request and drops it; false, and kept, when there is
+// none or the VM refused the clear.
+bool dropEntry(Entries& list, const std::shared_ptr<JXBreakpoint>& bp)
+{
+    if (!bp || !bp->unregisterBreakPoint())
+        return false;
+    auto it = std::find(list.begin(), list.end(), bp);
+    if (it != list.end())
+        list.erase(it);
+    return true;
+}
+
 } // namespace
 
 bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr)
 {
     if (getBreakPoint(ClassName, LineNr))
         return false;
-    auto bp = std::make_shared<JXBreakpoint>();
-    bp->StopPoint = false;
-    bp->ClassName = ClassName;
-    bp->LineNr = LineNr;
-    // A failed registration waits for the class-prepare event of its class.
-    bp->registerBreakPoint();
-    myBreakpoints.push_back(bp);
-    return true;
+    return keepNewEntry(myBreakpoints, false, ClassName, [&](JXBreakpoint& bp) { bp.LineNr = LineNr; });
 }
 
 bool JXMachine::addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
 {
     if (getStopPoint(ClassName, MethodName, Offset))
         return false;
-    auto bp = std::make_shared<JXBreakpoint>();
-    bp->StopPoint = true;
-    bp->ClassName = ClassName;
-    bp->MethodName = MethodName;
-    bp->Offset = Offset;
-    bp->registerStopPoint();
-    myBreakpoints.push_back(bp);
-    return true;
+    return keepNewEntry(myBreakpoints, true, ClassName, [&](JXBreakpoint& bp) {
+        bp.MethodName = MethodName;
+        bp.Offset = Offset;
+    });
 }
 
 bool JXMachine::addBreakpointByCollection(const JXBreakpointCollection& col)
@@ -123,31 +159,14 @@ std::shared_ptr<JXBreakpoint> JXMachine::getBreakPointByID(double BreakpointID)
     return nullptr;
 }
 
-namespace {
-void eraseEntry(std::vector<std::shared_ptr<JXBreakpoint>>& list, const std::shared_ptr<JXBreakpoint>& bp)
-{
-    auto it = std::find(list.begin(), list.end(), bp);
-    if (it != list.end())
-        list.erase(it);
-}
-} // namespace
-
 bool JXMachine::removeBreakpoint(const std::string& ClassName, double LineNr)
 {
-    auto bp = getBreakPoint(ClassName, LineNr);
-    if (!bp || !bp->unregisterBreakPoint())
-        return false;
-    eraseEntry(myBreakpoints, bp);
-    return true;
+    return dropEntry(myBreakpoints, getBreakPoint(ClassName, LineNr));
 }
 
 bool JXMachine::removeStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
 {
-    auto bp = getStopPoint(ClassName, MethodName, Offset);
-    if (!bp || !bp->unregisterBreakPoint())
-        return false;
-    eraseEntry(myBreakpoints, bp);
-    return true;
+    return dropEntry(myBreakpoints, getStopPoint(ClassName, MethodName, Offset));
 }
 
 std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::removeBreakpointByClass(const std::string& ClassName)
@@ -176,10 +195,7 @@ void JXMachine::registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refCl
         // An entry already in the VM would get a second request.
         if (!bp || bp->RequestEventID > 0 || !refClass->equalName(bp->ClassName))
             continue;
-        if (bp->StopPoint)
-            bp->registerStopPoint();
-        else
-            bp->registerBreakPoint();
+        registerEntry(bp);
     }
 }
 
@@ -196,10 +212,8 @@ bool JXMachine::ResumeVMStepByStep(bool IgnoreSuspend, double RefThreadID, JDWPS
     myStepFromClassID_ = myCurrentClassID;
     myStepFromMethodID_ = myCurrentMethodID;
     myStepFromLine_ = myCurrentLine;
-    auto step = std::make_shared<JXBreakpoint>();
-    step->JustStepping = true;
+    auto step = steppingRequest(RefThreadID > 0 ? RefThreadID : myCurrentThreadID);
     step->StepCount = 0;
-    step->TargetThreadID = RefThreadID > 0 ? RefThreadID : myCurrentThreadID;
     unregisterLastStepEvent();
     // Library code an earlier step ran past is excluded from a step into at
     // once, so the VM runs it without reporting it. Only steps into: over
@@ -356,9 +370,7 @@ bool JXMachine::continueStep(double threadID)
     // skipping what was skipped so far.
     clearStepRequests();
     myStepInProcess = true;
-    auto step = std::make_shared<JXBreakpoint>();
-    step->JustStepping = true;
-    step->TargetThreadID = thread;
+    auto step = steppingRequest(thread);
     if (!step->registerStepEvent(SD_INTO, myStepSkips_, true)) {
         myStepInProcess = false;
         return false;
@@ -381,12 +393,8 @@ bool JXMachine::stepPastLibrary(double threadID)
     // ids are in before any event they cause.
     clearStepRequests();
     myStepInProcess = true;
-    auto out = std::make_shared<JXBreakpoint>();
-    out->JustStepping = true;
-    out->TargetThreadID = threadID;
-    auto entry = std::make_shared<JXBreakpoint>();
-    entry->JustStepping = true;
-    entry->TargetThreadID = threadID;
+    auto out = steppingRequest(threadID);
+    auto entry = steppingRequest(threadID);
     if (!out->registerStepEvent(SD_OUT, myStepSkips_, true)) {
         myStepInProcess = false;
         return false;

@@ -25,6 +25,16 @@ int16_t toInt16(double v)
         return 0;
     return static_cast<int16_t>(static_cast<int64_t>(v));
 }
+
+// Asks for the group of `thread` into `group`, unless `asked` says the answer is cached.
+void askThreadGroup(bool asked, double thread, double& group)
+{
+    if (asked)
+        return;
+    auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroup(thread));
+    if (replyOk(reply))
+        group = reply->myDataContainer()->RequestThreadGroupID;
+}
 } // namespace
 
 void JXThread::RegisterStopMe()
@@ -92,11 +102,7 @@ ThreadStatus JXThread::ThreadState()
 
 double JXThread::threadGroupID()
 {
-    if (myGroupID == -1) {
-        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroup(threadID));
-        if (replyOk(reply))
-            myGroupID = reply->myDataContainer()->RequestThreadGroupID;
-    }
+    askThreadGroup(myGroupID != -1, threadID, myGroupID);
     return myGroupID;
 }
 
@@ -105,11 +111,7 @@ double JXThread::parentThreadGroupID()
     // Intended: myParentGroupID starts at 0 and nothing changes it, so this
     // sends nothing and answers 0; the test and the fields it reads and
     // writes are kept as they are.
-    if (myParentGroupID == -1) {
-        auto reply = requestSync(getCurrentHandler()->myFactory()->createGetThreadGroup(myParentGroupID));
-        if (replyOk(reply))
-            myGroupID = reply->myDataContainer()->RequestThreadGroupID;
-    }
+    askThreadGroup(myParentGroupID != -1, myParentGroupID, myGroupID);
     return myParentGroupID;
 }
 

@@ -8,7 +8,7 @@
 namespace jdwpkrvdbg::platform_detail {
 
 ShmemConnection::ShmemConnection(MessagePump& pump, Events events, std::string& status)
-    : pump_(pump), events_(std::move(events)), status_(status)
+    : PumpedConnection(pump, std::move(events), status)
 {
 }
 

@@ -14,15 +14,11 @@
 
 namespace jdwpkrvdbg::platform_detail {
 
-class ShmemConnection {
+class ShmemConnection : public PumpedConnection {
 public:
-    using Events = ConnectionEvents;
-
     // A failure's text goes to `status`, which the transport reports.
     ShmemConnection(MessagePump& pump, Events events, std::string& status);
     ~ShmemConnection();
-    ShmemConnection(const ShmemConnection&) = delete;
-    ShmemConnection& operator=(const ShmemConnection&) = delete;
 
     void connect(const std::string& name);
     bool connected() const { return connected_; }
@@ -40,11 +36,7 @@ private:
     void onReady();
     bool deliver();
 
-    MessagePump& pump_;
-    Events events_;
-    std::string& status_;
     std::unique_ptr<ShmemChannel> channel_;
-    int watch_ = 0;
     int connectIdle_ = 0;
     bool connected_ = false;
     std::string name_;

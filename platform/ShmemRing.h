@@ -15,6 +15,7 @@
 // reader frees space.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -291,105 +292,117 @@ inline std::string objectName(const std::string& name)
     return kObjectPrefix + name;
 }
 
+// The object for a channel name; false, with why in error, when the name cannot be one.
+inline bool checkedObjectName(const std::string& name, std::string& obj, std::string& error)
+{
+    std::string why;
+    if (!validName(name, why)) {
+        error = why;
+        return false;
+    }
+    obj = objectName(name);
+    return true;
+}
+
 // ---------------------------------------------------------------------------
 // Ring ends. Positions are masked with kRingBytes - 1, so no value a broken
 // peer leaves in the control words can make us touch memory outside the ring.
 
-class RingWriter {
+// What both ends share. Each end owns one position (the writer the head,
+// the reader the tail): only it stores it, so it loads it relaxed, and it
+// acquires the other's, so the bytes behind that position are visible.
+template <bool kOwnsHead>
+class RingEnd {
 public:
-    RingWriter() = default;
-    RingWriter(RingControl* control, uint8_t* data) : c_(control), data_(data) {}
+    RingEnd() = default;
+    RingEnd(RingControl* control, uint8_t* data) : c_(control), data_(data) {}
 
     // True when the peer left positions that cannot be (more unread bytes than the ring holds).
-    bool broken() const { return used() > kRingBytes; }
-    size_t freeSpace() const
+    bool broken() const { return unread() > kRingBytes; }
+    RingControl& control() const { return *c_; }
+
+protected:
+    // Bytes this end can move now: free space for the writer, unread bytes for the reader.
+    size_t movable() const
     {
-        uint64_t u = used();
-        return u > kRingBytes ? 0 : size_t(kRingBytes - u);
+        uint64_t u = unread();
+        if (u > kRingBytes)
+            return 0;
+        return size_t(kOwnsHead ? kRingBytes - u : u);
     }
+
+    // Moves what fits of n bytes and advances this end's position.
+    // copy(at, first, n) copies n bytes at ring offset at, the first of them before the wrap.
+    template <typename Copy>
+    size_t advance(size_t n, Copy copy)
+    {
+        n = std::min(n, movable());
+        if (n == 0)
+            return 0;
+        std::atomic<uint64_t>& own = kOwnsHead ? c_->head : c_->tail;
+        uint64_t pos = own.load(std::memory_order_relaxed);
+        size_t at = size_t(pos & (kRingBytes - 1));
+        copy(at, std::min(n, kRingBytes - at), n);
+        own.store(pos + n, std::memory_order_release);
+        return n;
+    }
+
+    // Counts one more change on a futex word and wakes its waiters, if any wait.
+    static void announce(std::atomic<uint32_t>& seq, const std::atomic<uint32_t>& waiting)
+    {
+        seq.fetch_add(1, std::memory_order_seq_cst);
+        if (waiting.load(std::memory_order_seq_cst) != 0)
+            futexWakeAll(seq);
+    }
+
+    RingControl* c_ = nullptr;
+    uint8_t* data_ = nullptr;
+
+private:
+    uint64_t unread() const
+    {
+        constexpr auto head = kOwnsHead ? std::memory_order_relaxed : std::memory_order_acquire;
+        constexpr auto tail = kOwnsHead ? std::memory_order_acquire : std::memory_order_relaxed;
+        return c_->head.load(head) - c_->tail.load(tail);
+    }
+};
+
+class RingWriter : public RingEnd<true> {
+public:
+    using RingEnd::RingEnd;
+
+    size_t freeSpace() const { return movable(); }
 
     // Copies what fits now; the reader sees it after publish().
     size_t writeSome(const void* src, size_t n)
     {
-        size_t room = freeSpace();
-        if (n > room)
-            n = room;
-        if (n == 0)
-            return 0;
-        uint64_t head = c_->head.load(std::memory_order_relaxed);
-        size_t at = size_t(head & (kRingBytes - 1));
-        size_t first = n < kRingBytes - at ? n : kRingBytes - at;
-        std::memcpy(data_ + at, src, first);
-        if (n > first)
-            std::memcpy(data_, static_cast<const uint8_t*>(src) + first, n - first);
-        c_->head.store(head + n, std::memory_order_release);
-        return n;
+        const auto* bytes = static_cast<const uint8_t*>(src);
+        return advance(n, [&](size_t at, size_t first, size_t all) {
+            std::memcpy(data_ + at, bytes, first);
+            std::memcpy(data_, bytes + first, all - first);
+        });
     }
 
-    void publish()
-    {
-        c_->dataSeq.fetch_add(1, std::memory_order_seq_cst);
-        if (c_->readersWaiting.load(std::memory_order_seq_cst) != 0)
-            futexWakeAll(c_->dataSeq);
-    }
-
-    RingControl& control() const { return *c_; }
-
-private:
-    uint64_t used() const
-    {
-        return c_->head.load(std::memory_order_relaxed) - c_->tail.load(std::memory_order_acquire);
-    }
-    RingControl* c_ = nullptr;
-    uint8_t* data_ = nullptr;
+    void publish() { announce(c_->dataSeq, c_->readersWaiting); }
 };
 
-class RingReader {
+class RingReader : public RingEnd<false> {
 public:
-    RingReader() = default;
-    RingReader(RingControl* control, uint8_t* data) : c_(control), data_(data) {}
+    using RingEnd::RingEnd;
 
-    bool broken() const { return used() > kRingBytes; }
-    size_t available() const
-    {
-        uint64_t u = used();
-        return u > kRingBytes ? 0 : size_t(u);
-    }
+    size_t available() const { return movable(); }
 
     size_t readSome(void* dst, size_t n)
     {
-        size_t have = available();
-        if (n > have)
-            n = have;
-        if (n == 0)
-            return 0;
-        uint64_t tail = c_->tail.load(std::memory_order_relaxed);
-        size_t at = size_t(tail & (kRingBytes - 1));
-        size_t first = n < kRingBytes - at ? n : kRingBytes - at;
-        std::memcpy(dst, data_ + at, first);
-        if (n > first)
-            std::memcpy(static_cast<uint8_t*>(dst) + first, data_, n - first);
-        c_->tail.store(tail + n, std::memory_order_release);
-        return n;
+        auto* bytes = static_cast<uint8_t*>(dst);
+        return advance(n, [&](size_t at, size_t first, size_t all) {
+            std::memcpy(bytes, data_ + at, first);
+            std::memcpy(bytes + first, data_, all - first);
+        });
     }
 
     // Tells a writer blocked on a full ring that space was freed.
-    void release()
-    {
-        c_->spaceSeq.fetch_add(1, std::memory_order_seq_cst);
-        if (c_->writersWaiting.load(std::memory_order_seq_cst) != 0)
-            futexWakeAll(c_->spaceSeq);
-    }
-
-    RingControl& control() const { return *c_; }
-
-private:
-    uint64_t used() const
-    {
-        return c_->head.load(std::memory_order_acquire) - c_->tail.load(std::memory_order_relaxed);
-    }
-    RingControl* c_ = nullptr;
-    uint8_t* data_ = nullptr;
+    void release() { announce(c_->spaceSeq, c_->writersWaiting); }
 };
 
 // Cuts the byte stream of one ring back into records. Keeps a partly
@@ -683,12 +696,9 @@ inline bool objectIsStale(const std::string& obj, pid_t& creator, bool halfBuilt
 // stale one left by a VM that died.
 inline bool createChannel(const std::string& name, Mapping& out, std::string& error)
 {
-    std::string why;
-    if (!validName(name, why)) {
-        error = why;
+    std::string obj;
+    if (!checkedObjectName(name, obj, error))
         return false;
-    }
-    std::string obj = objectName(name);
     int fd = -1;
     for (int attempt = 0; attempt < 3 && fd < 0; ++attempt) {
         fd = shm_open(obj.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -736,12 +746,9 @@ inline bool createChannel(const std::string& name, Mapping& out, std::string& er
 // Debugger side: opens and maps an existing channel and checks its header.
 inline bool openChannel(const std::string& name, Mapping& out, std::string& error)
 {
-    std::string why;
-    if (!validName(name, why)) {
-        error = why;
+    std::string obj;
+    if (!checkedObjectName(name, obj, error))
         return false;
-    }
-    std::string obj = objectName(name);
     int fd = shm_open(obj.c_str(), O_RDWR | O_CLOEXEC, 0);
     if (fd < 0) {
         int e = errno;

@@ -24,7 +24,7 @@ std::string hostForDisplay(const std::string& host, int32_t port)
 } // namespace
 
 SocketConnection::SocketConnection(MessagePump& pump, Events events, std::string& status)
-    : pump_(pump), events_(std::move(events)), status_(status)
+    : PumpedConnection(pump, std::move(events), status)
 {
 }
 

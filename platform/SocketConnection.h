@@ -17,15 +17,11 @@
 
 namespace jdwpkrvdbg::platform_detail {
 
-class SocketConnection {
+class SocketConnection : public PumpedConnection {
 public:
-    using Events = ConnectionEvents;
-
     // A failure's text goes to `status`, which the transport reports.
     SocketConnection(MessagePump& pump, Events events, std::string& status);
     ~SocketConnection();
-    SocketConnection(const SocketConnection&) = delete;
-    SocketConnection& operator=(const SocketConnection&) = delete;
 
     // A pending attempt is left to finish; only a failed or closed one is
     // replaced by a fresh socket.
@@ -58,12 +54,8 @@ private:
     bool flushSendQueue();
     void updateEvents();
 
-    MessagePump& pump_;
-    Events events_;
-    std::string& status_;
     State state_ = State::Idle;
     int fd_ = -1;
-    int watch_ = 0;
     uint64_t generation_ = 0; // changes whenever the socket is closed
     std::string host_;
     int32_t port_ = 0;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
 
@@ -26,6 +27,29 @@ struct ConnectionEvents {
     std::function<void()> connected;
     std::function<void(const std::string& bytes)> receive;
     std::function<void()> disconnected;
+};
+
+// What each connection of the transport holds: the pump that watches it, the
+// events it raises, and the status text a failure leaves for the transport.
+// Not copyable: pump callbacks hold its address.
+class PumpedConnection {
+public:
+    using Events = ConnectionEvents;
+
+    PumpedConnection(const PumpedConnection&) = delete;
+    PumpedConnection& operator=(const PumpedConnection&) = delete;
+
+protected:
+    PumpedConnection(MessagePump& pump, Events events, std::string& status)
+        : pump_(pump), events_(std::move(events)), status_(status)
+    {
+    }
+    ~PumpedConnection() = default;
+
+    MessagePump& pump_;
+    Events events_;
+    std::string& status_;
+    int watch_ = 0;
 };
 
 // Stops watching `fd` and closes it; both are reset (0 and -1).

@@ -5,6 +5,8 @@
 // through the current handler.
 #include "jdwpkrvdbg/protocol/JDWPMessage.h"
 
+#include <utility>
+
 #include "jdwpkrvdbg/model/JXMachine.h"
 #include "jdwpkrvdbg/protocol/ByteStrings.h"
 #include "jdwpkrvdbg/protocol/JDWPCommandTable.h"
@@ -159,28 +161,15 @@ bool JDWPMessage::processMyData()
 
 std::string describeEventKind(int32_t eventKind)
 {
-    switch (eventKind) {
-    case EK_BREAKPOINT:
-        return "Process Event - Breakpoint";
-    case EK_SINGLE_STEP:
-        return "Process Event - Single Step";
-    case EK_THREAD_START:
-        return "Process Event - Thread Start";
-    case EK_THREAD_DEATH:
-        return "Process Event - Thread Death";
-    case EK_CLASS_PREPARE:
-        return "Process Event - Class Prepare";
-    case EK_METHOD_ENTRY:
-        return "Process Event - Method Entry";
-    case EK_VM_START:
-        return "Process Event - VM Start";
-    case EK_VM_DEATH:
-        return "Process Event - VM Death";
-    case EK_VM_DISCONNECTED:
-        return "Process Event - VM Disconnect";
-    default:
-        return std::string();
-    }
+    static constexpr std::pair<int32_t, const char*> kNames[] = {
+        {EK_BREAKPOINT, "Breakpoint"},     {EK_SINGLE_STEP, "Single Step"},     {EK_THREAD_START, "Thread Start"},
+        {EK_THREAD_DEATH, "Thread Death"}, {EK_CLASS_PREPARE, "Class Prepare"}, {EK_METHOD_ENTRY, "Method Entry"},
+        {EK_VM_START, "VM Start"},         {EK_VM_DEATH, "VM Death"},           {EK_VM_DISCONNECTED, "VM Disconnect"},
+    };
+    for (const auto& [kind, name] : kNames)
+        if (kind == eventKind)
+            return std::string("Process Event - ") + name;
+    return std::string();
 }
 
 std::string describeCommand(int32_t commandSet, int32_t command)

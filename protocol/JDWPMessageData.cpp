@@ -117,6 +117,20 @@ void readList(const std::string& s, int64_t& pos, ReadOne readOne)
         readOne();
 }
 
+// A count-prefixed list at `pos` as a vector: `readEntry(entry)` reads one
+// element (and moves `pos` past it).
+template <typename T, typename ReadEntry>
+std::vector<T> readEntries(const std::string& s, int64_t& pos, ReadEntry readEntry)
+{
+    std::vector<T> out;
+    readList(s, pos, [&] {
+        T entry{};
+        readEntry(entry);
+        out.push_back(std::move(entry));
+    });
+    return out;
+}
+
 // `n` bytes from the 1-based position; a missing byte is taken as zero so the
 // result always has `n` bytes.
 std::string bytesAt(const std::string& s, int64_t pos, int n)
@@ -385,59 +399,61 @@ bool JDWPMessageData::processMethods(const std::string& s, const MsgRef& refOwne
                        &JXMethod::MethodSignature, &JXMethod::MethodBits, &JXClass::addMethod);
 }
 
-bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOwner)
+namespace {
+
+// Decodes a table of the method the request named and hands it to that
+// method; false when the request names no method the model knows.
+template <typename Table, typename Read>
+bool readMethodTable(const JDWPMessageData::MsgRef& refOwner, bool (JXMethod::*set)(const Table&), Read read)
 {
     auto method = requestMethod(refOwner, requestClass(refOwner));
     if (!method)
         return false;
-    JDWPJLineTable table;
+    Table table;
     int64_t pos = 1;
-    pos += ReadNumber(s, pos, table.startIndex, kLongLength);
-    pos += ReadNumber(s, pos, table.endIndex, kLongLength);
-    readList(s, pos, [&] {
-        JDWPJLineTableItem item;
-        pos += ReadNumber(s, pos, item.lineCodeIndex, kLongLength);
-        pos += ReadNumber(s, pos, item.lineNumber, kIntLength);
-        table.Lines.push_back(item);
-    });
-    // The count of the lines actually read: equal to the wire count for a
-    // whole reply, and never more than Lines holds for a cut one.
-    table.LineCount = static_cast<double>(table.Lines.size());
-    method->SetLineTable(table);
+    read(table, pos);
+    ((*method).*set)(table);
     return true;
+}
+
+} // namespace
+
+bool JDWPMessageData::processLineTable(const std::string& s, const MsgRef& refOwner)
+{
+    return readMethodTable(refOwner, &JXMethod::SetLineTable, [&](JDWPJLineTable& table, int64_t& pos) {
+        pos += ReadNumber(s, pos, table.startIndex, kLongLength);
+        pos += ReadNumber(s, pos, table.endIndex, kLongLength);
+        table.Lines = readEntries<JDWPJLineTableItem>(s, pos, [&](JDWPJLineTableItem& item) {
+            pos += ReadNumber(s, pos, item.lineCodeIndex, kLongLength);
+            pos += ReadNumber(s, pos, item.lineNumber, kIntLength);
+        });
+        // The count of the lines actually read: equal to the wire count for a
+        // whole reply, and never more than Lines holds for a cut one.
+        table.LineCount = static_cast<double>(table.Lines.size());
+    });
 }
 
 bool JDWPMessageData::processVariableTable(const std::string& s, const MsgRef& refOwner)
 {
-    auto method = requestMethod(refOwner, requestClass(refOwner));
-    if (!method)
-        return false;
-    JDWPJVariableTable table;
-    int64_t pos = 1;
-    pos += ReadNumber(s, pos, table.argCnt, kIntLength);
-    readList(s, pos, [&] {
-        JDWPJVariableTableSlot slot;
-        pos += ReadNumber(s, pos, slot.vt_codeIndex, kLongLength);
-        pos += ReadString(s, pos, slot.vt_name);
-        pos += ReadString(s, pos, slot.vt_signature);
-        pos += ReadNumber(s, pos, slot.vt_length, kIntLength);
-        pos += ReadNumber(s, pos, slot.vt_slot, kIntLength);
-        table.Slot.push_back(std::move(slot));
+    return readMethodTable(refOwner, &JXMethod::SetVariableTable, [&](JDWPJVariableTable& table, int64_t& pos) {
+        pos += ReadNumber(s, pos, table.argCnt, kIntLength);
+        table.Slot = readEntries<JDWPJVariableTableSlot>(s, pos, [&](JDWPJVariableTableSlot& slot) {
+            pos += ReadNumber(s, pos, slot.vt_codeIndex, kLongLength);
+            pos += ReadString(s, pos, slot.vt_name);
+            pos += ReadString(s, pos, slot.vt_signature);
+            pos += ReadNumber(s, pos, slot.vt_length, kIntLength);
+            pos += ReadNumber(s, pos, slot.vt_slot, kIntLength);
+        });
+        table.slotsCount = static_cast<double>(table.Slot.size());
     });
-    table.slotsCount = static_cast<double>(table.Slot.size());
-    method->SetVariableTable(table);
-    return true;
 }
 
 bool JDWPMessageData::processFrameList(const std::string& s)
 {
-    requestFrame_.clear();
     int64_t pos = 1;
-    readList(s, pos, [&] {
-        JDWPJFrame frame;
+    requestFrame_ = readEntries<JDWPJFrame>(s, pos, [&](JDWPJFrame& frame) {
         pos += ReadNumber(s, pos, frame.FrameID, frameWidth());
         pos += ReadLocation(s, pos, frame.FrameLocation);
-        requestFrame_.push_back(frame);
     });
     return true;
 }
@@ -446,12 +462,8 @@ bool JDWPMessageData::processAllThreads(const std::string& s)
 {
     int64_t pos = 1;
     const int width = objectWidth();
-    std::vector<double> ids;
-    readList(s, pos, [&] {
-        double id = 0;
-        pos += ReadNumber(s, pos, id, width);
-        ids.push_back(id);
-    });
+    const std::vector<double> ids =
+        readEntries<double>(s, pos, [&](double& id) { pos += ReadNumber(s, pos, id, width); });
     RequestThreads = std::make_shared<JXThreadList>();
     for (double id : ids)
         RequestThreads->addThread(id);
@@ -460,10 +472,8 @@ bool JDWPMessageData::processAllThreads(const std::string& s)
 
 bool JDWPMessageData::processAllClasses(const std::string& s)
 {
-    allClasses_.clear();
     int64_t pos = 1;
-    readList(s, pos, [&] {
-        JDWPJClass entry;
+    allClasses_ = readEntries<JDWPJClass>(s, pos, [&](JDWPJClass& entry) {
         pos += ReadNumber(s, pos, entry.ClassTypeTag, kTagLength);
         // The only decoder that reads a type id with the reference-type width.
         pos += ReadNumber(s, pos, entry.ClassID, refTypeWidth());
@@ -471,7 +481,6 @@ bool JDWPMessageData::processAllClasses(const std::string& s)
         pos += ReadNumber(s, pos, entry.ClassStatus, kIntLength);
         // Listed only: entering a class in the registry is the class-prepare
         // event's business.
-        allClasses_.push_back(entry);
     });
     return true;
 }
@@ -675,32 +684,34 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
     pos += ReadNumber(s, pos, tag, kTagLength);
     value.VarType = static_cast<JDWPJVarEnum>(static_cast<int32_t>(tag));
 
-    double number = 0;
+    // A primitive of `width` bytes, read at pos and stepped over.
+    auto primitive = [&](int width) {
+        double number = 0;
+        pos += ReadSignedNumber(s, pos, number, width);
+        return number;
+    };
     switch (static_cast<int32_t>(tag)) {
     case VAR_BOOLEAN:
-        pos += ReadSignedNumber(s, pos, number, 1);
-        value.VarValue = number != 0 ? "True" : "False";
+        value.VarValue = primitive(1) != 0 ? "True" : "False";
         break;
     case VAR_BYTE:
         // Intended: one byte reads as 0..255, never negative.
-        pos += ReadSignedNumber(s, pos, number, 1);
-        value.VarValue = realText(number);
+        value.VarValue = realText(primitive(1));
         break;
-    case VAR_CHAR:
-        pos += ReadSignedNumber(s, pos, number, 2);
+    case VAR_CHAR: {
+        double number = primitive(2);
         // Intended: a char is shown as a number, and codes 0x0100..0x7FFF
         // are folded below zero (0x8000.. are negative already).
         if (number > 255)
             number = (65536 - number) * -1;
         value.VarValue = realText(number);
         break;
+    }
     case VAR_SHORT:
-        pos += ReadSignedNumber(s, pos, number, 2);
-        value.VarValue = realText(number);
+        value.VarValue = realText(primitive(2));
         break;
     case VAR_INT:
-        pos += ReadSignedNumber(s, pos, number, 4);
-        value.VarValue = realText(number);
+        value.VarValue = realText(primitive(4));
         break;
     case VAR_LONG: {
         // Intended: a long takes its width from the object-id size.
@@ -710,8 +721,7 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
             value.VarValue = std::to_string(signed64At(s, pos));
             pos += 8;
         } else {
-            pos += ReadSignedNumber(s, pos, number, width);
-            value.VarValue = realText(number);
+            value.VarValue = realText(primitive(width));
         }
         break;
     }

@@ -123,13 +123,17 @@ std::string javaPath()
 {
     return JDWPKRVDBG_JAVA;
 }
+std::string javaClassesDir()
+{
+    return JDWPKRVDBG_JAVA_CLASSES;
+}
 std::string examplesClassPath()
 {
-    return JDWPKRVDBG_EXAMPLES_CP;
+    return javaClassesDir() + "/examples";
 }
 std::string testsClassPath()
 {
-    return JDWPKRVDBG_TESTS_CP;
+    return javaClassesDir() + "/tests";
 }
 std::string shmemLibraryDir()
 {

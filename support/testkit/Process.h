@@ -36,6 +36,8 @@ int lineOf(const std::string& path, const std::string& marker);
 
 // Where the build put what the children run.
 std::string javaPath();
+// The compiled Java programs, a folder per set (examples, tests, bench).
+std::string javaClassesDir();
 std::string examplesClassPath();
 std::string testsClassPath();
 std::string shmemLibraryDir();
