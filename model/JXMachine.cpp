@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
@@ -31,6 +32,15 @@ int32_t roundHalfEven(double value)
     if (r < -2147483648.0)
         return static_cast<int32_t>(-2147483647 - 1);
     return static_cast<int32_t>(r);
+}
+
+// Raises a host event. The host's object is held for the call: a handler
+// may drop it (setEvents) while it runs.
+template <typename Event, typename... Args>
+void raise(std::shared_ptr<JXMachineEvents> events, Event event, Args&&... args)
+{
+    if (events)
+        ((*events).*event)(std::forward<Args>(args)...);
 }
 
 } // namespace
@@ -134,8 +144,7 @@ void JXMachine::invocationReplied()
 
 void JXMachine::MsgBoxW(const std::string& Prompt, int32_t Buttons, const std::string& Title)
 {
-    if (auto events = myEvents_)
-        events->Message(Prompt, Buttons, Title);
+    raise(myEvents_, &JXMachineEvents::Message, Prompt, Buttons, Title);
 }
 
 void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
@@ -151,8 +160,7 @@ void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::st
     myCurrentMethodID = MethodID;
     myCurrentLine = LineNr;
     myCurrentIndex_ = Offset;
-    if (auto events = myEvents_)
-        events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), offset);
+    raise(myEvents_, &JXMachineEvents::Breakpoint, threadID, ClassName, roundHalfEven(LineNr), offset);
 }
 
 void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
@@ -167,8 +175,7 @@ void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::st
     // of its threads; the other threads' requests would stop the program
     // again at every later resume.
     disarmThreadList();
-    if (auto events = myEvents_)
-        events->Breakpoint(threadID, ClassName, roundHalfEven(LineNr), 0);
+    raise(myEvents_, &JXMachineEvents::Breakpoint, threadID, ClassName, roundHalfEven(LineNr), 0);
 }
 
 void JXMachine::disarmThreadList()
@@ -242,44 +249,37 @@ void JXMachine::announceStop()
     if (!myStopNoticePending_)
         return;
     myStopNoticePending_ = false;
-    if (auto events = myEvents_)
-        events->VMStateChanged(VMSuspend);
+    raise(myEvents_, &JXMachineEvents::VMStateChanged, VMSuspend);
 }
 
 void JXMachine::GoOpenConnection()
 {
-    if (auto events = myEvents_)
-        events->OpenConnection();
+    raise(myEvents_, &JXMachineEvents::OpenConnection);
 }
 
 void JXMachine::GoCloseConnection()
 {
-    if (auto events = myEvents_)
-        events->CloseConnection();
+    raise(myEvents_, &JXMachineEvents::CloseConnection);
 }
 
 void JXMachine::printDebug(const std::string& s)
 {
-    if (auto events = myEvents_)
-        events->DebugMessage(s);
+    raise(myEvents_, &JXMachineEvents::DebugMessage, s);
 }
 
 void JXMachine::printConsole(const std::string& s)
 {
-    if (auto events = myEvents_)
-        events->ConsoleMessage(s);
+    raise(myEvents_, &JXMachineEvents::ConsoleMessage, s);
 }
 
 void JXMachine::printConsoleError(const std::string& s)
 {
-    if (auto events = myEvents_)
-        events->ConsoleErrorMessage(s);
+    raise(myEvents_, &JXMachineEvents::ConsoleErrorMessage, s);
 }
 
 void JXMachine::GoException(const std::string& s)
 {
-    if (auto events = myEvents_)
-        events->Exception(s);
+    raise(myEvents_, &JXMachineEvents::Exception, s);
 }
 
 void JXMachine::GoSilentBreak(double threadID, double ClassID, double MethodID)

@@ -252,47 +252,23 @@ void DapAdapter::handle(const json& message)
     auto row = std::find_if(rows.begin(), rows.end(), [&](const Row& r) { return command == r.command; });
     if (row == rows.end())
         return respond(message, false, nullptr, "krvdbg-dap does not know the request \"" + command + "\"");
-    unsigned now = 0;
-    switch (state_) {
-    case State::New:
-        now = kBeforeInit;
-        break;
-    case State::Initialized:
-    case State::Starting:
-        now = kConfiguring;
-        break;
-    case State::Running:
-        now = kRunning;
-        break;
-    case State::Stopped:
-        now = kStopped;
-        break;
-    case State::Ended:
-        now = kEnded;
-        break;
-    }
+    // Each state: the requests' mask it answers to, and how an error names it.
+    struct StateInfo {
+        unsigned mask;
+        const char* where;
+    };
+    static constexpr StateInfo kStates[] = {
+        {kBeforeInit, "before initialize"},
+        {kConfiguring, "before the program was started"},
+        {kConfiguring, "while the program is being started"},
+        {kRunning, "while the program runs"},
+        {kStopped, "while the program is stopped"},
+        {kEnded, "after the program ended"},
+    };
+    const StateInfo& info = kStates[static_cast<size_t>(state_)];
+    const unsigned now = info.mask;
     if (!(row->allowed & now)) {
-        std::string where;
-        switch (state_) {
-        case State::New:
-            where = "before initialize";
-            break;
-        case State::Initialized:
-            where = "before the program was started";
-            break;
-        case State::Starting:
-            where = "while the program is being started";
-            break;
-        case State::Running:
-            where = "while the program runs";
-            break;
-        case State::Stopped:
-            where = "while the program is stopped";
-            break;
-        case State::Ended:
-            where = "after the program ended";
-            break;
-        }
+        std::string where = info.where;
         if ((command == "launch" || command == "attach") && (state_ == State::Starting || now & kAfterInit) &&
             state_ != State::Initialized)
             where = "a second time (one program per session)";

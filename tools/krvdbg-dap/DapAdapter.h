@@ -40,6 +40,7 @@ struct DapError {
 class DapAdapter {
 public:
     using Sink = std::function<void(const json&)>;
+    // In this order: handle() looks a state up by its number.
     enum class State { New, Initialized, Starting, Running, Stopped, Ended };
     // Which states a request is allowed in.
     enum Allowed : unsigned {
