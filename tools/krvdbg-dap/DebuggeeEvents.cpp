@@ -22,10 +22,7 @@ void DebuggeeEvents::Message(const std::string& Prompt, int32_t, const std::stri
 void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
 {
     DebuggeeStop stop;
-    stop.threadID = threadID;
-    stop.className = ClassName;
-    stop.line = LineNr;
-    stop.offset = Offset;
+    static_cast<StopPlace&>(stop) = {threadID, ClassName, LineNr, Offset};
     stop.methodID = jvm_->currentMethodID();
     stop.index = jvm_->currentIndex();
     stop.stepExpected = stepExpected_;
@@ -35,12 +32,7 @@ void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, i
 
 void DebuggeeEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 {
-    if (NewState == jdwpkrvdbg::VMDead) {
-        if (connected_)
-            ended_ = true;
-    } else {
-        connected_ = true;
-    }
+    life_.stateChanged(NewState);
 }
 
 void DebuggeeEvents::DebugMessage(const std::string& s)

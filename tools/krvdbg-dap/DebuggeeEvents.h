@@ -12,13 +12,11 @@
 #include <jdwpkrvdbg/model/JXMachine.h>
 #include <jdwpkrvdbg/model/JXMachineEvents.h>
 
+#include "StopRecord.h"
+
 namespace krvdbg {
 
-struct DebuggeeStop {
-    double threadID = 0;
-    std::string className; // internal form
-    int32_t line = 0;
-    int32_t offset = 0;
+struct DebuggeeStop : StopPlace {
     double methodID = 0; // where the VM stopped: method and code index
     double index = 0;
     bool stepExpected = false; // a step was under way when it came
@@ -50,8 +48,8 @@ public:
 
     std::deque<DebuggeeStop>& stops() { return stops_; }
     std::deque<DebuggeeOutput>& output() { return output_; }
-    bool ended() const { return ended_; }
-    bool connected() const { return connected_; }
+    bool ended() const { return life_.ended(); }
+    bool connected() const { return life_.connected(); }
     const std::string& lastMessage() const { return lastMessage_; }
     // Line ends as DAP clients expect them (LF).
     static std::string lfOnly(const std::string& s);
@@ -59,8 +57,7 @@ public:
 private:
     const jdwpkrvdbg::JXMachine* jvm_;
     bool stepExpected_ = false;
-    bool ended_ = false;
-    bool connected_ = false;
+    VMLifetime life_;
     std::string lastMessage_;
     std::deque<DebuggeeStop> stops_;
     std::deque<DebuggeeOutput> output_;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <set>
 #include <string_view>
 
@@ -88,6 +89,33 @@ std::vector<std::shared_ptr<JXField>> fieldsOf(const std::shared_ptr<JXClass>& c
             break;
         c = c->SuperClass();
     }
+    return out;
+}
+
+// The instance or static fields of a class (as fieldsOf gives them) and
+// their values in one bulk read, one per field; a value the VM did not give
+// (no reply, a short one) is left unfound. Nothing for a class not known.
+struct FieldValues {
+    std::vector<std::shared_ptr<JXField>> fields;
+    std::vector<JDWPJVarValue> values;
+};
+
+FieldValues readFieldValues(const std::shared_ptr<JXClass>& cls, bool wantStatic, bool inherited,
+                            const std::function<std::shared_ptr<JDWPMessage>(const std::vector<double>& ids)>& request)
+{
+    FieldValues out;
+    if (!cls)
+        return out;
+    out.fields = fieldsOf(cls, wantStatic, inherited);
+    if (out.fields.empty())
+        return out;
+    std::vector<double> ids;
+    ids.reserve(out.fields.size());
+    for (const auto& f : out.fields)
+        ids.push_back(f->FieldID);
+    if (auto reply = ask(request(ids)))
+        out.values = reply->myDataContainer()->requestVar();
+    out.values.resize(out.fields.size());
     return out;
 }
 
@@ -311,19 +339,10 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
 {
     std::vector<Named> out;
     auto jvm = getCurrentHandler()->myJVM();
-    auto cls = jvm->getClassByObjectID(objectID);
-    if (!cls)
-        return out;
-    const auto fields = fieldsOf(cls, false, true);
-    if (fields.empty())
-        return out;
-    std::vector<double> ids;
-    ids.reserve(fields.size());
-    for (const auto& f : fields)
-        ids.push_back(f->FieldID);
-    auto reply = ask(getCurrentHandler()->myFactory()->createGetFieldValuesMessage(objectID, ids));
-    const std::vector<JDWPJVarValue> none;
-    const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    const auto [fields, values] =
+        readFieldValues(jvm->getClassByObjectID(objectID), false, true, [objectID](const std::vector<double>& ids) {
+            return getCurrentHandler()->myFactory()->createGetFieldValuesMessage(objectID, ids);
+        });
     std::set<std::string> seen;
     for (size_t i = 0; i < fields.size(); ++i) {
         std::string name = fields[i]->FieldName;
@@ -332,7 +351,7 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
             auto owner = jvm->getClassByID(fields[i]->ClassID);
             name += " (" + typeName(owner ? owner->ClassName() : std::string("super")) + ")";
         }
-        out.push_back({name, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature});
+        out.push_back({name, values[i], fields[i]->FieldSignature});
     }
     return out;
 }
@@ -349,20 +368,11 @@ std::vector<DapVariable> ValueReader::statics(double classID)
 {
     std::vector<DapVariable> out;
     auto cls = getCurrentHandler()->myJVM()->getClassByID(classID, true);
-    if (!cls)
-        return out;
-    const auto fields = fieldsOf(cls, true, false);
-    if (fields.empty())
-        return out;
-    std::vector<double> ids;
-    for (const auto& f : fields)
-        ids.push_back(f->FieldID);
-    auto reply = ask(getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(classID, ids));
-    const std::vector<JDWPJVarValue> none;
-    const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    const auto [fields, values] = readFieldValues(cls, true, false, [classID](const std::vector<double>& ids) {
+        return getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(classID, ids);
+    });
     for (size_t i = 0; i < fields.size(); ++i)
-        out.push_back(
-            describe(fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature));
+        out.push_back(describe(fields[i]->FieldName, values[i], fields[i]->FieldSignature));
     return out;
 }
 

@@ -17,10 +17,7 @@ void HostEvents::Message(const std::string& Prompt, int32_t Buttons, const std::
 void HostEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
 {
     StopInfo stop;
-    stop.threadID = threadID;
-    stop.className = ClassName;
-    stop.line = LineNr;
-    stop.offset = Offset;
+    static_cast<StopPlace&>(stop) = {threadID, ClassName, LineNr, Offset};
     const bool atBreakpoint = breakpointAt_ && breakpointAt_(ClassName, LineNr);
     stop.cause = Offset != 0                      ? StopCause::StopPoint
                  : stepExpected_ && !atBreakpoint ? StopCause::Step
@@ -36,13 +33,9 @@ void HostEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 {
     if (stateHook_)
         stateHook_(NewState);
-    if (NewState == jdwpkrvdbg::VMDead) {
-        if (connected_)
-            ended_ = true;
+    life_.stateChanged(NewState);
+    if (NewState == jdwpkrvdbg::VMDead)
         suspended_ = false;
-    } else {
-        connected_ = true;
-    }
     // "Running" while krvdbg knows the VM is stopped is a Resume reply that
     // was read after the stop.
     const bool late = NewState == jdwpkrvdbg::VMRunning && suspended_;

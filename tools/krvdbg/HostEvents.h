@@ -11,14 +11,11 @@
 #include <jdwpkrvdbg/model/JXMachineEvents.h>
 
 #include "Printer.h"
+#include "StopRecord.h"
 
 namespace krvdbg {
 
-struct StopInfo {
-    double threadID = 0;
-    std::string className; // internal form, as the library reports it
-    int32_t line = 0;
-    int32_t offset = 0;
+struct StopInfo : StopPlace {
     StopCause cause = StopCause::Breakpoint;
     std::string exception; // the exception's text for an exception stop
 };
@@ -56,8 +53,8 @@ public:
 
     uint64_t stopCount() const { return stopCount_; }
     const StopInfo& lastStop() const { return lastStop_; }
-    bool ended() const { return ended_; }
-    bool connected() const { return connected_; }
+    bool ended() const { return life_.ended(); }
+    bool connected() const { return life_.connected(); }
     const std::string& lastMessage() const { return lastMessage_; }
     const std::string& console() const { return console_; }
 
@@ -70,8 +67,7 @@ private:
     bool suspended_ = false;
     uint64_t stopCount_ = 0;
     StopInfo lastStop_;
-    bool ended_ = false;
-    bool connected_ = false;
+    VMLifetime life_;
     std::string lastMessage_;
     std::string console_; // the last few KiB of console text
 };
