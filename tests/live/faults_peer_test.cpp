@@ -10,7 +10,7 @@
 #include <cctype>
 
 #include "FaultPeer.h"
-#include "LiveVM.h"
+#include "LiveSessionTest.h"
 #include "ScriptedTransport.h"
 
 using namespace jdwpkrvdbg;
@@ -26,17 +26,15 @@ std::string composite(int policy, int kind, const std::string& body)
     return std::string(1, static_cast<char>(policy)) + be32(1) + std::string(1, static_cast<char>(kind)) + body;
 }
 
-struct Host {
-    std::shared_ptr<JDWPHandler> handler = JDWPHandler::create();
-    std::shared_ptr<EventLog> log = std::make_shared<EventLog>();
-    std::shared_ptr<JXMachine> jvm = handler->myJVM();
+// The host side: the live fixture, with its session objects open to the
+// rows, a Version call and a time-out check.
+class Host : public LiveSessionTest {
+public:
+    using LiveSessionTest::clock;
+    using LiveSessionTest::handler;
+    using LiveSessionTest::jvm;
+    using LiveSessionTest::log;
 
-    Host() { jvm->setEvents(log); }
-    ~Host()
-    {
-        jvm->setEvents(nullptr);
-        setCurrentHandler(nullptr);
-    }
     JDWPHandler::Msg version(int32_t waitMs = 4000)
     {
         return handler->sendSync(handler->myFactory()->createGetVersionMessage(), waitMs);
@@ -46,8 +44,7 @@ struct Host {
     // real time, and leave no call waiting.
     void expectTimeOutOnTheClock(int32_t waitMs)
     {
-        TickShift clock;
-        const int idle = MessagePump::instance().addIdle([&clock] { clock.advance(20); });
+        const int idle = MessagePump::instance().addIdle([this] { clock.advance(20); });
         const uint32_t start = GetTickCount();
         const int64_t realStart = nowMs();
         EXPECT_EQ(version(waitMs), nullptr);
@@ -131,8 +128,7 @@ std::vector<Row> faultRows()
                         peer.waitReleased(20000);
                     },
                     [](Host& host, FaultPeer&) {
-                        TickShift clock;
-                        clock.advance(4100);
+                        host.clock.advance(4100);
                         pumpUntil([&] { return host.jvm->JVMState() == VMDead; }, 3000);
                     },
                     Outcome::EndsWithVMDead, " *** JDWP-Connection failed ... no handshake from the VM"});
@@ -240,12 +236,12 @@ std::vector<Row> faultRows()
     return rows;
 }
 
-class FaultPeerMatrix : public ::testing::TestWithParam<size_t> {};
+class FaultPeerMatrix : public Host, public ::testing::WithParamInterface<size_t> {};
 
 TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
 {
     const Row row = faultRows()[GetParam()];
-    Host host;
+    Host& host = *this;
     FaultPeer peer(row.peer);
     ASSERT_TRUE(host.handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
     if (row.opens) {
@@ -267,7 +263,6 @@ TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
         EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();
     }
     EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
-    host.handler->Disconnect();
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, FaultPeerMatrix, ::testing::Range<size_t>(0, faultRows().size()),

@@ -5,7 +5,6 @@
 // exceptions. Packets cut short or made of garbage are the fuzz target's
 // (fuzz/corpus/events/hostile-*).
 #include <algorithm>
-#include <functional>
 
 #include "unit_fixtures.h"
 
@@ -89,14 +88,6 @@ protected:
         recorder_->clear();
     }
     void decode(const std::string& payload) { JDWPMessageData().processEventCommand(payload); }
-    // Lets the scripted VM's answers in until `done`.
-    void pumpUntil(const std::function<bool()>& done)
-    {
-        for (int i = 0; i < 100 && !done(); ++i) {
-            MessagePump::instance().pumpOnce(0);
-            transport->pumpProcessEvents();
-        }
-    }
 
     std::shared_ptr<EventLog> recorder_ = std::make_shared<EventLog>();
 };
@@ -216,10 +207,7 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
         // both requests go.
         // The two requests went out without waiting; their replies come
         // in before any event they cause.
-        for (int i = 0; i < 3; ++i) {
-            MessagePump::instance().pumpOnce(0);
-            transport->pumpProcessEvents();
-        }
+        pumpScripted([&] { return handler->pendingSentCount() == 0; });
         fresh();
         decode(composite(2, {u8(EK_METHOD_ENTRY) + be32(51) + be64(0x77) + location(0x10, 0x31, 0)}));
         EXPECT_EQ(recorder_->all, (std::vector<std::string>{"Break(119,Module1,10,0)", "State(1)"}));
@@ -267,10 +255,10 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
                 return;
             jvm()->ResumeVM(true);
             if (handler == ResumesAndWaits)
-                pumpUntil([&] { return jvm()->JVMState() != VMSuspend; });
+                pumpScripted([&] { return jvm()->JVMState() != VMSuspend; });
         };
         decode(row.payload);
-        pumpUntil([&] { return jvm()->JVMState() != VMSuspend; });
+        pumpScripted([&] { return jvm()->JVMState() != VMSuspend; });
         recorder_->onBreak = nullptr;
         EXPECT_EQ(recorder_->all, row.events);
         EXPECT_EQ(seen, (std::vector<std::tuple<VMState, double, bool>>{{VMSuspend, 0x77, false}}));
@@ -283,7 +271,7 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
     decode(composite(2, {breakAt11}));
     jvm()->ResumeVM(true);
     decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
-    pumpUntil([&] { return handler->pendingSentCount() == 0; });
+    pumpScripted([&] { return handler->pendingSentCount() == 0; });
     EXPECT_EQ(handler->pendingSentCount(), 0u) << "the Resume's reply came in";
     EXPECT_EQ(recorder_->all,
               (std::vector<std::string>{"Break(119,Module1,11,0)", "State(1)", "Break(120,Module1,13,0)"}));

@@ -12,6 +12,7 @@
 
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -76,6 +77,15 @@ public:
         jvm()->SIZE_RefTypeID = refTypeId;
     }
     size_t countOf(int set, int cmd) const { return vm->commandsOf(set, cmd).size(); }
+    // Lets the scripted VM's answers in, pass by pass, until `done` (at most
+    // `passes` passes: nothing here waits for real time).
+    void pumpScripted(const std::function<bool()>& done, int passes = 100)
+    {
+        for (int i = 0; i < passes && !done(); ++i) {
+            MessagePump::instance().pumpOnce(0);
+            transport->pumpProcessEvents();
+        }
+    }
     // (command set, command) of every command sent, in order.
     using Wire = std::vector<std::pair<int, int>>;
     Wire wire() const
@@ -138,10 +148,7 @@ public:
         vm->installDefaults();
         handler->bRemoteConnection = true;
         ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", "8000", true));
-        for (int i = 0; i < 1000 && (vm->commandsOf(1, 9).empty() || jvm()->VMName.empty()); ++i) {
-            MessagePump::instance().pumpOnce(0);
-            transport->pumpProcessEvents();
-        }
+        pumpScripted([this] { return !vm->commandsOf(1, 9).empty() && !jvm()->VMName.empty(); }, 1000);
         ASSERT_FALSE(vm->commandsOf(1, 9).empty()) << "the opening sequence ends with a resume";
         vm->clearCommands();
         log->clear();
