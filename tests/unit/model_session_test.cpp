@@ -383,6 +383,12 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
     finalField->FieldSignature = "I";
     finalField->FieldBits = 0x10;
     jvm()->getClassByID(0x200)->addField(finalField);
+    // A long `k` of a later block comes first in the table: the one in
+    // scope at the stop's code index is the one set.
+    auto run = jvm()->getClassByID(0x100)->JMethodID(kRun);
+    JDWPJVariableTable vars = run->variableTable();
+    vars.Slot.insert(vars.Slot.begin(), {100, "k", "J", 50, 7});
+    run->SetVariableTable(vars);
     auto setting = [this] {
         Wire out;
         for (const auto& c : wire())
