@@ -174,6 +174,7 @@ test('setVariable gives locals, fields and statics values the program then print
         [locals, 'text', '"dap #1"', '"dap #1"', 'java.lang.String'],
         [g, 'level', '12', '12', 'int'],
         [g, 'name', 'null', 'null', 'java.lang.String'],
+        [g, 'level (Dial)', '5', '5', 'int'],
         [statics, 'total', '8', '8', 'int'],
     ];
     for (const [ref, name, typed, shown, type] of rows)
@@ -197,7 +198,7 @@ test('setVariable gives locals, fields and statics values the program then print
 
     await dc.ok('continue', {});
     await dc.event('terminated');
-    for (const text of ['locals i=41 ', 'flag=true c=q', 'text=dap #1', 'fields level=12 ', 'name=null',
+    for (const text of ['locals i=41 ', 'flag=true c=q', 'text=dap #1', 'fields level=12 ', 'name=null', 'base=5',
         'statics total=8 title=before LIMIT=10'])
         assert.ok(dc.programOutput().includes(text), `${text} in ${dc.programOutput()}`);
 });

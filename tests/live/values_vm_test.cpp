@@ -213,7 +213,7 @@ TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
     EXPECT_EQ(jvm->setValue("name", "\"set\""), "");
     EXPECT_EQ(runToEnd(), 0) << dump();
     for (const char* printed : {"locals i=42 l=-9000000000 d=7.0 f=2.25 flag=true c=Z b=-5 s=300 text=new \"text\" #1",
-                                "fields level=40 ratio=-1.5 name=null on=true id=7",
+                                "fields level=40 ratio=-1.5 name=null on=true id=7 base=1",
                                 "statics total=4 title=after LIMIT=10", "bumped level=101 name=set"})
         EXPECT_NE(log->console.find(printed), std::string::npos) << printed << " in\n" << log->console;
 }
