@@ -182,7 +182,7 @@ TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
         {"f", "2.25", "f: #2.25#"}, {"flag", "true", "flag: #True#"}, {"c", "'Z'", "c: #90#"},
         {"b", "-5", "b: #251#"}, // intended: getValue reads a byte as 0..255
         {"s", "300", "s: #300#"},
-        {"text", "\"new \\\"text\\\" #1\"", "text: #new \"text\" {~}1#"},
+        {"text", "\"new \\\"text\\\" #1 \xc3\xa9\\ud83d\\ude00\"", "text: #new \"text\" {~}1 \xc3\xa9\xf0\x9f\x98\x80#"},
         {"g.level", "40", ""}, {"g.ratio", "-1.5", ""}, {"g.name", "null", ""}, {"g.on", "true", ""},
         {"total", "4", "total: #4#"}, {"SetValues.title", "\"after\"", ""},
     };
