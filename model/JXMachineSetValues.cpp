@@ -701,6 +701,14 @@ std::string JXMachine::setResolved(const std::string& TargetVar, const std::stri
         return "no current stop (stop at a breakpoint first)";
 
     if (names.size() == 1) {
+        // "in CLASS" asks for that class's static, even where a local or a
+        // field of the same name would be found first.
+        std::shared_ptr<JXClass> owner;
+        if (!PossibleStaticClass.empty()) {
+            auto named = getClassByName(PossibleStaticClass, true);
+            if (findField(named, last, owner))
+                return setFieldValue(0, named->ClassID, last, valueText);
+        }
         // A local of the thread's top frame, read afresh: its id and code
         // index say where the thread is now.
         auto frames =
@@ -716,17 +724,11 @@ std::string JXMachine::setResolved(const std::string& TargetVar, const std::stri
         if (!myFrameValid)
             refreshFrameID();
         // A field of this (its class and superclasses), a static of the
-        // current class, a static of the class the host names.
-        std::shared_ptr<JXClass> owner;
+        // current class.
         if (myThisObjectID != 0 && findField(getClassByObjectID(myThisObjectID), last, owner))
             return setFieldValue(myThisObjectID, 0, last, valueText);
         if (findField(currentClass, last, owner))
             return setFieldValue(0, currentClass->ClassID, last, valueText);
-        if (!PossibleStaticClass.empty()) {
-            auto named = getClassByName(PossibleStaticClass, true);
-            if (findField(named, last, owner))
-                return setFieldValue(0, named->ClassID, last, valueText);
-        }
         return last + " is not a local, a field of this or a static here";
     }
 

@@ -455,6 +455,10 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
         }
         EXPECT_FALSE(jvm()->evaluating());
     }
+    // "in CLASS" names the class's static, though a local has the name too.
+    vm->clearCommands();
+    EXPECT_EQ(jvm()->setValue("k", "4", "pkg/A"), "");
+    EXPECT_EQ(setting(), (Wire{{3, 2}}));
     jvm()->GoVMStateChange(VMRunning, -1);
     vm->clearCommands();
     EXPECT_EQ(jvm()->setValue("k", "7"), "the VM is not suspended");

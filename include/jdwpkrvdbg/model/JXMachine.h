@@ -205,8 +205,9 @@ public:
     // fits float and double), 'c' for a char, true or false, "text" with
     // \" \\ \n \t \r \uXXXX escapes for a String, null for any object.
     // TargetVar names the variable as getValue does: a local, a field of
-    // `this`, a static of the current class or of PossibleStaticClass, a
-    // dotted path whose last name is a field (p.x), or Class.field.
+    // `this`, a static of the current class, a dotted path whose last name
+    // is a field (p.x), or Class.field; a single name with
+    // PossibleStaticClass (internal form) is that class's static first.
     std::string setValue(const std::string& TargetVar, const std::string& valueText,
                          const std::string& PossibleStaticClass = std::string());
     // A local of any frame of a suspended thread, as a host that lists
