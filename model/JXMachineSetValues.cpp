@@ -4,7 +4,6 @@
 // declared type before anything is set, and what the VM refuses comes back
 // in words. A string is made in the VM first and kept from its collector
 // until the variable holds it.
-#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -584,8 +583,10 @@ std::string JXMachine::parseValueLiteral(const std::string& signature, const std
             number = v.code;
         else
             return type + " takes a number (2.5, -1e3, NaN, Infinity), not " + t;
-        const double limit = kind == 'F' ? FLT_MAX : DBL_MAX;
-        if (std::isfinite(number) ? std::fabs(number) > limit : !v.special)
+        // A float takes what rounds to a finite float (3.4028235E38 is its
+        // largest as Java prints it, a little above FLT_MAX).
+        const bool tooLarge = kind == 'F' ? std::fabs(number) >= 0x1.ffffffp+127 : !std::isfinite(number);
+        if (std::isfinite(number) ? tooLarge : !v.special)
             return type + " takes a number of at most " + (kind == 'F' ? "3.4028235E38" : "1.7976931348623157E308") +
                    " in size, not " + t;
         cIEEE ieee;
@@ -678,12 +679,21 @@ std::string JXMachine::setValue(const std::string& TargetVar, const std::string&
     if (myState != VMSuspend)
         return "the VM is not suspended";
     // Resolving the path may run the program's getters, as getValue does.
-    struct Guard {
-        JXMachine& m;
-        explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
-        ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
-    } guard(*this);
-    return setResolved(TargetVar, valueText, PossibleStaticClass);
+    const uint32_t timeoutsBefore = myInvokeTimeouts_;
+    std::string why;
+    {
+        struct Guard {
+            JXMachine& m;
+            explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
+            ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
+        } guard(*this);
+        why = setResolved(TargetVar, valueText, PossibleStaticClass);
+    }
+    // A getter that did not return left the VM running; the host is told,
+    // as after getValue.
+    if (myInvokeTimeouts_ != timeoutsBefore && myInvokeTimedOut_)
+        GoVMStateChange(VMRunning, -1);
+    return why;
 }
 
 std::string JXMachine::setResolved(const std::string& TargetVar, const std::string& valueText,

@@ -331,7 +331,8 @@ TEST(ValueLiterals, TheTypedTextFitsTheDeclaredTypeOrSaysWhy)
         {"D", "NaN", "D 7F F8 00 00 00 00 00 00"}, {"D", "1e400", "!a double takes a number of at most"},
         {"D", "true", "!a double takes a number"}, {"F", "0.1", "F 3D CC CC CD"},
         {"F", "2.5f", "F 40 20 00 00"},            {"F", "-Infinity", "F FF 80 00 00"},
-        {"F", "3.5e38", "!a float takes a number of at most 3.4028235E38"},
+        {"F", "3.5e38", "!a float takes a number of at most 3.4028235E38"}, {"F", "3.4028235E38", "F 7F 7F FF FF"},
+        {"F", "3.4028236e38", "!a float takes a number of at most"},
         {"Ljava/lang/String;", "\"a\\\"b\\\\\\n\"", "s \"a\"b\\\n\""},
         {"Ljava/lang/String;", "\"\\ud83d\\ude00 #1\"", "s \"\xf0\x9f\x98\x80 #1\""},
         {"Ljava/lang/String;", "\"\"", "s \"\""},  {"Ljava/lang/String;", "null", "s "},
@@ -459,7 +460,12 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
     vm->clearCommands();
     EXPECT_EQ(jvm()->setValue("k", "4", "pkg/A"), "");
     EXPECT_EQ(setting(), (Wire{{3, 2}}));
-    jvm()->GoVMStateChange(VMRunning, -1);
+    // A getter on the path that does not return leaves the program
+    // running, and the host is told so.
+    vm->on(9, 6, [](const SentCommand&, std::string&, uint16_t&) { return false; });
+    EXPECT_NE(jvm()->setValue("a.label.b", "1").find("a.label is not an object"), std::string::npos);
+    ASSERT_FALSE(log->states.empty());
+    EXPECT_EQ(log->states.back(), VMRunning);
     vm->clearCommands();
     EXPECT_EQ(jvm()->setValue("k", "7"), "the VM is not suspended");
     EXPECT_TRUE(vm->commands().empty());
