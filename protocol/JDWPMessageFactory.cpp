@@ -424,6 +424,38 @@ Msg JDWPMessageFactory::createGetFrameCountMessage(double threadID)
     return m;
 }
 
+Msg JDWPMessageFactory::createSetLocalValueMessage(double threadID, double FrameID, double Slot,
+                                                   const std::string& TaggedValue)
+{
+    return withPayload(newCommand(CMDSET_StackFrame, SF_SETVALUE),
+                       O(threadID) + Fr(FrameID) + Int(1) + Int(Slot) + TaggedValue);
+}
+
+Msg JDWPMessageFactory::createSetFieldValueMessage(double ObjectID, double FieldID, const std::string& Value)
+{
+    return withPayload(newCommand(CMDSET_ObjectReference, OT_SET_VALUES), O(ObjectID) + Int(1) + F(FieldID) + Value);
+}
+
+Msg JDWPMessageFactory::createSetStaticFieldValueMessage(double ClassID, double FieldID, const std::string& Value)
+{
+    return withPayload(newCommand(CMDSET_ClassType, CT_SET_VALUES), O(ClassID) + Int(1) + F(FieldID) + Value);
+}
+
+Msg JDWPMessageFactory::createNewStringMessage(const std::string& Utf8Text)
+{
+    return withPayload(newCommand(CMDSET_VirtualMachine, VM_CREATE_STRING), LengthPrefixed(Utf8Text));
+}
+
+Msg JDWPMessageFactory::createDisableCollectionMessage(double ObjectID)
+{
+    return objectRequest(CMDSET_ObjectReference, OT_DISABLE_COLLECTION, ObjectID);
+}
+
+Msg JDWPMessageFactory::createEnableCollectionMessage(double ObjectID)
+{
+    return objectRequest(CMDSET_ObjectReference, OT_ENABLE_COLLECTION, ObjectID);
+}
+
 Msg JDWPMessageFactory::createGetValueBySlotMessage(double threadID, double FrameID)
 {
     // Set 6 command 1 with a thread and a frame id: published this way and

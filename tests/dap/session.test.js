@@ -1,6 +1,7 @@
 // krvdbg-dap driven as an editor drives it, against real VMs: a whole
-// session over each transport, values, breakpoints in classes other than
-// the file's own, an exception stop, output, pause and stopOnEntry.
+// session over each transport, values, setting them, breakpoints in classes
+// other than the file's own, an exception stop, output, pause and
+// stopOnEntry.
 'use strict';
 
 const assert = require('node:assert/strict');
@@ -150,6 +151,56 @@ test('the locals are read with one question per fact the adapter cannot know', a
     ];
     for (const [command, count] of expected)
         assert.equal(sent.filter(l => l.endsWith(command)).length, count, `${command} in\n${sent.join('\n')}`);
+});
+
+test('setVariable gives locals, fields and statics values the program then prints', async t => {
+    process.env.KRVDBG_DAP_TRACE = '1';
+    const dc = await session(t);
+    delete process.env.KRVDBG_DAP_TRACE;
+    await dc.begin('launch', dc.launchArgs('SetValues'),
+        { 'SetValues.java': [lineOf('SetValues.java', '// @set-stop')] });
+    assert.equal(dc.caps.supportsSetVariable, true);
+    const s = await dc.stopped('breakpoint');
+    const { scopes } = await dc.ok('scopes', { frameId: s.top.id });
+    const locals = scopes.find(x => /local/i.test(x.name)).variablesReference;
+    const statics = scopes.find(x => /static/i.test(x.name)).variablesReference;
+    const g = (await dc.children(locals)).g.variablesReference;
+    const set = (variablesReference, name, value) => dc.ok('setVariable', { variablesReference, name, value });
+    // reference, name, value typed, value shown, type
+    const rows = [
+        [locals, 'i', '41', '41', 'int'],
+        [locals, 'flag', 'true', 'true', 'boolean'],
+        [locals, 'c', '\'q\'', '\'q\'', 'char'],
+        [locals, 'text', '"dap #1"', '"dap #1"', 'java.lang.String'],
+        [g, 'level', '12', '12', 'int'],
+        [g, 'name', 'null', 'null', 'java.lang.String'],
+        [g, 'level (Dial)', '5', '5', 'int'],
+        [statics, 'total', '8', '8', 'int'],
+    ];
+    for (const [ref, name, typed, shown, type] of rows)
+        assert.deepEqual(await set(ref, name, typed), { value: shown, type, variablesReference: 0 }, name);
+    assert.equal((await dc.children(locals)).i.value, '41');
+
+    // Refused in words, and no set reaches the VM.
+    const sets = () => dc.stderr.split('\n').filter(l => l.startsWith('-> ') && /Set .*Value|Create String/.test(l)).length;
+    const before = sets();
+    const refused = [
+        [locals, 'i', '2.5', /int takes a whole number/],
+        [locals, 'text', '5', /String takes "text" or null/],
+        [g, 'id', '8', /final/],
+        [statics, 'LIMIT', '11', /final/],
+        [locals, 'this', '1', /not a local|cannot be set/],
+        [locals, 'nosuch', '1', /not a local variable/],
+    ];
+    for (const [ref, name, value, why] of refused)
+        assert.match(await dc.fails('setVariable', { variablesReference: ref, name, value }), why, name);
+    assert.equal(sets(), before);
+
+    await dc.ok('continue', {});
+    await dc.event('terminated');
+    for (const text of ['locals i=41 ', 'flag=true c=q', 'text=dap #1', 'fields level=12 ', 'name=null', 'base=5',
+        'statics total=8 title=before LIMIT=10'])
+        assert.ok(dc.programOutput().includes(text), `${text} in ${dc.programOutput()}`);
 });
 
 test('breakpoints in a nested, an inner and an anonymous class and in a lambda', async t => {

@@ -1,10 +1,10 @@
 // krvdbg end to end: the program is run as a child with --json and a script,
 // against the demo program of examples/demo, and the JSON lines it writes
 // are checked: stops, values, steps, the stack, console text, the exception
-// stop and the end; malformed commands that must not end the session; the
-// failures that end it with a non-zero status; which classes a step enters;
-// attaching to a program that runs; and what signals to krvdbg do to the VM
-// (Ctrl-C in a real pseudo-terminal).
+// stop and the end; values set at a stop; malformed commands that must not
+// end the session; the failures that end it with a non-zero status; which
+// classes a step enters; attaching to a program that runs; and what signals
+// to krvdbg do to the VM (Ctrl-C in a real pseudo-terminal).
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -472,6 +472,37 @@ TEST(Krvdbg, AnEvaluationThatNeverReturnsSaysSoAndSuspendFindsTheThread)
     EXPECT_EQ(frames[0]["LineNr"], lineOf(values, "@spin"));
     EXPECT_EQ(frames.back()["MethodName"], "main");
     EXPECT_EQ(run.command("quit")["result"], "quit");
+}
+
+TEST(Krvdbg, SetGivesNewValuesThatPrintShowsAndTheProgramUses)
+{
+    const std::string file = "tests/java/SetValues.java";
+    const std::string script = "stop at SetValues:" + std::to_string(lineOf(file, "@set-stop")) +
+                               "\nrun\nset i = 41\nset text = \"a #1\"   # a comment\nset g.level = 9\n"
+                               "set total in SetValues = 6\nset SetValues.title = \"t\"\nset i = 2.5\nset i\n"
+                               "set = 3\nprint i\ncont\n";
+    const KrvdbgRun run = runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "SetValues"}, script);
+    ASSERT_EQ(run.status, 0) << run.output;
+    const std::pair<std::string, std::string> done[] = {
+        {"set i = 41", "41"},
+        {"set text = \"a #1\"", "a #1"},
+        {"set g.level = 9", "9"},
+        {"set total in SetValues = 6", "6"},
+        {"set SetValues.title = \"t\"", "t"},
+    };
+    for (const auto& [command, value] : done)
+        EXPECT_EQ(run.command(command)["result"].value("value", ""), value) << run.command(command).dump();
+    const std::pair<std::string, std::string> refused[] = {
+        {"set i = 2.5", "i: an int takes a whole number"},
+        {"set i", "expected set NAME"},
+        {"set = 3", "expected set NAME"},
+    };
+    for (const auto& [command, why] : refused)
+        EXPECT_NE(run.command(command).value("error", "").find(why), std::string::npos) << run.command(command).dump();
+    EXPECT_EQ(run.command("print i")["result"]["value"], "41");
+    const std::string console = run.console();
+    for (const char* text : {"locals i=41 ", "text=a #1\r\n", "fields level=9 ", "statics total=6 title=t "})
+        EXPECT_NE(console.find(text), std::string::npos) << text << " in " << console;
 }
 
 TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)

@@ -3,7 +3,9 @@
 // the runtime's wrapper classes, the text layout of missing names,
 // truncation and escaping, evaluation calls whose events are kept from the
 // host while the program's own next stop is not; then the stack three calls
-// deep and popping a frame. Also a stop in run() of a Thread subclass.
+// deep and popping a frame. Also a stop in run() of a Thread subclass, and
+// values set at a stop of tests/java/SetValues: read back, and seen by the
+// program once it runs on.
 // The tables of byte literals keep their hand layout:
 // clang-format off
 #include "LiveSessionTest.h"
@@ -151,6 +153,69 @@ TEST_F(LiveValues, AStopInRunOfAThreadSubclassShowsThisItsFieldsAndLocals)
     EXPECT_EQ(trace[0][1], "Worker");
     EXPECT_EQ(trace[0][2], "run");
     EXPECT_EQ(runToEnd(), 0) << dump();
+}
+
+// Locals, fields and statics of each type set at a stop read back as set and
+// are what the program prints once it runs on; a field of `this` is set by
+// its name alone. What does not fit is refused without any set being sent.
+TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
+{
+    const std::string file = "tests/java/SetValues.java";
+    jvm->setTargetClassName({"SetValues", "Gauge"});
+    jvm->addBreakpoint("SetValues", lineOf(file, "// @set-stop"));
+    jvm->addBreakpoint("Gauge", lineOf(file, "// @in-bump"));
+    ASSERT_TRUE(launch("SetValues"));
+    ASSERT_TRUE(waitStop(0)) << dump();
+    auto setsSent = [this] {
+        int n = 0;
+        for (const auto& l : handler->history().lines())
+            for (const char* command : {" 16/2 ", " 9/3 ", " 3/2 ", " 1/11 "})
+                n += l.rfind("->", 0) == 0 && l.find(command) != std::string::npos;
+        return n;
+    };
+    const struct {
+        const char* target;
+        const char* value;
+        std::string readBack; // getValue's text afterwards; "" to skip
+    } sets[] = {
+        {"i", "42", "i: #42#"}, {"l", "-9000000000", "l: #-9000000000#"}, {"d", "7", "d: #7#"},
+        {"f", "2.25", "f: #2.25#"}, {"flag", "true", "flag: #True#"}, {"c", "'Z'", "c: #90#"},
+        {"b", "-5", "b: #251#"}, // intended: getValue reads a byte as 0..255
+        {"s", "300", "s: #300#"},
+        {"text", "\"new \\\"text\\\" #1 \xc3\xa9\\ud83d\\ude00\"", "text: #new \"text\" {~}1 \xc3\xa9\xf0\x9f\x98\x80#"},
+        {"g.level", "40", ""}, {"g.ratio", "-1.5", ""}, {"g.name", "null", ""}, {"g.on", "true", ""},
+        {"total", "4", "total: #4#"}, {"SetValues.title", "\"after\"", ""},
+    };
+    for (const auto& s : sets) {
+        EXPECT_EQ(jvm->setValue(s.target, s.value), "") << s.target << " = " << s.value << "\n" << dump();
+        if (!s.readBack.empty()) {
+            EXPECT_EQ(jvm->getValue(s.target), s.readBack) << s.target;
+        }
+    }
+    EXPECT_EQ(jvm->getValue("g.level").substr(0, 14), "#g.level: 40#\r");
+    EXPECT_EQ(jvm->getValue("title", "SetValues"), "title: #after#");
+
+    const int before = setsSent();
+    const std::pair<const char*, const char*> refused[] = {
+        {"i", "3.5"}, {"text", "5"}, {"g", "\"x\""}, {"g.id", "8"}, {"LIMIT", "11"}, {"flag", "yes"}, {"nope", "1"},
+    };
+    for (const auto& [target, value] : refused)
+        EXPECT_NE(jvm->setValue(target, value), "") << target << " = " << value;
+    EXPECT_EQ(setsSent(), before) << "a refused value sent a set\n" << dump();
+    EXPECT_EQ(jvm->getValue("i"), "i: #42#");
+
+    // On to the stop in the instance method: a field of this by its name.
+    const size_t seen = log->stops.size();
+    resume();
+    ASSERT_TRUE(waitStop(seen)) << dump();
+    EXPECT_EQ(lastStop().className, "Gauge");
+    EXPECT_EQ(jvm->setValue("level", "100"), "");
+    EXPECT_EQ(jvm->setValue("name", "\"set\""), "");
+    EXPECT_EQ(runToEnd(), 0) << dump();
+    for (const char* printed : {"locals i=42 l=-9000000000 d=7.0 f=2.25 flag=true c=Z b=-5 s=300 text=new \"text\" #1",
+                                "fields level=40 ratio=-1.5 name=null on=true id=7 base=1",
+                                "statics total=4 title=after LIMIT=10", "bumped level=101 name=set"})
+        EXPECT_NE(log->console.find(printed), std::string::npos) << printed << " in\n" << log->console;
 }
 
 } // namespace

@@ -73,6 +73,12 @@ TEST_F(FactoryTest, EveryBuilderWithEightByteIds)
          T6 + FR7 + "\x00\x00\x00\x02" "\x00\x00\x00\x03" "I" "\x00\x00\x00\x00" "L"s},
         {B(createGetArrayLengthMessage(9)), 13, 1, OB9},
         {B(createGetArrayValuesMessage(9, 240, 20)), 13, 2, OB9 + "\x00\x00\x00\xf0" "\x00\x00\x00\x14"s},
+        {B(createSetLocalValueMessage(6, 7, 3, "I\x00\x00\x00\x05"s)), 16, 2,
+         T6 + FR7 + INT1 + "\x00\x00\x00\x03" "I\x00\x00\x00\x05"s},
+        {B(createSetFieldValueMessage(9, 10, "\x01"s)), 9, 3, OB9 + INT1 + F10 + "\x01"s},
+        {B(createSetStaticFieldValueMessage(5, 10, "\x00\x07"s)), 3, 2, C5 + INT1 + F10 + "\x00\x07"s},
+        {B(createNewStringMessage("h\xc3\xa9")), 1, 11, "\x00\x00\x00\x03" "h\xc3\xa9"s},
+        {B(createDisableCollectionMessage(9)), 9, 7, OB9}, {B(createEnableCollectionMessage(9)), 9, 8, OB9},
     };
     for (const auto& c : cases) {
         Msg m = c.build(factory());
@@ -93,6 +99,10 @@ TEST_F(FactoryTest, EachIdentifierTakesItsOwnWidthAndRequestsKeepTheirContext)
               hex("\x00\x00\x00\x09" "\x00\x00\x00\x01" "\x00\x0a"s));
     EXPECT_EQ(hex(factory().createInvokeStaticMethodMessage(5, 6, kBigMethodId)->myData),
               hex("\x00\x00\x00\x05" "\x00\x00\x00\x06"s + MBIG + INT0 + INT0));
+    EXPECT_EQ(hex(factory().createSetLocalValueMessage(6, 7, 3, "Z\x01"s)->myData),
+              hex("\x00\x00\x00\x06" "\x00\x00\x00\x00\x00\x07" "\x00\x00\x00\x01" "\x00\x00\x00\x03" "Z\x01"s));
+    EXPECT_EQ(hex(factory().createSetStaticFieldValueMessage(5, 10, "\x01"s)->myData),
+              hex("\x00\x00\x00\x05" "\x00\x00\x00\x01" "\x00\x0a" "\x01"s));
     // All four bytes: a 64-bit VM's method id keeps only its low bytes.
     setWidths(4, 4, 4, 4, 4);
     EXPECT_EQ(hex(factory().createGetVariableTableMessage(5, kBigMethodId)->myData),

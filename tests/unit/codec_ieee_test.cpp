@@ -73,6 +73,28 @@ TEST(Ieee, GoldenVectors)
     }
 }
 
+// Values the debugger sets are written as their exact bit pattern; a float
+// is rounded to single precision first, and every NaN is Java's one NaN.
+TEST(Ieee, WrittenValues)
+{
+    constexpr double inf = std::numeric_limits<double>::infinity();
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    cIEEE ieee;
+    const std::pair<double, std::string> doubles[] = {
+        {2.5, "\x40\x04\x00\x00\x00\x00\x00\x00"s},     {-0.0, "\x80\x00\x00\x00\x00\x00\x00\x00"s},
+        {DBL_MAX, "\x7f\xef\xff\xff\xff\xff\xff\xff"s}, {-inf, "\xff\xf0\x00\x00\x00\x00\x00\x00"s},
+        {-nan, "\x7f\xf8\x00\x00\x00\x00\x00\x00"s},
+    };
+    for (const auto& [value, bytes] : doubles)
+        EXPECT_EQ(hex(ieee.Ieee64vtos(value)), hex(bytes)) << value;
+    const std::pair<double, std::string> singles[] = {
+        {1.5, "\x3f\xc0\x00\x00"s}, {0.1, "\x3d\xcc\xcc\xcd"s}, {FLT_MAX, "\x7f\x7f\xff\xff"s},
+        {inf, "\x7f\x80\x00\x00"s}, {nan, "\x7f\xc0\x00\x00"s},
+    };
+    for (const auto& [value, bytes] : singles)
+        EXPECT_EQ(hex(ieee.Ieee32vtos(value)), hex(bytes)) << value;
+}
+
 TEST(Ieee, OrdinaryValuesMatchTheBitPattern)
 {
     cIEEE ieee;

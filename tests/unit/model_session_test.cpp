@@ -2,8 +2,10 @@
 // thread and frame bookkeeping, the argument rules of the Breakpoint event,
 // the retry rule of HoldEvents, the guards of an evaluation, cutting before
 // escaping a value, which names are numbers, local reads with
-// stale frames and their errors, and the window of an evaluation's call
-// (also one that never returns).
+// stale frames and their errors, the window of an evaluation's call (also
+// one that never returns), and setting values: the typed text against the
+// variable's type, and the commands that set a local, a field, a static and
+// a string.
 // The tables of byte literals keep their hand layout:
 // clang-format off
 #include "unit_fixtures.h"
@@ -300,6 +302,173 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
     EXPECT_EQ(jvm()->getValue("a.label"), "#a.label: xxxxxxxxxxxxxxxxxxxx{~}y#" + a);
     EXPECT_EQ(log->stops.size(), stops) << "this call's own stop reached the host";
     EXPECT_EQ(countOf(1, 9), resumes + 1);
+}
+
+// The text typed for a value, against the declared type: the tag and bytes
+// it is written with ("s" and the text for a string to make), or the reason
+// it does not fit.
+TEST(ValueLiterals, TheTypedTextFitsTheDeclaredTypeOrSaysWhy)
+{
+    const struct { const char* signature; std::string text, expected; } rows[] = {
+        {"I", "5", "I 00 00 00 05"},              {"I", " -2147483648 ", "I 80 00 00 00"},
+        {"I", "2147483648", "!from -2147483648 to 2147483647, not 2147483648"},
+        {"I", "3.5", "!an int takes a whole number"}, {"I", "\"x\"", "!an int takes a whole number"},
+        {"I", "5L", "!an int takes a whole number"},  {"I", "'a'", "I 00 00 00 61"},
+        {"J", "-1", "J FF FF FF FF FF FF FF FF"},  {"J", "9223372036854775807L", "J 7F FF FF FF FF FF FF FF"},
+        {"J", "-9223372036854775808", "J 80 00 00 00 00 00 00 00"},
+        {"J", "9223372036854775808", "!a long takes a whole number"},
+        {"J", "99999999999999999999999", "!a long takes a whole number"},
+        {"B", "127", "B 7F"},                      {"B", "-129", "!a byte takes a whole number from -128 to 127"},
+        {"B", "'a'", "!a byte takes"},             {"S", "-300", "S FE D4"},
+        {"C", "'A'", "C 00 41"},                   {"C", "'\\u00e9'", "C 00 E9"},
+        {"C", "'\xc3\xa9'", "C 00 E9"},            {"C", "'\\n'", "C 00 0A"},
+        {"C", "65535", "C FF FF"},                 {"C", "65536", "!a char takes a character"},
+        {"C", "'ab'", "!is not a value"},          {"C", "-1", "!a char takes"},
+        {"Z", "true", "Z 01"},                     {"Z", "false", "Z 00"},
+        {"Z", "1", "!a boolean takes true or false, not 1"},
+        {"D", "5", "D 40 14 00 00 00 00 00 00"},   {"D", "2.5", "D 40 04 00 00 00 00 00 00"},
+        {"D", "-0.0", "D 80 00 00 00 00 00 00 00"}, {"D", "1e-400", "D 00 00 00 00 00 00 00 00"},
+        {"D", "NaN", "D 7F F8 00 00 00 00 00 00"}, {"D", "1e400", "!a double takes a number of at most"},
+        {"D", "true", "!a double takes a number"}, {"F", "0.1", "F 3D CC CC CD"},
+        {"F", "2.5f", "F 40 20 00 00"},            {"F", "-Infinity", "F FF 80 00 00"},
+        {"F", "3.5e38", "!a float takes a number of at most 3.4028235E38"}, {"F", "3.4028235E38", "F 7F 7F FF FF"},
+        {"F", "3.4028236e38", "!a float takes a number of at most"},
+        {"Ljava/lang/String;", "\"a\\\"b\\\\\\n\"", "s \"a\"b\\\n\""},
+        {"Ljava/lang/String;", "\"\\ud83d\\ude00 #1\"", "s \"\xf0\x9f\x98\x80 #1\""},
+        {"Ljava/lang/String;", "\"\"", "s \"\""},  {"Ljava/lang/String;", "null", "s "},
+        {"Ljava/lang/String;", "\"a\"b\"", "!is not a value"},
+        {"Ljava/lang/String;", "\"\\q\"", "!is not a value"}, {"Ljava/lang/String;", "\"open", "!is not a value"},
+        {"Ljava/lang/String;", "5", "!a java.lang.String takes \"text\" or null, not 5"},
+        {"Ljava/lang/Object;", "\"x\"", "s \"x\""},
+        {"Lpkg/Point;", "null", "L "},             {"Lpkg/Point;", "\"x\"", "!a pkg.Point takes only null here"},
+        {"[I", "null", "[ "},                      {"I", "x", "!x is not a value (a number, true, false"},
+        {"I", "", "!no value given"},              {"", "5", "!the variable's type is not known"},
+    };
+    for (const auto& r : rows) {
+        JXValueLiteral literal;
+        const std::string why = JXMachine::parseValueLiteral(r.signature, r.text, literal);
+        const std::string got = !why.empty() ? "!" + why
+                                : literal.isString ? "s \"" + literal.text + "\""
+                                                   : std::string(1, static_cast<char>(literal.tag)) + " " + hex(literal.bytes);
+        if (r.expected[0] == '!')
+            EXPECT_NE(got.find(r.expected.substr(1)), std::string::npos) << r.signature << " " << r.text << ": " << got;
+        else
+            EXPECT_EQ(got, r.expected) << r.signature << " " << r.text;
+    }
+}
+
+// Setting a local, a field of an object, a static and a string: what is
+// sent, in order, and the answer in words. A value that does not fit sends
+// no set; one that is no value at all sends nothing. A string made for the
+// set is held from the collector until it is set, and made again when it
+// was collected before it could be held.
+TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
+{
+    uint16_t setError = 0;
+    for (const auto& [set, cmd] : {std::pair{16, 2}, std::pair{9, 3}, std::pair{3, 2}})
+        vm->on(set, cmd, [&](const SentCommand&, std::string&, uint16_t& error) {
+            error = setError;
+            return true;
+        });
+    std::vector<uint16_t> holds{0};
+    size_t holdTurn = 0;
+    vm->onPayload(1, 11, be64(0x90));
+    vm->on(9, 7, [&](const SentCommand&, std::string&, uint16_t& error) {
+        error = inTurn(holds, holdTurn);
+        return true;
+    });
+    vm->onPayload(9, 8, "");
+    auto finalField = std::make_shared<JXField>();
+    finalField->FieldID = 0x32;
+    finalField->FieldName = "c";
+    finalField->FieldSignature = "I";
+    finalField->FieldBits = 0x10;
+    jvm()->getClassByID(0x200)->addField(finalField);
+    // A long `k` of a later block comes first in the table: the one in
+    // scope at the stop's code index is the one set.
+    auto run = jvm()->getClassByID(0x100)->JMethodID(kRun);
+    JDWPJVariableTable vars = run->variableTable();
+    vars.Slot.insert(vars.Slot.begin(), {100, "k", "J", 50, 7});
+    run->SetVariableTable(vars);
+    auto setting = [this] {
+        Wire out;
+        for (const auto& c : wire())
+            if (c == std::pair{1, 11} || (c.first == 9 && c.second >= 7) || c == std::pair{16, 2} ||
+                c == std::pair{9, 3} || c == std::pair{3, 2})
+                out.push_back(c);
+        return out;
+    };
+    const std::string local = be64(1) + be64(9) + be32(1);
+    const Wire makeAndHold{{1, 11}, {9, 7}};
+    const struct {
+        const char* target;
+        std::string value;
+        uint16_t error;
+        std::vector<uint16_t> holds;
+        std::string expected; // "" or a part of the reason
+        Wire wire;
+        std::string payload; // of the set command
+    } rows[] = {
+        {"k", "7", 0, {0}, "", {{16, 2}}, local + be32(6) + "I" + be32(7)},
+        {"K", " -1 ", 0, {0}, "", {{16, 2}}, local + be32(6) + "I" + be32(0xffffffff)},
+        {"s", "\"hi\"", 0, {0}, "", {{1, 11}, {9, 7}, {16, 2}, {9, 8}}, local + be32(2) + "s" + be64(0x90)},
+        {"s", "\"hi\"", 0, {20, 0}, "", {{1, 11}, {9, 7}, {1, 11}, {9, 7}, {16, 2}, {9, 8}},
+         local + be32(2) + "s" + be64(0x90)},
+        {"s", "\"hi\"", 0, {20}, "collected before it could be set", {{1, 11}, {9, 7}, {1, 11}, {9, 7}}, ""},
+        {"s", "null", 0, {0}, "", {{16, 2}}, local + be32(2) + "s" + be64(0)},
+        {"a.b", "9", 0, {0}, "", {{9, 3}}, be64(0x77) + be32(1) + be64(0x31) + be32(9)},
+        {"pkg.A.k", "4", 0, {0}, "", {{3, 2}}, be64(0x100) + be32(1) + be64(0x41) + be32(4)},
+        {"k", "7", 34, {0}, "k: the VM refused: the value does not fit", {{16, 2}}, local + be32(6) + "I" + be32(7)},
+        {"s", "\"hi\"", 35, {0}, "s: the VM refused: the variable is not in scope", {{1, 11}, {9, 7}, {16, 2}, {9, 8}},
+         local + be32(2) + "s" + be64(0x90)},
+        {"k", "3.5", 0, {0}, "k: an int takes a whole number", {}, ""},
+        {"s", "5", 0, {0}, "s: a java.lang.String takes \"text\" or null", {}, ""},
+        {"a", "\"x\"", 0, {0}, "a: a pkg.B takes only null here", {}, ""},
+        {"a.c", "1", 0, {0}, "c is final", {}, ""},
+        {"a.zz", "1", 0, {0}, "zz is not a field of pkg.B", {}, ""},
+        {"nosuch", "1", 0, {0}, "nosuch is not a local, a field of this or a static here", {}, ""},
+        {"k", "seven", 0, {0}, "seven is not a value", {}, ""},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(r.target) + " = " + r.value);
+        setError = r.error;
+        holds = r.holds;
+        holdTurn = 0;
+        vm->clearCommands();
+        const std::string why = jvm()->setValue(r.target, r.value);
+        if (r.expected.empty())
+            EXPECT_EQ(why, "");
+        else
+            EXPECT_NE(why.find(r.expected), std::string::npos) << why;
+        EXPECT_EQ(setting(), r.wire);
+        for (const auto& [set, cmd] : r.wire) {
+            const auto sent = vm->commandsOf(set, cmd);
+            ASSERT_FALSE(sent.empty());
+            if (set == 1)
+                EXPECT_EQ(hex(sent.back().payload), hex(jstr("hi")));
+            else if (set == 9 && cmd >= 7)
+                EXPECT_EQ(hex(sent.back().payload), hex(be64(0x90)));
+            else
+                EXPECT_EQ(hex(sent.back().payload), hex(r.payload));
+        }
+        if (r.value == "seven") {
+            EXPECT_TRUE(vm->commands().empty()) << "no value: nothing is asked";
+        }
+        EXPECT_FALSE(jvm()->evaluating());
+    }
+    // "in CLASS" names the class's static, though a local has the name too.
+    vm->clearCommands();
+    EXPECT_EQ(jvm()->setValue("k", "4", "pkg/A"), "");
+    EXPECT_EQ(setting(), (Wire{{3, 2}}));
+    // A getter on the path that does not return leaves the program
+    // running, and the host is told so.
+    vm->on(9, 6, [](const SentCommand&, std::string&, uint16_t&) { return false; });
+    EXPECT_NE(jvm()->setValue("a.label.b", "1").find("a.label is not an object"), std::string::npos);
+    ASSERT_FALSE(log->states.empty());
+    EXPECT_EQ(log->states.back(), VMRunning);
+    vm->clearCommands();
+    EXPECT_EQ(jvm()->setValue("k", "7"), "the VM is not suspended");
+    EXPECT_TRUE(vm->commands().empty());
 }
 
 } // namespace

@@ -165,6 +165,7 @@ const std::vector<DapAdapter::Row>& DapAdapter::table()
         {"scopes", &DapAdapter::onScopes, kStopped, "a stopped program"},
         {"variables", &DapAdapter::onVariables, kStopped, "a stopped program"},
         {"evaluate", &DapAdapter::onEvaluate, kStopped, "a stopped program"},
+        {"setVariable", &DapAdapter::onSetVariable, kStopped, "a stopped program"},
         {"continue", &DapAdapter::onContinue, kStopped, "a stopped program"},
         {"next", &DapAdapter::onNext, kStopped, "a stopped program"},
         {"stepIn", &DapAdapter::onStepIn, kStopped, "a stopped program"},
@@ -353,7 +354,7 @@ void DapAdapter::onInitialize(const json& args, json& body)
             {"supportsHitConditionalBreakpoints", false},
             {"supportsLogPoints", false},
             {"supportsFunctionBreakpoints", false},
-            {"supportsSetVariable", false},
+            {"supportsSetVariable", true},
             {"supportsStepBack", false},
             {"supportsRestartRequest", false},
             {"supportsExceptionInfoRequest", false},
@@ -937,6 +938,74 @@ void DapAdapter::onEvaluate(const json& args, json& body)
         }
     }
     throw DapError{error.empty() ? expression + " is not available here" : error};
+}
+
+void DapAdapter::onSetVariable(const json& args, json& body)
+{
+    const int64_t ref = args.at("variablesReference").get<int64_t>();
+    const std::string name = args.at("name").get<std::string>();
+    const std::string value = args.at("value").get<std::string>();
+    const Container* c = store_.container(ref);
+    if (!c)
+        throw DapError{"no variables under " + std::to_string(ref) +
+                       " (the numbers are valid only until the program resumes)"};
+    const Container container = *c;
+    auto& jvm = *handler_->myJVM();
+    std::string why;
+    std::vector<DapVariable> now;
+    switch (container.kind) {
+    case Container::Kind::Locals: {
+        const FrameRef* f = store_.frame(container.frame);
+        if (!f)
+            throw DapError{"the frame of these locals is gone"};
+        const FrameRef frame = *f;
+        JDWPJFrame at;
+        at.FrameID = frame.frameID;
+        at.FrameLocation.ClassID = frame.classID;
+        at.FrameLocation.MethodID = frame.methodID;
+        at.FrameLocation.Index = frame.codeIndex;
+        why = jvm.setLocalValue(frame.threadID, at, name, value);
+        std::string error;
+        if (why.empty())
+            values_.locals(frame, container.frame, now, error);
+        break;
+    }
+    case Container::Kind::Statics:
+        why = jvm.setFieldValue(0, container.id, name, value);
+        if (why.empty())
+            now = values_.statics(container.id);
+        break;
+    case Container::Kind::Object: {
+        // A field hidden by one of the same name lower down is listed as
+        // "name (pkg.Owner)": it is looked for from its owner up.
+        std::string field = name;
+        double from = 0;
+        const size_t open = name.find(" (");
+        if (open != std::string::npos && name.back() == ')') {
+            field = name.substr(0, open);
+            auto owner =
+                jvm.getClassByName(ClassNames::toInternal(name.substr(open + 2, name.size() - open - 3)), true);
+            if (!owner)
+                throw DapError{"the class of " + name + " is not known"};
+            from = owner->ClassID;
+        }
+        why = jvm.setFieldValue(container.id, from, field, value);
+        if (why.empty())
+            now = values_.fields(container.id);
+        break;
+    }
+    case Container::Kind::Array:
+        throw DapError{"the elements of an array cannot be set here"};
+    }
+    if (!why.empty())
+        throw DapError{why};
+    // The value as the VM holds it now, as the variables view shows it.
+    body = {{"value", value}, {"variablesReference", 0}};
+    for (const auto& v : now)
+        if (v.name == name) {
+            body = variableJson(v);
+            body.erase("name");
+        }
 }
 
 // --- running ---------------------------------------------------------------

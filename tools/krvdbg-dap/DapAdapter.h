@@ -110,6 +110,7 @@ private:
     void onScopes(const json&, json&);
     void onVariables(const json&, json&);
     void onEvaluate(const json&, json&);
+    void onSetVariable(const json&, json&);
     void onContinue(const json&, json&);
     void onNext(const json&, json&);
     void onStepIn(const json&, json&);

@@ -349,7 +349,9 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
         // A field hidden by one of the same name lower down is named with its class.
         if (!seen.insert(name).second) {
             auto owner = jvm->getClassByID(fields[i]->ClassID);
-            name += " (" + typeName(owner ? owner->ClassName() : std::string("super")) + ")";
+            // typeName takes a signature: an internal name such as "Dial"
+            // would read as a primitive's letter ("double").
+            name += " (" + (owner ? typeName("L" + owner->ClassName() + ";") : std::string("super")) + ")";
         }
         out.push_back({name, values[i], fields[i]->FieldSignature});
     }

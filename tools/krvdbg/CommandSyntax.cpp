@@ -30,9 +30,20 @@ std::string trim(const std::string& s)
 
 std::string CommandSyntax::stripComment(const std::string& line)
 {
-    for (size_t i = 0; i < line.size(); ++i)
-        if (line[i] == '#' && (i == 0 || isBlank(line[i - 1])))
+    // A '#' inside a double-quoted string (set s = "a #1") is text.
+    bool quoted = false;
+    for (size_t i = 0; i < line.size(); ++i) {
+        if (quoted) {
+            if (line[i] == '\\')
+                ++i; // the escaped character, a quote too
+            else if (line[i] == '"')
+                quoted = false;
+        } else if (line[i] == '"') {
+            quoted = true;
+        } else if (line[i] == '#' && (i == 0 || isBlank(line[i - 1]))) {
             return trim(line.substr(0, i));
+        }
+    }
     return trim(line);
 }
 

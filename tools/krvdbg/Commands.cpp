@@ -38,6 +38,7 @@ const char* kUsageStopAt = "stop at CLASS:LINE (e.g. stop at demo.Cart:14)";
 const char* kUsageStopIn = "stop in CLASS.METHOD[+OFFSET] (e.g. stop in demo.Item.getPrice+1)";
 const char* kUsageClear = "clear CLASS:LINE, clear CLASS.METHOD[+OFFSET], or clear alone to list them";
 const char* kUsagePrint = "print NAME[.NAME...] [in CLASS] (e.g. print item.name)";
+const char* kUsageSet = "set NAME[.NAME...] [in CLASS] = VALUE (e.g. set item.price = 99, set s = \"text\")";
 const char* kUsageRedefine = "redefine CLASS FILE.class";
 const char* kUsageWait = "wait [MILLISECONDS] (default 30000)";
 
@@ -208,6 +209,15 @@ const std::vector<Commands::Verb>& Commands::verbs()
                  return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
              // The expression is the rest of the line as typed, after the verb.
              return c.print(cmd, cmd.substr(CommandSyntax::words(cmd).front().size()));
+         }},
+        {{"set"},
+         -1,
+         {{"set EXPR [in CLASS] = VALUE", "give a variable, a field or a static of primitive or String type\n"
+                                          "a new value: 5, 2.5, true, 'c', \"text\" or null"}},
+         [](Commands& c, const std::string& cmd, const Args& args) {
+             if (args.empty())
+                 return CommandOutcome::failure(cmd, std::string("expected ") + kUsageSet);
+             return c.set(cmd, cmd.substr(CommandSyntax::words(cmd).front().size()));
          }},
         {{"locals"}, 0, {{"locals", "the local variables of the current method"}}, plain<&Commands::locals>},
         {{"where"}, 0, {{"where", "the stack of the stopped thread"}}, plain<&Commands::where>},
@@ -615,6 +625,40 @@ CommandOutcome Commands::print(const std::string& cmd, const std::string& rest)
     }
     for (const auto& s : v.steps)
         o.text.push_back("  (" + s.path + " = " + oneLine(s.value) + ")");
+    return o;
+}
+
+CommandOutcome Commands::set(const std::string& cmd, const std::string& rest)
+{
+    // The name holds no '=' and no quote: the first '=' ends it.
+    const size_t eq = rest.find('=');
+    Expression e;
+    if (eq == std::string::npos || !CommandSyntax::parseExpression(rest.substr(0, eq), e))
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageSet);
+    const std::string value = CommandSyntax::stripComment(rest.substr(eq + 1));
+    if (value.empty())
+        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageSet);
+    if (auto refused = requireSuspended(cmd))
+        return *refused;
+    auto& jvm = session_.jvm();
+    const std::string staticClass = ClassNames::toInternal(e.staticClass);
+    const std::string why = jvm.setValue(e.path, value, staticClass);
+    noteCallStillRunning();
+    if (!why.empty())
+        return CommandOutcome::failure(cmd, why);
+    // What the variable holds now, as print shows it; Class.field is read
+    // as print reads statics.
+    ParsedValue now = ValueText::parse(jvm.getValue(e.path, staticClass));
+    const size_t dot = e.path.rfind('.');
+    if (!now.found && staticClass.empty() && dot != std::string::npos)
+        now = ValueText::parse(jvm.getValue(e.path.substr(dot + 1), ClassNames::toInternal(e.path.substr(0, dot))));
+    noteCallStillRunning();
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"expression", e.path}, {"set", value}, {"found", now.found}};
+    if (now.found)
+        o.result["value"] = now.value;
+    o.text.push_back(e.path + " = " + (now.found ? oneLine(now.value) : value));
     return o;
 }
 

@@ -55,6 +55,7 @@ private:
     CommandOutcome cont(const std::string& cmd);
     CommandOutcome step(const std::string& cmd, int depth);
     CommandOutcome print(const std::string& cmd, const std::string& rest);
+    CommandOutcome set(const std::string& cmd, const std::string& rest);
     CommandOutcome locals(const std::string& cmd);
     CommandOutcome where(const std::string& cmd);
     CommandOutcome threads(const std::string& cmd);

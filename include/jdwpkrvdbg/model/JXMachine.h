@@ -32,6 +32,15 @@ class JXThreadList;
 // positive whole line number is skipped (the call then answers false).
 using JXBreakpointCollection = std::vector<std::string>;
 
+// A value typed by the user (valueText of setValue) as the variable's
+// declared type takes it (JXMachine::parseValueLiteral).
+struct JXValueLiteral {
+    JDWPJVarEnum tag = VAR_VOID; // the JDWP tag the value is written with
+    std::string bytes;           // a primitive's bytes, big-endian; empty for an object
+    bool isString = false;       // a string the VM is to make first
+    std::string text;            // that string, UTF-8
+};
+
 class JXMachine {
 public:
     JXMachine();
@@ -188,6 +197,33 @@ public:
     JDWPJVarValue getValueFromMethodCall(double ObjectID, double ClassID, double MethodID, bool MethodIsStatic,
                                          bool bForce = false);
 
+    // --- setting values: locals, fields and statics of primitive or String type ---
+    // Each answers "" when the value was set, else why not, in words. The
+    // text is checked against the variable's declared type before anything
+    // is set: a value that does not fit changes nothing. valueText: a number
+    // (range-checked for byte, short, char, int, long; a whole number also
+    // fits float and double), 'c' for a char, true or false, "text" with
+    // \" \\ \n \t \r \uXXXX escapes for a String, null for any object.
+    // TargetVar names the variable as getValue does: a local, a field of
+    // `this`, a static of the current class, a dotted path whose last name
+    // is a field (p.x), or Class.field; a single name with
+    // PossibleStaticClass (internal form) is that class's static first.
+    std::string setValue(const std::string& TargetVar, const std::string& valueText,
+                         const std::string& PossibleStaticClass = std::string());
+    // A local of any frame of a suspended thread, as a host that lists
+    // frames knows it: the frame's location tells the method and the code
+    // index that decides which variable of that name is in scope.
+    std::string setLocalValue(double threadID, const JDWPJFrame& frame, const std::string& name,
+                              const std::string& valueText);
+    // A field of an object, or with ObjectID 0 a static; the field is looked
+    // for from ClassID up through its superclasses (ClassID 0: the object's
+    // own class). Final fields are refused.
+    std::string setFieldValue(double ObjectID, double ClassID, const std::string& name, const std::string& valueText);
+    // "" and `out` filled when valueText is a value of the type `signature`
+    // (JNI form: I, Z, Ljava/lang/String;), else why not.
+    static std::string parseValueLiteral(const std::string& signature, const std::string& valueText,
+                                         JXValueLiteral& out);
+
     // --- read-only views of the current stop (for hosts and tests) ---
     double currentThreadID() const { return myCurrentThreadID; }
     double currentClassID() const { return myCurrentClassID; }
@@ -225,6 +261,10 @@ private:
     // in scope here"): no field of the same name may then stand in for it.
     JDWPJVarValue readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive);
     std::string evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass);
+    // Setting values (JXMachineSetValues.cpp): the path's target resolved
+    // at the current stop, under the evaluation guards.
+    std::string setResolved(const std::string& TargetVar, const std::string& valueText,
+                            const std::string& PossibleStaticClass);
     void holdOrRelease(bool hold, int16_t ErrCount);
     // Enters a state, recording the thread of a suspension; true when the
     // state changed (the host is to be told).

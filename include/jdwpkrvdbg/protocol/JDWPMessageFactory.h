@@ -77,6 +77,17 @@ public:
     Msg createGetValues(double threadID, double FrameID, const std::vector<std::pair<double, std::string>>& Slots);
     Msg createGetArrayLengthMessage(double ArrayID);
     Msg createGetArrayValuesMessage(double ArrayID, double FirstIndex, double Length);
+    // Setting values. A local takes a tagged value (its tag first), a field
+    // or a static an untagged one (the field's own type tells the VM how to
+    // read it); the value bytes come encoded from the caller. A string to
+    // set is made first (CreateString, its id in RequestObjectID); it is
+    // kept from the collector between its making and its setting.
+    Msg createSetLocalValueMessage(double threadID, double FrameID, double Slot, const std::string& TaggedValue);
+    Msg createSetFieldValueMessage(double ObjectID, double FieldID, const std::string& Value);
+    Msg createSetStaticFieldValueMessage(double ClassID, double FieldID, const std::string& Value);
+    Msg createNewStringMessage(const std::string& Utf8Text);
+    Msg createDisableCollectionMessage(double ObjectID);
+    Msg createEnableCollectionMessage(double ObjectID);
     // Intended: set 6 command 1 with a thread and a frame id; published, unused.
     Msg createGetValueBySlotMessage(double threadID, double FrameID);
 

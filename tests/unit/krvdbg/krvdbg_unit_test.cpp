@@ -96,6 +96,7 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
               (std::vector<std::string>{"stop", "at", "demo.Cart:17"}));
     EXPECT_TRUE(CommandSyntax::words("# only a comment").empty());
     EXPECT_EQ(CommandSyntax::stripComment("print a#b  "), "print a#b");
+    EXPECT_EQ(CommandSyntax::stripComment("set s = \"a #1 \\\" #2\" # why"), "set s = \"a #1 \\\" #2\"");
 }
 
 TEST(KrvdbgValueText, TheLayoutsOfGetValue)
