@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <set>
 #include <string_view>
+#include <unordered_set>
 
 #include <jdwpkrvdbg/model/JXClass.h>
 #include <jdwpkrvdbg/model/JXField.h>
@@ -324,11 +324,14 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
     auto reply = ask(getCurrentHandler()->myFactory()->createGetFieldValuesMessage(objectID, ids));
     const std::vector<JDWPJVarValue> none;
     const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
-    std::set<std::string> seen;
+    // The names point into `fields`, which outlives the set.
+    std::unordered_set<std::string_view> seen;
+    seen.reserve(fields.size());
+    out.reserve(fields.size());
     for (size_t i = 0; i < fields.size(); ++i) {
         std::string name = fields[i]->FieldName;
         // A field hidden by one of the same name lower down is named with its class.
-        if (!seen.insert(name).second) {
+        if (!seen.insert(fields[i]->FieldName).second) {
             auto owner = jvm->getClassByID(fields[i]->ClassID);
             name += " (" + typeName(owner ? owner->ClassName() : std::string("super")) + ")";
         }
@@ -340,7 +343,9 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
 std::vector<DapVariable> ValueReader::fields(double objectID)
 {
     std::vector<DapVariable> out;
-    for (const auto& n : readFields(objectID))
+    const auto named = readFields(objectID);
+    out.reserve(named.size());
+    for (const auto& n : named)
         out.push_back(describe(n.name, n.value, n.signature));
     return out;
 }
