@@ -191,6 +191,8 @@ std::string ValueReader::quoted(const std::string& utf8)
 
 int64_t ValueReader::arrayLength(double arrayID)
 {
+    if (auto known = lengths_.find(arrayID); known != lengths_.end())
+        return known->second;
     auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayLengthMessage(arrayID));
     return reply ? static_cast<int64_t>(reply->myDataContainer()->RequestArrayLength) : 0;
 }
@@ -221,8 +223,12 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
     auto handler = getCurrentHandler();
     auto jvm = handler->myJVM();
     if (tag == VAR_STRING) {
-        auto reply = ask(handler->myFactory()->createGetUTF8StringMessage(value.RefID));
-        v.value = reply ? quoted(reply->myDataContainer()->RequestUTF8String) : "(string not readable)";
+        if (auto known = texts_.find(value.RefID); known != texts_.end()) {
+            v.value = quoted(known->second);
+        } else {
+            auto reply = ask(handler->myFactory()->createGetUTF8StringMessage(value.RefID));
+            v.value = reply ? quoted(reply->myDataContainer()->RequestUTF8String) : "(string not readable)";
+        }
         v.type = "java.lang.String";
         return v;
     }
@@ -252,6 +258,47 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
     v.value = internal.substr(internal.rfind('/') + 1) + " (id=" + idText(value.RefID) + ")";
     v.reference = store_.addContainer({Container::Kind::Object, 0, value.RefID, {}});
     return v;
+}
+
+std::vector<DapVariable> ValueReader::describeAll(const std::vector<Named>& values)
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    std::vector<std::shared_ptr<JDWPMessage>> asks;
+    std::vector<std::pair<bool, double>> what; // (a string, its id) or (an array, its id)
+    std::unordered_set<double> asked;          // once however often it occurs
+    for (const auto& n : values) {
+        const int32_t tag = static_cast<int32_t>(n.value.VarType);
+        if (!(n.value.RefID > 0) || (!n.value.Found && n.value.VarValue.empty()) || !asked.insert(n.value.RefID).second)
+            continue;
+        if (tag == VAR_STRING) {
+            asks.push_back(factory->createGetUTF8StringMessage(n.value.RefID));
+            what.emplace_back(true, n.value.RefID);
+        } else if (tag == VAR_ARRAY) {
+            asks.push_back(factory->createGetArrayLengthMessage(n.value.RefID));
+            what.emplace_back(false, n.value.RefID);
+        }
+    }
+    texts_.clear();
+    lengths_.clear();
+    // A single one goes the ordinary way, in describe.
+    const auto replies = asks.size() > 1 ? handler->sendAllSync(asks, kWaitMs) : decltype(asks)();
+    for (size_t i = 0; i < replies.size(); ++i) {
+        const auto& r = replies[i];
+        if (!r || r->myErrorCode != 0 || !r->hasDataContainer())
+            continue; // described the slow way, which says what went wrong
+        if (what[i].first)
+            texts_[what[i].second] = r->myDataContainer()->RequestUTF8String;
+        else
+            lengths_[what[i].second] = static_cast<int64_t>(r->myDataContainer()->RequestArrayLength);
+    }
+    std::vector<DapVariable> out;
+    out.reserve(values.size());
+    for (const auto& n : values)
+        out.push_back(describe(n.name, n.value, n.signature));
+    texts_.clear();
+    lengths_.clear();
+    return out;
 }
 
 std::vector<ValueReader::Named> ValueReader::readLocals(const FrameRef& frame, std::string& error, bool& haveTable)
@@ -302,8 +349,8 @@ std::vector<ValueReader::Named> ValueReader::readLocals(const FrameRef& frame, s
 bool ValueReader::locals(const FrameRef& frame, int64_t, std::vector<DapVariable>& out, std::string& error)
 {
     bool haveTable = false;
-    for (const auto& n : readLocals(frame, error, haveTable))
-        out.push_back(describe(n.name, n.value, n.signature));
+    for (auto& v : describeAll(readLocals(frame, error, haveTable)))
+        out.push_back(std::move(v));
     return error.empty() || !out.empty();
 }
 
@@ -342,12 +389,7 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
 
 std::vector<DapVariable> ValueReader::fields(double objectID)
 {
-    std::vector<DapVariable> out;
-    const auto named = readFields(objectID);
-    out.reserve(named.size());
-    for (const auto& n : named)
-        out.push_back(describe(n.name, n.value, n.signature));
-    return out;
+    return describeAll(readFields(objectID));
 }
 
 std::vector<DapVariable> ValueReader::statics(double classID)
@@ -365,10 +407,11 @@ std::vector<DapVariable> ValueReader::statics(double classID)
     auto reply = ask(getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(classID, ids));
     const std::vector<JDWPJVarValue> none;
     const auto& values = reply ? reply->myDataContainer()->requestVar() : none;
+    std::vector<Named> named;
     for (size_t i = 0; i < fields.size(); ++i)
-        out.push_back(
-            describe(fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature));
-    return out;
+        named.push_back(
+            {fields[i]->FieldName, i < values.size() ? values[i] : JDWPJVarValue(), fields[i]->FieldSignature});
+    return describeAll(named);
 }
 
 std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, int64_t count)
@@ -385,9 +428,11 @@ std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, in
     if (!reply)
         return out;
     const auto& values = reply->myDataContainer()->requestVar();
+    std::vector<Named> named;
+    named.reserve(values.size());
     for (size_t i = 0; i < values.size(); ++i)
-        out.push_back(describe("[" + std::to_string(start + static_cast<int64_t>(i)) + "]", values[i], {}));
-    return out;
+        named.push_back({"[" + std::to_string(start + static_cast<int64_t>(i)) + "]", values[i], {}});
+    return describeAll(named);
 }
 
 std::optional<DapVariable> ValueReader::evaluate(const FrameRef& frame, const std::string& expression,
