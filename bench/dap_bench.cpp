@@ -51,10 +51,17 @@ public:
                 ::_exit(127);
             ::dup2(in[0], 0);
             ::dup2(out[1], 1);
-            const int null = ::open("/dev/null", O_WRONLY);
-            ::dup2(null, 2);
+            // KRVDBG_DAP_BENCH_LOG=file keeps the adapter's error output
+            // (with KRVDBG_DAP_TRACE=1: its packets) for a profile.
+            const char* log = std::getenv("KRVDBG_DAP_BENCH_LOG");
+            const int err = ::open(log && *log ? log : "/dev/null", O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            ::dup2(err, 2);
+            // KRVDBG_DAP_BENCH_WRAP=/path/to/wrapper runs the adapter under
+            // it (a profiler, strace), its path as the wrapper's argument.
+            const char* wrap = std::getenv("KRVDBG_DAP_BENCH_WRAP");
             char* argv[] = {const_cast<char*>(KRVDBG_DAP), nullptr};
-            ::execve(argv[0], argv, environ);
+            char* wrapped[] = {const_cast<char*>(wrap), const_cast<char*>(KRVDBG_DAP), nullptr};
+            ::execve(wrap && *wrap ? wrap : argv[0], wrap && *wrap ? wrapped : argv, environ);
             ::_exit(127);
         }
         ::close(in[0]);

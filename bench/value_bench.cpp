@@ -174,9 +174,10 @@ int main()
     bench::report("value_local", bench::summarize(ours.local), bench::summarize(jdi.local));
     std::printf("getValue(\"p.x\"), a field of an object local, vs JDI frame(0).getValue + getValue(field)\n");
     bench::report("value_field", bench::summarize(ours.field), bench::summarize(jdi.field));
-    std::printf("ObjectToString (toString invoked in the VM) vs JDI invokeMethod + StringReference.value; of ours, "
-                "the frame refresh after the invocation (StackFrame Frames + ThisObject) takes %.1f us\n",
-                bench::summarize(ours.frameRefresh).median);
+    std::printf(
+        "ObjectToString (toString invoked in the VM) vs JDI invokeMethod + StringReference.value; of ours, "
+        "the frame refresh after the invocation (ThreadReference Frames; `this` is read when used) takes %.1f us\n",
+        bench::summarize(ours.frameRefresh).median);
     bench::report("tostring", bench::summarize(ours.toString), bench::summarize(jdi.toString));
     return 0;
 }

@@ -36,6 +36,7 @@ void JXClass::redefine()
     myFieldsByID_ = std::make_unique<cHive<std::shared_ptr<JXField>>>();
     myMethodsByName_ = std::make_unique<cHive<std::shared_ptr<JXMethod>>>();
     myMethodsByID_ = std::make_unique<cHive<std::shared_ptr<JXMethod>>>();
+    bFieldsKnown_ = false;
 }
 
 void JXClass::refreshSignature(bool OnlyIfUnknown)
@@ -138,8 +139,10 @@ bool JXClass::addMethod(const std::shared_ptr<JXMethod>& RefMethod)
 
 bool JXClass::fieldsLoaded()
 {
-    if (myFieldsByName_->Count() == 0 && ClassID != 0)
-        requestSync(getCurrentHandler()->myFactory()->createGetFieldsMessage(ClassID));
+    // A class without fields (java.lang.Object, the top of every walk up
+    // the hierarchy) is asked once, like any other.
+    if (!bFieldsKnown_ && myFieldsByName_->Count() == 0 && ClassID != 0)
+        bFieldsKnown_ = replyOk(requestSync(getCurrentHandler()->myFactory()->createGetFieldsMessage(ClassID)));
     return myFieldsByName_->Count() > 0;
 }
 

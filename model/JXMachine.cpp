@@ -122,6 +122,11 @@ bool JXMachine::isInvokeInProcess() const
 
 void JXMachine::invocationReplied()
 {
+    // The call resumed its thread, so frame ids from before it are stale,
+    // and the refresh that follows asks: a predicted id is only ever the
+    // first of a stop, before anything has run.
+    myFrameSerial_ = myStopSerial_;
+    myFramePredicted_ = false;
     // The handler forgets a request when its reply is parsed, before the
     // reply is decoded; so the call whose request is gone is the one that
     // has been answered.

@@ -735,8 +735,9 @@ std::string JXMachine::setResolved(const std::string& TargetVar, const std::stri
             refreshFrameID();
         // A field of this (its class and superclasses), a static of the
         // current class.
-        if (myThisObjectID != 0 && findField(getClassByObjectID(myThisObjectID), last, owner))
-            return setFieldValue(myThisObjectID, 0, last, valueText);
+        const double self = thisObjectID();
+        if (self != 0 && findField(getClassByObjectID(self), last, owner))
+            return setFieldValue(self, 0, last, valueText);
         if (findField(currentClass, last, owner))
             return setFieldValue(0, currentClass->ClassID, last, valueText);
         return last + " is not a local, a field of this or a static here";

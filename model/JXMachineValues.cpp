@@ -107,27 +107,109 @@ JDWPJVarValue wordsValue(const std::string& words, bool found)
 
 void JXMachine::refreshFrameID(bool bIgnoreError)
 {
+    myThisKnown_ = false;
+    myThisObjectID = 0;
+    if (predictFrameID())
+        return;
+    readFrameID(bIgnoreError);
+}
+
+bool JXMachine::predictFrameID()
+{
+    // Only at the first refresh of a stop, and only where the VM is known
+    // to check the generation of every frame id it is given: elsewhere a
+    // predicted id could name another frame.
+    if (myFrameSerial_ == myStopSerial_ || myCurrentMethodID == 0)
+        return false;
+    if (VMName.find("HotSpot") == std::string::npos && VMName.find("OpenJDK") == std::string::npos)
+        return false;
+    auto it = myFrameSightings_.find(myCurrentThreadID);
+    if (it == myFrameSightings_.end())
+        return false;
+    FrameSighting& seen = it->second;
+    if (seen.step == 0 || seen.serial + 1 != myStopSerial_)
+        return false;
+    myPredictedFrom_ = seen.frameID;
+    myCurrentFrameID = seen.frameID + seen.step;
+    // Frame 0 is where the stop's event says the thread is.
+    myFrameMethodID_ = myCurrentMethodID;
+    myFrameSerial_ = myStopSerial_;
+    myFramePredicted_ = true;
+    myFrameValid = true;
+    // The prediction is the next one's base; a refused one is replaced.
+    seen.serial = myStopSerial_;
+    seen.frameID = myCurrentFrameID;
+    return true;
+}
+
+void JXMachine::readFrameID(bool bIgnoreError)
+{
     auto handler = getCurrentHandler();
-    auto factory = handler->myFactory();
-    auto frames = handler->sendSync(factory->createGetFrameMessage(myCurrentThreadID, 0, 1), kReplyWaitMs);
-    if (frames) {
-        if (frames->myErrorCode == 0) {
-            const auto& list = frames->myDataContainer()->requestFrame();
-            if (!list.empty()) {
-                myCurrentFrameID = list.front().FrameID;
-                myFrameMethodID_ = list.front().FrameLocation.MethodID;
-            }
-        } else if (!bIgnoreError) {
-            refreshFrameID(true);
-        }
+    auto frames = handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, 1), kReplyWaitMs);
+    if (!frames)
+        return;
+    if (frames->myErrorCode != 0) {
+        if (!bIgnoreError)
+            readFrameID(true);
+        return;
     }
-    auto self = handler->sendSync(factory->createGetThisMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs);
+    const auto& list = frames->myDataContainer()->requestFrame();
+    if (list.empty())
+        return;
+    myCurrentFrameID = list.front().FrameID;
+    myFrameMethodID_ = list.front().FrameLocation.MethodID;
+    myFrameValid = true;
+    noteFrameSighting(myCurrentFrameID);
+}
+
+void JXMachine::noteFrameSighting(double frameID)
+{
+    FrameSighting& seen = myFrameSightings_[myCurrentThreadID];
+    if (myFramePredicted_ && seen.serial == myStopSerial_) {
+        // The prediction was refused: the step from the previous stop is
+        // what the VM says now.
+        seen.step = frameID - myPredictedFrom_;
+    } else if (seen.serial + 1 == myStopSerial_ && seen.frameID != 0 && myFrameSerial_ != myStopSerial_) {
+        // The first id of a stop that follows the thread's previous one.
+        seen.step = frameID - seen.frameID;
+    }
+    seen.serial = myStopSerial_;
+    seen.frameID = frameID;
+    myFrameSerial_ = myStopSerial_;
+    myFramePredicted_ = false;
+}
+
+std::shared_ptr<JDWPMessage> JXMachine::askInFrame(const std::function<std::shared_ptr<JDWPMessage>(double)>& make)
+{
+    auto handler = getCurrentHandler();
+    auto reply = handler->sendSync(make(myCurrentFrameID), kReplyWaitMs);
+    if (!myFramePredicted_ || !reply)
+        return reply;
+    if (!hasError(reply, ERR_INVALID_FRAMEID)) {
+        // The VM took the id: it names frame 0 of this stop.
+        myFramePredicted_ = false;
+        return reply;
+    }
+    const double assumedMethod = myFrameMethodID_;
+    readFrameID(false);
+    // A frame of another method than the stop's event named is not the one
+    // the request was built for.
+    if (myFramePredicted_ || !myFrameValid || myFrameMethodID_ != assumedMethod)
+        return reply;
+    return handler->sendSync(make(myCurrentFrameID), kReplyWaitMs);
+}
+
+double JXMachine::thisObjectID()
+{
+    if (myThisKnown_ || !myFrameValid)
+        return myThisObjectID;
+    auto factory = getCurrentHandler()->myFactory();
+    auto self = askInFrame([&](double frameID) { return factory->createGetThisMessage(myCurrentThreadID, frameID); });
     if (succeeded(self)) {
         myThisObjectID = self->myDataContainer()->RequestObjectID;
-        myFrameValid = true;
-    } else if (!bIgnoreError) {
-        refreshFrameID(true);
+        myThisKnown_ = true;
     }
+    return myThisObjectID;
 }
 
 int32_t JXMachine::getStackCount()
@@ -185,9 +267,9 @@ std::vector<std::vector<std::string>> JXMachine::getStackTrace()
 
 bool JXMachine::PopFrame()
 {
-    auto handler = getCurrentHandler();
-    const bool popped = succeeded(handler->sendSync(
-        handler->myFactory()->createPopFrameMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs));
+    auto factory = getCurrentHandler()->myFactory();
+    const bool popped = succeeded(
+        askInFrame([&](double frameID) { return factory->createPopFrameMessage(myCurrentThreadID, frameID); }));
     // The frame is gone; the next evaluation asks for the new top frame
     // instead of reading the old one's slots.
     if (popped)
@@ -223,9 +305,9 @@ JDWPJVarValue JXMachine::readLocal(const std::string& name, const std::shared_pt
         // show another variable's value.
         if (myFrameMethodID_ != 0 && myFrameMethodID_ != method->MethodID)
             return std::shared_ptr<JDWPMessage>();
-        return handler->sendSync(
-            factory->createGetValue(myCurrentThreadID, myCurrentFrameID, slot.vt_slot, slot.vt_signature),
-            kReplyWaitMs);
+        return askInFrame([&](double frameID) {
+            return factory->createGetValue(myCurrentThreadID, frameID, slot.vt_slot, slot.vt_signature);
+        });
     };
     auto reply = read();
     if (!reply)
@@ -282,6 +364,9 @@ JDWPJVarValue JXMachine::getValueFromMethodCall(double ObjectID, double ClassID,
     // window (invocationReplied); so does the end of the wait.
     const uint32_t now = GetTickCount();
     myInvokeInProcessMsg = now != 0 ? static_cast<int32_t>(now) : 1;
+    // The call resumes the thread: the frame id read after it is not this
+    // stop's first, and it neither confirms nor corrects a prediction.
+    myFramePredicted_ = false;
     myInvokeWaitingID_ = request->myID;
     auto reply = handler->sendSync(request, kInvokeWaitMs);
     myInvokeInProcessMsg = 0;
@@ -343,22 +428,23 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
         r = readLocal(name, currentMethod, decisive);
         if (r.Found || decisive)
             return r;
-        if (myThisObjectID != 0) {
-            auto objectClass = getClassByObjectID(myThisObjectID);
+        const double self = thisObjectID();
+        if (self != 0) {
+            auto objectClass = getClassByObjectID(self);
             auto cls = objectClass ? getEventClassFromClass(objectClass) : nullptr;
             if (!cls)
                 return JDWPJVarValue();
             if (auto getter = cls->JMethodWithoutParams("$" + name)) {
-                r = call(myThisObjectID, cls, getter);
+                r = call(self, cls, getter);
                 if (r.Found)
                     return r;
             }
-            r = getFieldValue(name, cls, myThisObjectID);
+            r = getFieldValue(name, cls, self);
             if (r.Found)
                 return r;
             auto super = cls->SuperClass();
             for (int level = 0; super && level < 2; ++level) {
-                r = getFieldValue(name, super, myThisObjectID);
+                r = getFieldValue(name, super, self);
                 if (r.Found)
                     return r;
                 super = super->SuperClass();
@@ -369,7 +455,7 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
             return r;
         if (currentClass) {
             if (auto method = currentClass->JMethodWithoutParams(name)) {
-                r = call(myThisObjectID, currentClass, method);
+                r = call(thisObjectID(), currentClass, method);
                 if (r.Found)
                     return r;
             }
@@ -379,7 +465,7 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
             return missing();
         currentClass = staticClass;
         if (auto method = staticClass->JMethodWithoutParams(name)) {
-            r = call(myThisObjectID, staticClass, method);
+            r = call(thisObjectID(), staticClass, method);
             if (r.Found)
                 return r;
         }

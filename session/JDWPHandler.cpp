@@ -435,6 +435,36 @@ JDWPHandler::Msg JDWPHandler::sendSync(const Msg& RefMsg, int32_t WaitMSec)
     return result;
 }
 
+std::vector<JDWPHandler::Msg> JDWPHandler::sendAllSync(const std::vector<Msg>& commands, int32_t WaitMSec)
+{
+    const uint32_t start = GetTickCount();
+    std::vector<std::shared_ptr<JDWPFunctions>> records(commands.size());
+    for (size_t i = 0; i < commands.size(); ++i) {
+        if (!commands[i] || mySyncFunctions_.count(commands[i]->myID))
+            continue;
+        auto record = std::make_shared<JDWPFunctions>();
+        mySyncFunctions_[commands[i]->myID] = record;
+        if (record->begin(commands[i]))
+            records[i] = record;
+        else
+            mySyncFunctions_.erase(commands[i]->myID);
+    }
+    JDWPFunctions::waitUntil(
+        [&] {
+            return std::all_of(records.begin(), records.end(),
+                               [](const auto& r) { return !r || r->LastFunctionReturnConfirmed; });
+        },
+        start, WaitMSec);
+    std::vector<Msg> replies(commands.size());
+    for (size_t i = 0; i < commands.size(); ++i) {
+        if (!records[i])
+            continue;
+        mySyncFunctions_.erase(commands[i]->myID);
+        replies[i] = records[i]->finish();
+    }
+    return replies;
+}
+
 JDWPHandler::Msg JDWPHandler::getMessage(double id)
 {
     auto it = mySentMessages_.find(id);

@@ -3,9 +3,10 @@
 // the runtime's wrapper classes, the text layout of missing names,
 // truncation and escaping, evaluation calls whose events are kept from the
 // host while the program's own next stop is not; then the stack three calls
-// deep and popping a frame. Also a stop in run() of a Thread subclass, and
-// values set at a stop of tests/java/SetValues: read back, and seen by the
-// program once it runs on.
+// deep and popping a frame. Also a stop in run() of a Thread subclass,
+// values set at a stop of tests/java/SetValues (read back, and seen by the
+// program once it runs on), and frame 0 of a stop named without asking the
+// VM (tests/java/Soak's loop).
 // The tables of byte literals keep their hand layout:
 // clang-format off
 #include "LiveSessionTest.h"
@@ -216,6 +217,61 @@ TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
                                 "fields level=40 ratio=-1.5 name=null on=true id=7 base=1",
                                 "statics total=4 title=after LIMIT=10", "bumped level=101 name=set"})
         EXPECT_NE(log->console.find(printed), std::string::npos) << printed << " in\n" << log->console;
+}
+
+// At a stop of the thread that made the previous stop, frame 0's id is
+// predicted and read in without a Frames request. An invocation the session
+// did not see makes the prediction stale: the VM refuses it, the frame is asked for and
+// the value still read; two stops later the step is learned again.
+TEST_F(LiveValues, FrameZeroOfTheNextStopIsPredictedAndAStaleOneFallsBack)
+{
+    jvm->setTargetClassName({"Soak"});
+    jvm->addBreakpoint("Soak", lineOf("tests/java/Soak.java", "// @soak-hit"));
+    ASSERT_TRUE(launch("Soak"));
+    int frames = 0, refused = 0;
+    const int token = handler->addPacketObserver([&](const PacketEvent& p) {
+        frames += p.direction == PacketEvent::Direction::Sent && p.commandSet == 11 && p.command == 6;
+        refused += p.reply && p.errorCode != 0;
+    });
+    // An invocation the session does not decode (ClassType NewInstance of
+    // Soak, sent raw): it resumes the thread, so its frame ids move on.
+    auto invokeBehindTheSessionsBack = [&] {
+        auto soak = jvm->getClassByName("Soak", true);
+        auto init = soak ? soak->JMethod("<init>()V") : nullptr;
+        if (!init)
+            return false;
+        auto m = std::make_shared<JDWPMessage>();
+        handler->myMaxSendID += 1;
+        m->myID = handler->myMaxSendID;
+        m->myCommandSet = CMDSET_ClassType;
+        m->myCommand = 4;
+        m->myData = be64(static_cast<uint64_t>(soak->ClassID)) + be64(static_cast<uint64_t>(jvm->currentThreadID())) +
+                    be64(static_cast<uint64_t>(init->MethodID)) + be32(0) + be32(1);
+        auto reply = handler->sendSync(m, 4000);
+        return reply && reply->myErrorCode == 0;
+    };
+    const struct { int frames, refused; bool bumpAfter; } stops[] = {
+        {1, 0, false}, // nothing seen yet: asked
+        {1, 0, false}, // asked; the step between two stops is learned
+        {0, 0, true},  // predicted; then the invocation
+        {1, 1, false}, // the prediction is refused: asked, and the step relearned (two resumes)
+        {1, 1, false}, // one resume again: refused, asked, relearned
+        {0, 0, false}, // predicted
+    };
+    for (size_t i = 0; i < std::size(stops); ++i) {
+        SCOPED_TRACE("stop " + std::to_string(i));
+        ASSERT_TRUE(waitStop(i)) << dump();
+        frames = refused = 0;
+        EXPECT_EQ(jvm->getValue("i"), "i: #" + std::to_string(i) + "#");
+        EXPECT_EQ(frames, stops[i].frames) << dump();
+        EXPECT_EQ(refused, stops[i].refused) << dump();
+        EXPECT_FALSE(jvm->framePredicted()) << "the read confirmed or replaced it";
+        if (stops[i].bumpAfter) {
+            ASSERT_TRUE(invokeBehindTheSessionsBack()) << dump();
+        }
+        resume();
+    }
+    handler->removePacketObserver(token);
 }
 
 } // namespace

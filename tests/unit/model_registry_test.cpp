@@ -193,6 +193,20 @@ TEST_F(ModelRegistry, MethodsAreAskedAgainAfterAnEmptyAnswerAndBigIdsSurvive)
     EXPECT_EQ(vm->commandsOf(6, 2)[0].payload, be64(0x20) + be64(3));
 }
 
+// A class without fields (java.lang.Object ends every walk up a hierarchy)
+// is asked for them once; a class the VM could not answer for is asked again.
+TEST_F(ModelRegistry, AnEmptyFieldListIsAskedOnceAndAnErrorAgain)
+{
+    auto cls = registerClass(0x21, "Ljava/lang/Object;");
+    vm->onPayload(2, 4, "", 22); // CLASS_NOT_PREPARED
+    EXPECT_TRUE(cls->fields().empty());
+    vm->onPayload(2, 4, be32(0));
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(cls->fields().empty());
+    EXPECT_EQ(cls->JField("anything"), nullptr);
+    EXPECT_EQ(countOf(2, 4), 2u);
+}
+
 TEST_F(ModelRegistry, ClassesBySignatureAndByObjectAreAskedOnce)
 {
     vm->onPayload(1, 2, be32(1) + u8(1) + be64(0x55) + be32(7));

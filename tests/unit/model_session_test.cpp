@@ -2,10 +2,10 @@
 // thread and frame bookkeeping, the argument rules of the Breakpoint event,
 // the retry rule of HoldEvents, the guards of an evaluation, cutting before
 // escaping a value, which names are numbers, local reads with
-// stale frames and their errors, the window of an evaluation's call (also
-// one that never returns), and setting values: the typed text against the
-// variable's type, and the commands that set a local, a field, a static and
-// a string.
+// stale frames and their errors, frame 0's predicted id, the window of an
+// evaluation's call (also one that never returns), and setting values: the
+// typed text against the variable's type, and the commands that set a local,
+// a field, a static and a string.
 // The tables of byte literals keep their hand layout:
 // clang-format off
 #include "unit_fixtures.h"
@@ -78,6 +78,10 @@ protected:
     std::vector<uint64_t> frameMethods{kRun};
     std::map<uint32_t, size_t> localTurns;
     size_t frameTurn = 0;
+    // Frame 0's id, and whether GetValues refuses any other (as HotSpot's
+    // agent does for a stale generation: INVALID_FRAMEID).
+    uint64_t frameID = 9;
+    bool checkFrames = false;
 
     template <class T>
     static const T& inTurn(const std::vector<T>& answers, size_t& turn)
@@ -112,12 +116,16 @@ protected:
         locals = {{1, {{0, "L" + be64(0x77)}}}, {2, {{0, "s" + be64(0x78)}}}, {3, {{0, intValue(3)}}},
                   {4, {{0, intValue(4)}}},      {5, {{0, intValue(5)}}},      {6, {{0, intValue(6)}}}};
         vm->on(11, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
-            out = be32(1) + be64(9) + u8(1) + be64(0x100) + be64(inTurn(frameMethods, frameTurn)) + be64(0);
+            out = be32(1) + be64(frameID) + u8(1) + be64(0x100) + be64(inTurn(frameMethods, frameTurn)) + be64(0);
             return true;
         });
         vm->onPayload(16, 3, std::string("L") + be64(0)); // a static method: no this
         vm->on(16, 1, [this](const SentCommand& c, std::string& out, uint16_t& error) {
             const uint32_t slot = (static_cast<unsigned char>(c.payload[c.payload.size() - 2]));
+            if (checkFrames && c.payload.substr(8, 8) != be64(frameID)) {
+                error = 30;
+                return true;
+            }
             const Answer& answer = inTurn(locals[slot], localTurns[slot]);
             error = answer.error;
             out = error ? std::string() : be32(1) + answer.value;
@@ -220,6 +228,56 @@ TEST_F(ModelValues, LocalReadsWithStaleFramesAndErrors)
         EXPECT_EQ(localTurns[6], r.kReads);
         EXPECT_EQ(countOf(2, 6), r.fieldReads);
     }
+}
+
+// Frame 0's id at a stop of the thread that made the previous stop is its
+// id there plus the step seen between two such stops: no Frames request.
+// The VM refuses a stale one; the frame is then asked for and the read sent
+// once more with the id it gives, and the step learned again.
+TEST_F(ModelValues, FrameZeroIsPredictedAndARefusedPredictionIsAskedFor)
+{
+    checkFrames = true;
+    frameID = 0x50000;
+    const std::string thread = be64(1);
+    auto get = [&](uint64_t frame) { return "16/1 " + thread + be64(frame) + be32(1) + be32(6) + "I"; };
+    const std::string frames = "11/6 " + thread + be32(0) + be32(1);
+    const struct { uint64_t generations; std::vector<std::string> sent; } stops[] = {
+        {1, {frames, get(0x60000)}},                            // nothing seen yet
+        {1, {frames, get(0x70000)}},                            // the step is learned
+        {1, {get(0x80000)}},                                    // predicted
+        {3, {get(0x90000), frames, get(0xB0000)}},              // refused: asked, read again
+        {1, {get(0xE0000), frames, get(0xC0000)}},              // the step of three, refused
+        {1, {get(0xD0000)}},                                    // relearned
+    };
+    for (size_t i = 0; i < std::size(stops); ++i) {
+        SCOPED_TRACE("stop " + std::to_string(i));
+        newStop();
+        frameID += stops[i].generations * 0x10000;
+        vm->clearCommands();
+        EXPECT_EQ(jvm()->getValue("k"), "k: #6#");
+        std::vector<std::string> sent;
+        for (const auto& c : vm->commands())
+            sent.push_back(std::to_string(c.set) + "/" + std::to_string(c.cmd) + " " + c.payload);
+        EXPECT_EQ(sent, stops[i].sent);
+        EXPECT_EQ(jvm()->currentFrameID(), static_cast<double>(frameID));
+    }
+    // A call made before the stop's first refresh (an exception's text is
+    // read so) resumes the thread once more: the refresh after it asks.
+    vm->on(9, 6, [&](const SentCommand&, std::string& out, uint16_t&) {
+        frameID += 0x10000;
+        out = "s" + be64(0x78) + "L" + be64(0);
+        return true;
+    });
+    newStop();
+    frameID += 0x10000;
+    jvm()->getValueFromMethodCall(0x77, 0x200, 0x61, false);
+    vm->clearCommands();
+    EXPECT_EQ(jvm()->getValue("k"), "k: #6#");
+    EXPECT_EQ(vm->commandsOf(16, 1).size(), 1u) << "a stale id was tried";
+    // So does a second refresh at the same stop (a popped frame).
+    vm->clearCommands();
+    jvm()->refreshFrameID();
+    EXPECT_EQ(countOf(11, 6), 1u);
 }
 
 TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)

@@ -1,6 +1,7 @@
 // The request/reply exchange, the opening sequence and the connect loop
 // against the scripted transport: packet ids, framing of received bytes in
-// any split, dispatch order, nested synchronous calls, time-outs with an
+// any split, dispatch order, nested synchronous calls, commands sent
+// together and awaited together, time-outs with an
 // injected tick source, and the handler's reactions to the transport's
 // events. The opening's order on the wire, the console's line ends and the
 // boxes of a failed or dropped connection are checked against a real VM
@@ -185,6 +186,54 @@ TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
     EXPECT_EQ(std::tuple(outer->myFlags, outer->myCommandSet, outer->myCommand), std::tuple(128, 1, 1));
     EXPECT_EQ(jvm()->VMVersion, "17.0.15");
     EXPECT_EQ(handler->pendingSyncCount() + handler->pendingSentCount(), 0u);
+}
+
+// Commands sent together all go out before any reply is awaited, and each
+// gets its own reply, in the order of the commands whatever order the
+// replies come in; one that never gets a reply is nullptr once the wait
+// runs out, and one the session refuses is nullptr at once.
+TEST_F(SessionExchange, CommandsSentTogetherEachGetTheirOwnReply)
+{
+    uint32_t now = 1000;
+    setTickSource([&] { return now += 10; });
+    std::vector<size_t> sentBeforeAnswer;
+    uint32_t held = 0;
+    int deferred = 0;
+    vm->on(11, 1, [&](const SentCommand& c, std::string& out, uint16_t&) {
+        sentBeforeAnswer.push_back(transport->sent.size());
+        const uint64_t thread = static_cast<unsigned char>(c.payload.back());
+        if (thread == 1) { // answered last, after thread 2's reply
+            held = c.id;
+            return false;
+        }
+        if (thread == 3) { // never answered; its pump pass comes after thread 2's reply
+            deferred = MessagePump::instance().addIdle([&] {
+                MessagePump::instance().removeIdle(deferred);
+                vm->reply(held, jstr("first"));
+            });
+            return false;
+        }
+        out = jstr("second");
+        return true;
+    });
+    auto f = handler->myFactory();
+    auto refused = f->createGetThreadNameMessage(4);
+    ASSERT_TRUE(handler->sendAsync(refused)); // sent already: refused a second time
+    transport->sent.clear();
+    sentBeforeAnswer.clear();
+    const auto replies = handler->sendAllSync(
+        {f->createGetThreadNameMessage(1), f->createGetThreadNameMessage(2), refused, f->createGetThreadNameMessage(3)},
+        4000);
+    ASSERT_EQ(replies.size(), 4u);
+    EXPECT_EQ(sentBeforeAnswer, (std::vector<size_t>{1, 2, 3})) << "each was sent before any answer";
+    ASSERT_NE(replies[0], nullptr);
+    ASSERT_NE(replies[1], nullptr);
+    EXPECT_EQ(replies[0]->myDataContainer()->RequestThreadName, "first");
+    EXPECT_EQ(replies[1]->myDataContainer()->RequestThreadName, "second");
+    EXPECT_EQ(replies[2], nullptr);
+    EXPECT_EQ(replies[3], nullptr);
+    EXPECT_GE(now, 5000u) << "the unanswered one was waited for";
+    EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
 TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)

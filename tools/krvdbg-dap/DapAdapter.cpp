@@ -216,7 +216,7 @@ void DapAdapter::emit(const std::string& event, const json& body)
     sink_(message);
 }
 
-void DapAdapter::respond(const json& request, bool success, const json& body, const std::string& message)
+void DapAdapter::respond(const json& request, bool success, json body, const std::string& message)
 {
     json r = {
         {"seq", seq_++},
@@ -226,8 +226,10 @@ void DapAdapter::respond(const json& request, bool success, const json& body, co
         {"command", request.contains("command") && request["command"].is_string() ? request["command"] : json("")}};
     if (!success)
         r["message"] = message;
+    // Moved, not copied: a body of a thousand variables is most of the
+    // response's cost.
     if (!body.is_null())
-        r["body"] = body;
+        r["body"] = std::move(body);
     else if (!success)
         r["body"] = {{"error", {{"id", 1}, {"format", message}, {"showUser", true}}}};
     sink_(r);
@@ -304,7 +306,7 @@ void DapAdapter::handle(const json& message)
     // A deferred launch is answered once the program starts (after
     // configurationDone).
     if (!deferred_)
-        respond(message, ok, ok ? body : json(), error);
+        respond(message, ok, ok ? std::move(body) : json(), error);
     if (startAfterResponse_) {
         startAfterResponse_ = false;
         startPending();
@@ -846,11 +848,14 @@ void DapAdapter::onScopes(const json& args, json& body)
 }
 
 namespace {
-json variableJson(const DapVariable& v)
+json variableJson(DapVariable&& v)
 {
-    json j = {{"name", v.name}, {"value", v.value}, {"variablesReference", v.reference}};
+    json j = json::object();
+    j["name"] = std::move(v.name);
+    j["value"] = std::move(v.value);
+    j["variablesReference"] = v.reference;
     if (!v.type.empty())
-        j["type"] = v.type;
+        j["type"] = std::move(v.type);
     if (v.indexed > 0)
         j["indexedVariables"] = v.indexed;
     return j;
@@ -888,9 +893,11 @@ void DapAdapter::onVariables(const json& args, json& body)
         break;
     }
     json list = json::array();
-    for (const auto& v : vars)
-        list.push_back(variableJson(v));
-    body = {{"variables", list}};
+    list.get_ref<json::array_t&>().reserve(vars.size());
+    for (auto& v : vars)
+        list.push_back(variableJson(std::move(v)));
+    body = json::object();
+    body["variables"] = std::move(list);
 }
 
 void DapAdapter::onEvaluate(const json& args, json& body)
@@ -1001,9 +1008,9 @@ void DapAdapter::onSetVariable(const json& args, json& body)
         throw DapError{why};
     // The value as the VM holds it now, as the variables view shows it.
     body = {{"value", value}, {"variablesReference", 0}};
-    for (const auto& v : now)
+    for (auto& v : now)
         if (v.name == name) {
-            body = variableJson(v);
+            body = variableJson(std::move(v));
             body.erase("name");
         }
 }

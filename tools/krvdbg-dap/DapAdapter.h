@@ -94,7 +94,7 @@ private:
         std::vector<std::string> messages;
     };
 
-    void respond(const json& request, bool success, const json& body, const std::string& message);
+    void respond(const json& request, bool success, json body, const std::string& message);
     void emit(const std::string& event, const json& body);
 
     void onInitialize(const json&, json&);

@@ -67,7 +67,9 @@ std::string DapChannel::encode(const nlohmann::json& message)
     // Invalid UTF-8 from the debuggee (its console output, its strings) is
     // replaced rather than thrown about.
     const std::string body = message.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    return "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    std::string framed = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    framed.reserve(framed.size() + body.size());
+    return framed.append(body);
 }
 
 std::optional<DapChannel::Item> DapChannel::takeBody()

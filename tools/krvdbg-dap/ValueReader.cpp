@@ -5,8 +5,8 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <set>
 #include <string_view>
+#include <unordered_set>
 
 #include <jdwpkrvdbg/model/JXClass.h>
 #include <jdwpkrvdbg/model/JXField.h>
@@ -219,6 +219,8 @@ std::string ValueReader::quoted(const std::string& utf8)
 
 int64_t ValueReader::arrayLength(double arrayID)
 {
+    if (auto known = lengths_.find(arrayID); known != lengths_.end())
+        return known->second;
     auto reply = ask(getCurrentHandler()->myFactory()->createGetArrayLengthMessage(arrayID));
     return reply ? static_cast<int64_t>(reply->myDataContainer()->RequestArrayLength) : 0;
 }
@@ -249,8 +251,12 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
     auto handler = getCurrentHandler();
     auto jvm = handler->myJVM();
     if (tag == VAR_STRING) {
-        auto reply = ask(handler->myFactory()->createGetUTF8StringMessage(value.RefID));
-        v.value = reply ? quoted(reply->myDataContainer()->RequestUTF8String) : "(string not readable)";
+        if (auto known = texts_.find(value.RefID); known != texts_.end()) {
+            v.value = quoted(known->second);
+        } else {
+            auto reply = ask(handler->myFactory()->createGetUTF8StringMessage(value.RefID));
+            v.value = reply ? quoted(reply->myDataContainer()->RequestUTF8String) : "(string not readable)";
+        }
         v.type = "java.lang.String";
         return v;
     }
@@ -280,6 +286,47 @@ DapVariable ValueReader::describe(const std::string& name, const JDWPJVarValue& 
     v.value = internal.substr(internal.rfind('/') + 1) + " (id=" + idText(value.RefID) + ")";
     v.reference = store_.addContainer({Container::Kind::Object, 0, value.RefID, {}});
     return v;
+}
+
+std::vector<DapVariable> ValueReader::describeAll(const std::vector<Named>& values)
+{
+    auto handler = getCurrentHandler();
+    auto factory = handler->myFactory();
+    std::vector<std::shared_ptr<JDWPMessage>> asks;
+    std::vector<std::pair<bool, double>> what; // (a string, its id) or (an array, its id)
+    std::unordered_set<double> asked;          // once however often it occurs
+    for (const auto& n : values) {
+        const int32_t tag = static_cast<int32_t>(n.value.VarType);
+        if (!(n.value.RefID > 0) || (!n.value.Found && n.value.VarValue.empty()) || !asked.insert(n.value.RefID).second)
+            continue;
+        if (tag == VAR_STRING) {
+            asks.push_back(factory->createGetUTF8StringMessage(n.value.RefID));
+            what.emplace_back(true, n.value.RefID);
+        } else if (tag == VAR_ARRAY) {
+            asks.push_back(factory->createGetArrayLengthMessage(n.value.RefID));
+            what.emplace_back(false, n.value.RefID);
+        }
+    }
+    texts_.clear();
+    lengths_.clear();
+    // A single one goes the ordinary way, in describe.
+    const auto replies = asks.size() > 1 ? handler->sendAllSync(asks, kWaitMs) : decltype(asks)();
+    for (size_t i = 0; i < replies.size(); ++i) {
+        const auto& r = replies[i];
+        if (!r || r->myErrorCode != 0 || !r->hasDataContainer())
+            continue; // described the slow way, which says what went wrong
+        if (what[i].first)
+            texts_[what[i].second] = r->myDataContainer()->RequestUTF8String;
+        else
+            lengths_[what[i].second] = static_cast<int64_t>(r->myDataContainer()->RequestArrayLength);
+    }
+    std::vector<DapVariable> out;
+    out.reserve(values.size());
+    for (const auto& n : values)
+        out.push_back(describe(n.name, n.value, n.signature));
+    texts_.clear();
+    lengths_.clear();
+    return out;
 }
 
 std::vector<ValueReader::Named> ValueReader::readLocals(const FrameRef& frame, std::string& error, bool& haveTable)
@@ -330,8 +377,8 @@ std::vector<ValueReader::Named> ValueReader::readLocals(const FrameRef& frame, s
 bool ValueReader::locals(const FrameRef& frame, int64_t, std::vector<DapVariable>& out, std::string& error)
 {
     bool haveTable = false;
-    for (const auto& n : readLocals(frame, error, haveTable))
-        out.push_back(describe(n.name, n.value, n.signature));
+    for (auto& v : describeAll(readLocals(frame, error, haveTable)))
+        out.push_back(std::move(v));
     return error.empty() || !out.empty();
 }
 
@@ -343,11 +390,14 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
         readFieldValues(jvm->getClassByObjectID(objectID), false, true, [objectID](const std::vector<double>& ids) {
             return getCurrentHandler()->myFactory()->createGetFieldValuesMessage(objectID, ids);
         });
-    std::set<std::string> seen;
+    // The names point into `fields`, which outlives the set.
+    std::unordered_set<std::string_view> seen;
+    seen.reserve(fields.size());
+    out.reserve(fields.size());
     for (size_t i = 0; i < fields.size(); ++i) {
         std::string name = fields[i]->FieldName;
         // A field hidden by one of the same name lower down is named with its class.
-        if (!seen.insert(name).second) {
+        if (!seen.insert(fields[i]->FieldName).second) {
             auto owner = jvm->getClassByID(fields[i]->ClassID);
             // typeName takes a signature: an internal name such as "Dial"
             // would read as a primitive's letter ("double").
@@ -360,22 +410,20 @@ std::vector<ValueReader::Named> ValueReader::readFields(double objectID)
 
 std::vector<DapVariable> ValueReader::fields(double objectID)
 {
-    std::vector<DapVariable> out;
-    for (const auto& n : readFields(objectID))
-        out.push_back(describe(n.name, n.value, n.signature));
-    return out;
+    return describeAll(readFields(objectID));
 }
 
 std::vector<DapVariable> ValueReader::statics(double classID)
 {
-    std::vector<DapVariable> out;
     auto cls = getCurrentHandler()->myJVM()->getClassByID(classID, true);
     const auto [fields, values] = readFieldValues(cls, true, false, [classID](const std::vector<double>& ids) {
         return getCurrentHandler()->myFactory()->createGetStaticFieldValuesMessage(classID, ids);
     });
+    std::vector<Named> named;
+    named.reserve(fields.size());
     for (size_t i = 0; i < fields.size(); ++i)
-        out.push_back(describe(fields[i]->FieldName, values[i], fields[i]->FieldSignature));
-    return out;
+        named.push_back({fields[i]->FieldName, values[i], fields[i]->FieldSignature});
+    return describeAll(named);
 }
 
 std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, int64_t count)
@@ -392,9 +440,11 @@ std::vector<DapVariable> ValueReader::elements(double arrayID, int64_t start, in
     if (!reply)
         return out;
     const auto& values = reply->myDataContainer()->requestVar();
+    std::vector<Named> named;
+    named.reserve(values.size());
     for (size_t i = 0; i < values.size(); ++i)
-        out.push_back(describe("[" + std::to_string(start + static_cast<int64_t>(i)) + "]", values[i], {}));
-    return out;
+        named.push_back({"[" + std::to_string(start + static_cast<int64_t>(i)) + "]", values[i], {}});
+    return describeAll(named);
 }
 
 std::optional<DapVariable> ValueReader::evaluate(const FrameRef& frame, const std::string& expression,

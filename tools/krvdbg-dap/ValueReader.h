@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <jdwpkrvdbg/protocol/JDWPStructs.h>
@@ -62,7 +63,15 @@ private:
     };
     std::vector<Named> readLocals(const FrameRef& frame, std::string& error, bool& haveTable);
     std::vector<Named> readFields(double objectID);
+    // The views of a batch of values: the strings' texts and the arrays'
+    // lengths they need are asked for at once, then each is described.
+    std::vector<DapVariable> describeAll(const std::vector<Named>& values);
     VariableStore& store_;
+    // Answers fetched for the batch being described (a string's text and an
+    // array's length never change, but an id may name another object once
+    // its object is gone: they are kept for one batch only).
+    std::unordered_map<double, std::string> texts_;
+    std::unordered_map<double, int64_t> lengths_;
 };
 
 } // namespace krvdbg

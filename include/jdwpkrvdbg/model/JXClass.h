@@ -53,6 +53,8 @@ private:
     void fetchSuperClass();
 
     bool bSuperClassAsked_ = false;
+    // The VM's field list has been read (it may have been empty).
+    bool bFieldsKnown_ = false;
     std::string myRealClassName_;
     std::unique_ptr<cHive<std::shared_ptr<JXField>>> myFieldsByName_;
     std::unique_ptr<cHive<std::shared_ptr<JXField>>> myFieldsByID_;

@@ -9,6 +9,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +25,7 @@ class JXBreakpoint;
 class JXClass;
 class JXMethod;
 class JXThreadList;
+class JDWPMessage;
 
 // The items given to addBreakpointByCollection, one breakpoint each, as text
 // "CLASS:LINE": the class name in internal or signature form ("pkg/Name" or
@@ -186,6 +189,11 @@ public:
 
     // --- value inspection and stack ---
     void setMaxValueSize(int32_t refMaxValueSize) { myMaxValueSize = refMaxValueSize; }
+    // Names the current thread's top frame (myCurrentFrameID, the frame's
+    // method) and marks the frame valid. At the first refresh of a stop the
+    // id may be predicted instead of asked for (see predictFrameID); every
+    // read in the frame goes through askInFrame, which falls back to asking
+    // when the VM refuses a predicted id.
     void refreshFrameID(bool bIgnoreError = false);
     int32_t getStackCount();
     // frame x 5 columns: code index, class, method, signature, line.
@@ -233,7 +241,11 @@ public:
     // ends on a breakpoint's line from one that ends at the breakpoint.
     double currentIndex() const { return myCurrentIndex_; }
     double currentFrameID() const { return myCurrentFrameID; }
-    double thisObjectID() const { return myThisObjectID; }
+    // `this` of the current frame (0 in a static method), asked for at the
+    // first use after each refresh of the frame.
+    double thisObjectID();
+    // Whether myCurrentFrameID was predicted and no reply has confirmed it.
+    bool framePredicted() const { return myFramePredicted_; }
     bool frameValid() const { return myFrameValid; }
     bool evaluating() const { return myEvaluating; }
     bool muteStateEvents() const { return myMuteStateEvents; }
@@ -316,6 +328,31 @@ private:
     // The method of the frame that myCurrentFrameID names (from the last
     // frame refresh): a slot of another method is not read in it.
     double myFrameMethodID_ = 0;
+    // Frame 0's id without a round trip. The VM's frame ids carry a
+    // per-thread generation that each resume bumps, and the VM checks the
+    // generation on every use (INVALID_FRAMEID for a stale id). So at a
+    // stop of a thread that also made the previous stop, frame 0's id is
+    // that stop's id plus the step seen between two such stops; a refused
+    // id falls back to asking. Learned per thread, never assumed.
+    struct FrameSighting {
+        uint32_t serial = 0; // the stop the id belongs to
+        double frameID = 0;  // the thread's latest frame 0 id at that stop
+        double step = 0;     // between two consecutive stops (0: not known)
+    };
+    std::map<double, FrameSighting> myFrameSightings_;
+    bool myFramePredicted_ = false;
+    double myPredictedFrom_ = 0;
+    // The stop whose frame myCurrentFrameID names (a second refresh at the
+    // same stop asks: a pop or a call has moved the frame).
+    uint32_t myFrameSerial_ = 0;
+    bool myThisKnown_ = false;
+    bool predictFrameID();
+    void readFrameID(bool bIgnoreError);
+    void noteFrameSighting(double frameID);
+    // Sends the request `make` builds for the current frame id; a predicted
+    // id the VM refuses is replaced by the asked one and the request sent
+    // once more.
+    std::shared_ptr<JDWPMessage> askInFrame(const std::function<std::shared_ptr<JDWPMessage>(double)>& make);
     // A call that got no reply within the wait still runs in the VM, in
     // this thread; no other call is started there until it returns.
     bool myInvokeTimedOut_ = false;

@@ -73,6 +73,11 @@ public:
     // --- request/reply exchange ---
     bool sendAsync(const Msg& C);
     Msg sendSync(const Msg& RefMsg, int32_t WaitMSec = 0);
+    // Independent commands sent at once and their replies awaited together:
+    // one round trip instead of one each. The replies come in the order of
+    // the commands (nullptr for one refused or unanswered within the wait).
+    // While it waits, the same things may run as during sendSync.
+    std::vector<Msg> sendAllSync(const std::vector<Msg>& commands, int32_t WaitMSec = 0);
     bool sendString(const std::string& s);
     Msg getMessage(double id);
     void removeMessage(double id);
