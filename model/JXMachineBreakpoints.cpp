@@ -102,6 +102,47 @@ bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr)
     return keepNewEntry(myBreakpoints, false, ClassName, [&](JXBreakpoint& bp) { bp.LineNr = LineNr; });
 }
 
+std::string JXMachine::checkBreakpointOptions(const JXBreakpointOptions& options)
+{
+    (void)options;
+    return {};
+}
+
+bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr, const JXBreakpointOptions& options)
+{
+    (void)options;
+    return addBreakpoint(ClassName, LineNr);
+}
+
+bool JXMachine::addMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                                    const std::string& Signature, const JXBreakpointOptions& options)
+{
+    (void)ClassName;
+    (void)MethodName;
+    (void)Signature;
+    (void)options;
+    return false;
+}
+
+bool JXMachine::removeMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                                       const std::string& Signature)
+{
+    (void)ClassName;
+    (void)MethodName;
+    (void)Signature;
+    return false;
+}
+
+std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::methodBreakpoints(const std::string& ClassName,
+                                                                        const std::string& MethodName,
+                                                                        const std::string& Signature) const
+{
+    (void)ClassName;
+    (void)MethodName;
+    (void)Signature;
+    return {};
+}
+
 bool JXMachine::addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
 {
     if (getStopPoint(ClassName, MethodName, Offset))

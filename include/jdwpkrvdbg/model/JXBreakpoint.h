@@ -3,6 +3,7 @@
 // registered in the VM as an event request once its class is known.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +13,22 @@
 namespace jdwpkrvdbg {
 
 class JDWPMessage;
+
+// What a breakpoint does when it is hit, beyond stopping.
+struct JXBreakpointOptions {
+    // "" = always. Comparisons ==, !=, <, <=, >, >= between a dotted path
+    // (locals, fields, getters, statics; as getValue takes them) and a
+    // literal (numbers, "strings", 'c', true, false, null) or another path;
+    // &&, ||, ! and parentheses. A bare path of boolean type is allowed too.
+    std::string Condition;
+    // "" = every hit. "N": the Nth hit only; ">= N": from the Nth on; "% N":
+    // every Nth. Hits are counted where the condition (if any) is true.
+    std::string HitCondition;
+    // Not "": a logpoint. Text with {expression} parts ({{ and }} for
+    // braces); printed when reached (host event LogpointMessage); the
+    // program goes on and no stop reaches the host.
+    std::string LogMessage;
+};
 
 // Held by std::shared_ptr: a registered step request hands itself to the
 // session as its last step event.
@@ -27,6 +44,16 @@ public:
     double TargetThreadID = 0;
     double StepCount = 0;
     bool JustStepping = false;
+    JXBreakpointOptions Options;
+    // An entry of a method breakpoint: a stop point at code index 0 of one
+    // overload (or, before the class is known, of all that Signature names).
+    bool MethodEntry = false;
+    // Method breakpoints: the JNI signature asked for, "" = every overload.
+    std::string Signature;
+    // Hits counted so far (where the condition, if any, held).
+    uint32_t HitCount = 0;
+    // The VM counts the hits with a Count modifier.
+    bool HitCountedByVM = false;
 
     bool registerBreakPoint();
     bool registerStopPoint();

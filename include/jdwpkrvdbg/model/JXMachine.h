@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXMachineEvents.h"
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 #include "jdwpkrvdbg/support/cHive.h"
@@ -140,6 +141,27 @@ public:
 
     // --- breakpoints, stop points, stepping ---
     bool addBreakpoint(const std::string& ClassName, double LineNr);
+    // The options' syntax checked without a VM: "" when they are fine, else
+    // the reason in words ("condition: expected a value after '>'", "hit
+    // count: expected N, >= N or % N").
+    static std::string checkBreakpointOptions(const JXBreakpointOptions& options);
+    // Adds a line breakpoint with options, or replaces the options of the one
+    // already there (re-registering it when the change needs another
+    // request). False when the options do not parse (nothing added).
+    bool addBreakpoint(const std::string& ClassName, double LineNr, const JXBreakpointOptions& options);
+    // Stop on entry to a method (code index 0): every overload when Signature
+    // is "", else the one whose JNI signature ("(I)V") or Java parameter list
+    // ("(int,java.lang.String)") is given. Waits for the class like a line
+    // breakpoint. False when the options do not parse.
+    bool addMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                             const std::string& Signature = std::string(), const JXBreakpointOptions& options = {});
+    bool removeMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                                const std::string& Signature = std::string());
+    // The entries of one method breakpoint (one per overload once the class
+    // is known; none resolved yet: the waiting entry itself).
+    std::vector<std::shared_ptr<JXBreakpoint>> methodBreakpoints(const std::string& ClassName,
+                                                                 const std::string& MethodName,
+                                                                 const std::string& Signature = std::string()) const;
     bool addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset);
     bool addBreakpointByCollection(const JXBreakpointCollection& col);
     std::shared_ptr<JXBreakpoint> getBreakPoint(const std::string& ClassName, double LineNr);
