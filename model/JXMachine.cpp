@@ -91,6 +91,7 @@ void JXMachine::cleanup()
         if (bp) {
             bp->RequestEventID = 0;
             bp->UsedByVM = false;
+            bp->resetHits();
         }
     }
     myLastCleanupStamp = static_cast<int32_t>(GetTickCount());

@@ -87,6 +87,12 @@ public:
     // taken, and the request re-armed as the hit rule wants (a plain one
     // from the Nth hit on, another count for every Nth).
     void countedHitReported();
+    // A new VM counts from the start again.
+    void resetHits()
+    {
+        HitCount = 0;
+        myCountSpent_ = false;
+    }
     // Method breakpoints: the JNI signature of the overload this entry stops
     // in ("" while the class is not known).
     std::string Overload;
