@@ -70,6 +70,8 @@ void JXMachine::cleanup()
     myStepSkips_.clear();
     myStepLanding_.clear();
     myKnownLibraries_.clear();
+    myFrameSightings_.clear();
+    myFramePredicted_ = false;
     mySessionArray.clear();
     myOpeningResumed_ = false;
     myResumeInFlight_ = false;
@@ -91,6 +93,7 @@ void JXMachine::cleanup()
         if (bp) {
             bp->RequestEventID = 0;
             bp->UsedByVM = false;
+            bp->resetHits();
         }
     }
     myLastCleanupStamp = static_cast<int32_t>(GetTickCount());
@@ -125,7 +128,7 @@ void JXMachine::invocationReplied()
     // The call resumed its thread, so frame ids from before it are stale,
     // and the refresh that follows asks: a predicted id is only ever the
     // first of a stop, before anything has run.
-    myFrameSerial_ = myStopSerial_;
+    myFrameSerial_ = mySuspensionSerial_;
     myFramePredicted_ = false;
     // The handler forgets a request when its reply is parsed, before the
     // reply is decoded; so the call whose request is gone is the one that
@@ -166,6 +169,17 @@ void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::st
     myCurrentLine = LineNr;
     myCurrentIndex_ = Offset;
     raise(myEvents_, &JXMachineEvents::Breakpoint, threadID, ClassName, roundHalfEven(LineNr), offset);
+}
+
+void JXMachine::GoConditionFailed(double threadID, const std::string& ClassName, double LineNr,
+                                  const std::string& condition, const std::string& reason)
+{
+    raise(myEvents_, &JXMachineEvents::ConditionFailed, threadID, ClassName, roundHalfEven(LineNr), condition, reason);
+}
+
+void JXMachine::GoLogpointMessage(double threadID, const std::string& ClassName, double LineNr, const std::string& text)
+{
+    raise(myEvents_, &JXMachineEvents::LogpointMessage, threadID, ClassName, roundHalfEven(LineNr), text);
 }
 
 void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,

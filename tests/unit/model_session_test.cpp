@@ -146,6 +146,7 @@ protected:
     void newStop()
     {
         jvm()->GoVMStateChange(VMRunning, -1);
+        jvm()->noteSuspension(); // as the stop's event does
         jvm()->GoVMStateChange(VMSuspend, 1);
     }
     // The program's own breakpoint in pkg/A.run, as the VM reports it.

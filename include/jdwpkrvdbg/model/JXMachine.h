@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXMachineEvents.h"
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 #include "jdwpkrvdbg/support/cHive.h"
@@ -26,6 +27,9 @@ class JXClass;
 class JXMethod;
 class JXThreadList;
 class JDWPMessage;
+namespace condition {
+struct Value;
+}
 
 // The items given to addBreakpointByCollection, one breakpoint each, as text
 // "CLASS:LINE": the class name in internal or signature form ("pkg/Name" or
@@ -152,6 +156,27 @@ public:
 
     // --- breakpoints, stop points, stepping ---
     bool addBreakpoint(const std::string& ClassName, double LineNr);
+    // The options' syntax checked without a VM: "" when they are fine, else
+    // the reason in words ("condition: expected a value after '>'", "hit
+    // count: expected N, >= N or % N").
+    static std::string checkBreakpointOptions(const JXBreakpointOptions& options);
+    // Adds a line breakpoint with options, or replaces the options of the one
+    // already there (re-registering it when the change needs another
+    // request). False when the options do not parse (nothing added).
+    bool addBreakpoint(const std::string& ClassName, double LineNr, const JXBreakpointOptions& options);
+    // Stop on entry to a method (code index 0): every overload when Signature
+    // is "", else the one whose JNI signature ("(I)V") or Java parameter list
+    // ("(int,java.lang.String)") is given. Waits for the class like a line
+    // breakpoint. False when the options do not parse.
+    bool addMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                             const std::string& Signature = std::string(), const JXBreakpointOptions& options = {});
+    bool removeMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
+                                const std::string& Signature = std::string());
+    // The entries of one method breakpoint (one per overload once the class
+    // is known; none resolved yet: the waiting entry itself).
+    std::vector<std::shared_ptr<JXBreakpoint>> methodBreakpoints(const std::string& ClassName,
+                                                                 const std::string& MethodName,
+                                                                 const std::string& Signature = std::string()) const;
     bool addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset);
     bool addBreakpointByCollection(const JXBreakpointCollection& col);
     std::shared_ptr<JXBreakpoint> getBreakPoint(const std::string& ClassName, double LineNr);
@@ -254,6 +279,20 @@ public:
     int32_t classCount() const;
     // Counts the stops reported by events (suspensions with a thread).
     uint32_t stopSerial() const { return myStopSerial_; }
+    // An event suspended the VM or a thread: frame ids read before are stale.
+    void noteSuspension() { ++mySuspensionSerial_; }
+    // A hit of a breakpoint that has options, decided while its thread is
+    // suspended and before anything of it reaches the host: true when it
+    // stops. Evaluates the condition with that thread's top frame (the
+    // current stop's state is left as it was), counts the hit, prints a
+    // logpoint's message. `failure` is set when the condition could not be
+    // evaluated (the hit then stops; the caller raises ConditionFailed once
+    // the stop is taken).
+    bool breakpointHit(const std::shared_ptr<JXBreakpoint>& bp, double threadID, const JDWPJLocation& location,
+                       const std::string& ClassName, double LineNr, std::string& failure);
+    void GoConditionFailed(double threadID, const std::string& ClassName, double LineNr, const std::string& condition,
+                           const std::string& reason);
+    void GoLogpointMessage(double threadID, const std::string& ClassName, double LineNr, const std::string& text);
     // The opening sequence has sent its Resume (reset by cleanup).
     void noteOpeningResume() { myOpeningResumed_ = true; }
     bool openingResumed() const { return myOpeningResumed_; }
@@ -277,6 +316,33 @@ private:
     // at the current stop, under the evaluation guards.
     std::string setResolved(const std::string& TargetVar, const std::string& valueText,
                             const std::string& PossibleStaticClass);
+    // One name of a dotted path and what it read; `next` is the name after
+    // it ("" for the last).
+    struct PathStep {
+        std::string path;
+        JDWPJVarValue value;
+        bool first = false;
+        bool last = false;
+        std::string next;
+    };
+    // Reads a dotted path name by name, up to the first name without a value
+    // (its step has Found false) or without members. False when there is
+    // nothing to read it in (no frame, no method) or it is no path.
+    bool walkPath(const std::string& TargetVar, const std::string& PossibleStaticClass, std::vector<PathStep>& steps);
+    // A path's value typed for a condition; false with `why` set.
+    bool readConditionValue(const std::string& path, condition::Value& value, std::string& why);
+    // A path's value as a logpoint prints it.
+    std::string logValueText(const std::string& path);
+    // Method breakpoints: entries whose class is known become one per
+    // matching overload; false when none matches (the entry waits).
+    bool expandMethodEntry(const std::shared_ptr<JXBreakpoint>& bp, const std::shared_ptr<JXClass>& cls);
+    void registerEntryOf(const std::shared_ptr<JXBreakpoint>& bp);
+    // Takes new options for an existing entry, re-registering it when what
+    // the VM counts changes.
+    bool replaceOptions(const std::shared_ptr<JXBreakpoint>& bp, const JXBreakpointOptions& options);
+    // Whether a method's JNI signature is the one asked for: "" (any), the
+    // JNI signature, its parameter part, or a Java parameter list.
+    static bool signatureMatches(const std::string& wanted, const std::string& signature);
     void holdOrRelease(bool hold, int16_t ErrCount);
     // Enters a state, recording the thread of a suspension; true when the
     // state changed (the host is to be told).
@@ -335,16 +401,19 @@ private:
     // that stop's id plus the step seen between two such stops; a refused
     // id falls back to asking. Learned per thread, never assumed.
     struct FrameSighting {
-        uint32_t serial = 0; // the stop the id belongs to
+        uint32_t serial = 0; // the suspension the id belongs to
         double frameID = 0;  // the thread's latest frame 0 id at that stop
         double step = 0;     // between two consecutive stops (0: not known)
     };
     std::map<double, FrameSighting> myFrameSightings_;
     bool myFramePredicted_ = false;
     double myPredictedFrom_ = 0;
-    // The stop whose frame myCurrentFrameID names (a second refresh at the
-    // same stop asks: a pop or a call has moved the frame).
+    // The suspension whose frame myCurrentFrameID names (a second refresh
+    // at the same one asks: a pop or a call has moved the frame).
     uint32_t myFrameSerial_ = 0;
+    // Counts the suspensions reported by events, also the breakpoint hits
+    // that never reach the host (a false condition, a logpoint).
+    uint32_t mySuspensionSerial_ = 0;
     bool myThisKnown_ = false;
     bool predictFrameID();
     void readFrameID(bool bIgnoreError);

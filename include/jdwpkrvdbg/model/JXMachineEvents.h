@@ -30,6 +30,18 @@ public:
     // host that does not tell the two apart gets it as console output.
     virtual void ConsoleErrorMessage(const std::string& s) { ConsoleMessage(s); }
     virtual void Exception(const std::string& s) {}
+    // A logpoint was reached; its message with the expressions filled in. No
+    // stop follows.
+    virtual void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text)
+    {
+    }
+    // A breakpoint's condition could not be evaluated (unknown name, type
+    // mismatch...). The stop follows as a Breakpoint event; this comes just
+    // before it and says why.
+    virtual void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
+                                 const std::string& condition, const std::string& reason)
+    {
+    }
 };
 
 } // namespace jdwpkrvdbg
