@@ -233,7 +233,7 @@ bool Session::attachedToRunningProgram()
     if (ended() || suspendedAtOpening_ || events_->stopCount() > 0)
         return false;
     for (const auto& bp : jvm().breakpoints()) {
-        if (!bp || bp->UsedByVM || bp->JustStepping)
+        if (!bp || bp->UsedByVM || bp->JustStepping || bp->MethodEntry)
             continue;
         if (bp->StopPoint)
             bp->registerStopPoint();
