@@ -220,8 +220,9 @@ const std::vector<Commands::Verb>& Commands::verbs()
                                                    "if: only where COND holds (count > 2 && item != null);\n"
                                                    "hit N: the Nth hit only; hit >= N: from the Nth on;\n"
                                                    "hit % N: every Nth (hits where COND holds)"},
-          {"stop in CLASS.METHOD[(TYPES)] [if..]", "on entry to a method: every overload, or the one of the\n"
-                                                   "Java parameter types (stop in demo.Cart.add(demo.Item))"},
+          {"stop in CLASS.METHOD[(TYPES)] [if COND] [hit N]",
+           "on entry to a method: every overload, or the one of the\n"
+           "Java parameter types (stop in demo.Cart.add(demo.Item))"},
           {"stop in CLASS.METHOD+OFFSET", "stop point at a code index of a method"},
           {"stop", "list breakpoints, logpoints and stop points"}},
          [](Commands& c, const std::string& cmd, const Args& args) {
@@ -233,9 +234,10 @@ const std::vector<Commands::Verb>& Commands::verbs()
          }},
         {{"log"},
          -1,
-         {{"log CLASS:LINE \"TEXT {EXPR}\" [if..]", "logpoint: prints TEXT with each {EXPR} filled in at each hit\n"
-                                                    "and the program goes on ({{ and }} for braces; also\n"
-                                                    "log CLASS.METHOD[(TYPES)] for a method's entry)"}},
+         {{"log CLASS:LINE \"TEXT {EXPR}\" [if COND] [hit N]",
+           "logpoint: prints TEXT with each {EXPR} filled in at each hit\n"
+           "and the program goes on ({{ and }} for braces; log\n"
+           "CLASS.METHOD[(TYPES)] \"TEXT\" logs a method's entry)"}},
          [](Commands& c, const std::string& cmd, const Args&) {
              return c.setBreakpoint(cmd, afterWords(cmd, 1), true);
          }},
@@ -326,10 +328,15 @@ std::vector<std::string> Commands::helpLines()
     std::vector<std::string> lines{"Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):"};
     for (const Verb& v : verbs()) {
         for (const HelpLine& h : v.help) {
-            // The text starts at its column, or three blanks after a long usage.
+            // The text starts at its column; a usage too long for that has
+            // a line of its own.
             const std::string usage = std::string("  ") + h.usage;
             const std::string text = h.text;
-            std::string line = usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
+            std::string line = usage + std::string(kTextColumn - std::min(usage.size(), kTextColumn), ' ');
+            if (usage.size() >= kTextColumn) {
+                lines.push_back(usage);
+                line = std::string(kTextColumn, ' ');
+            }
             for (size_t start = 0;;) {
                 const size_t end = text.find('\n', start);
                 lines.push_back(line + text.substr(start, end == std::string::npos ? end : end - start));
