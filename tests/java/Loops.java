@@ -1,6 +1,7 @@
 // A debuggee for conditions, hit counts, logpoints and method breakpoints: a
 // loop (1,000 rounds unless the first argument says otherwise) that calls
-// one overload of a method each round and the other once at the end.
+// one overload of a method each round and the other once at the end; and
+// LoopsForever, to be attached to while it runs.
 public class Loops {
     static long sum;
 
@@ -26,5 +27,16 @@ class Counter {
 
     void add(String text) {
         count += text.length();                         // @counter-add-text
+    }
+}
+
+class LoopsForever {
+    public static void main(String[] args) throws Exception {
+        Counter counter = new Counter();
+        System.out.println("loops forever ready");
+        for (int i = 0; ; i++) {
+            counter.add(i);
+            Thread.sleep(10);
+        }
     }
 }

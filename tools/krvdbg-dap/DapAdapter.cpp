@@ -35,6 +35,7 @@
 #include "ClassNames.h"
 #include "ProgramClasses.h"
 #include "ValueText.h"
+#include "WaitingBreakpoints.h"
 
 namespace krvdbg {
 
@@ -591,9 +592,7 @@ void DapAdapter::start()
         // Classes loaded before the attach send no prepare event: their
         // breakpoints are set now.
         MessagePump::instance().pumpUntil([&] { return jvm.openingResumed() || events_->ended(); }, kWaitMs);
-        for (const auto& bp : jvm.breakpoints())
-            if (bp && !bp->UsedByVM && !bp->JustStepping && !bp->StopPoint && !bp->MethodEntry)
-                bp->registerBreakPoint();
+        registerWaitingBreakpoints(jvm);
     }
     threadsDirty_ = true;
 }
