@@ -10,6 +10,7 @@
 
 #include <vector>
 
+#include "JXCondition.h"
 #include "ModelText.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXMachine.h"
@@ -22,12 +23,29 @@ namespace jdwpkrvdbg {
 using model_detail::replyOk;
 using model_detail::requestSync;
 
+namespace {
+
+// A modifier that carries one number (a count, a thread).
+JDWPModifier numberModifier(ModifierKind kind, double value)
+{
+    JDWPModifier modifier;
+    modifier.Kind = kind;
+    modifier.RefLong = value;
+    return modifier;
+}
+
+} // namespace
+
 bool JXBreakpoint::registerAt(const JDWPJLocation& location)
 {
     JDWPModifier where;
     where.Kind = MK_LocationOnly;
     where.RefLocation = location;
-    const std::vector<JDWPModifier> modifiers{where};
+    std::vector<JDWPModifier> modifiers{where};
+    // The VM counts the hits itself where it can (no condition of ours to
+    // tell which hits count): the skipped hits then cost no packet at all.
+    if (HitCountedByVM && myPlan_ && myPlan_->hits.mode != condition::HitRule::Mode::Every && !myCountSpent_)
+        modifiers.push_back(numberModifier(MK_Count, myPlan_->hits.n));
     auto msg = getCurrentHandler()->myFactory()->createGetEventRequestMessageII(
         EK_BREAKPOINT, JDWPSuspendPolicy::SS_All, modifiers, static_cast<int32_t>(modifiers.size()));
     auto reply = requestSync(msg);
@@ -55,7 +73,17 @@ bool JXBreakpoint::registerStopPoint()
     auto cls = getCurrentHandler()->myJVM()->getClassByName(ClassName, true);
     if (!cls)
         return false;
-    auto method = cls->JMethodWithoutParams(MethodName);
+    std::shared_ptr<JXMethod> method;
+    if (MethodEntry) {
+        // Each overload has its own entry; names compare as the runtime's
+        // do, without regard to case.
+        const std::string name = model_detail::lowerText(MethodName);
+        for (const auto& m : cls->methods())
+            if (m && m->MethodSignature == Overload && model_detail::lowerText(m->MethodName) == name)
+                method = m;
+    } else {
+        method = cls->JMethodWithoutParams(MethodName);
+    }
     if (!method)
         return false;
     JDWPJLocation location;
@@ -78,16 +106,56 @@ bool JXBreakpoint::unregisterBreakPoint()
     return replyOk(reply);
 }
 
-namespace {
-
-// A modifier that carries one number (a count, a thread).
-JDWPModifier numberModifier(ModifierKind kind, double value)
+std::string JXBreakpoint::setOptions(const JXBreakpointOptions& options)
 {
-    JDWPModifier modifier;
-    modifier.Kind = kind;
-    modifier.RefLong = value;
-    return modifier;
+    auto plan = std::make_shared<condition::Plan>();
+    std::string why = plan->parse(options.Condition, options.HitCondition, options.LogMessage);
+    if (!why.empty())
+        return why;
+    Options = options;
+    HitCount = 0;
+    myCountSpent_ = false;
+    const bool plain = plan->condition.empty() && plan->hits.mode == condition::HitRule::Mode::Every && !plan->logpoint;
+    HitCountedByVM = plan->condition.empty() && plan->hits.mode != condition::HitRule::Mode::Every;
+    myPlan_ = plain ? nullptr : std::move(plan);
+    return {};
 }
+
+void JXBreakpoint::countedHitReported()
+{
+    if (!myPlan_)
+        return;
+    const condition::HitRule& rule = myPlan_->hits;
+    switch (rule.mode) {
+    case condition::HitRule::Mode::Every:
+        ++HitCount;
+        return;
+    case condition::HitRule::Mode::Exactly:
+        // The request has expired in the VM; it stays registered, so that
+        // removing the breakpoint clears it as any other.
+        HitCount = rule.n;
+        return;
+    case condition::HitRule::Mode::AtLeast:
+        if (myCountSpent_) {
+            ++HitCount;
+            return;
+        }
+        HitCount = rule.n;
+        myCountSpent_ = true;
+        break;
+    case condition::HitRule::Mode::EveryNth:
+        HitCount += rule.n;
+        break;
+    }
+    // A new request in place of the expired one: plain from the Nth hit on,
+    // another count for every Nth. The old one is cleared without waiting.
+    auto handler = getCurrentHandler();
+    const double expired = RequestEventID;
+    if (registerAt(myLocation_) && expired > 0)
+        handler->sendAsync(handler->myFactory()->createClearEventRequestMessage(EK_BREAKPOINT, expired));
+}
+
+namespace {
 
 void appendExcludes(std::vector<JDWPModifier>& modifiers, const std::vector<std::string>& patterns)
 {

@@ -163,6 +163,17 @@ void JXMachine::GoBreakpoint(double BreakpointID, double threadID, const std::st
     raise(myEvents_, &JXMachineEvents::Breakpoint, threadID, ClassName, roundHalfEven(LineNr), offset);
 }
 
+void JXMachine::GoConditionFailed(double threadID, const std::string& ClassName, double LineNr,
+                                  const std::string& condition, const std::string& reason)
+{
+    raise(myEvents_, &JXMachineEvents::ConditionFailed, threadID, ClassName, roundHalfEven(LineNr), condition, reason);
+}
+
+void JXMachine::GoLogpointMessage(double threadID, const std::string& ClassName, double LineNr, const std::string& text)
+{
+    raise(myEvents_, &JXMachineEvents::LogpointMessage, threadID, ClassName, roundHalfEven(LineNr), text);
+}
+
 void JXMachine::GoSingleStep(double BreakpointID, double threadID, const std::string& ClassName, double ClassID,
                              double MethodID, double LineNr, double Offset)
 {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "JXCondition.h"
 #include "ModelText.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
@@ -66,6 +67,22 @@ void registerEntry(const std::shared_ptr<JXBreakpoint>& bp)
         bp->registerBreakPoint();
 }
 
+} // namespace
+
+void JXMachine::registerEntryOf(const std::shared_ptr<JXBreakpoint>& bp)
+{
+    // A method breakpoint whose overloads are not known yet becomes one
+    // entry per overload first.
+    if (bp->MethodEntry && bp->Overload.empty()) {
+        if (auto cls = getClassByName(bp->ClassName, true))
+            expandMethodEntry(bp, cls);
+        return;
+    }
+    registerEntry(bp);
+}
+
+namespace {
+
 // A new entry, registered and kept whether or not the VM took it: a failed
 // registration waits for the class-prepare event of its class. `place` sets
 // where it stops before it is registered.
@@ -104,43 +121,273 @@ bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr)
 
 std::string JXMachine::checkBreakpointOptions(const JXBreakpointOptions& options)
 {
-    (void)options;
-    return {};
+    condition::Plan plan;
+    return plan.parse(options.Condition, options.HitCondition, options.LogMessage);
 }
 
 bool JXMachine::addBreakpoint(const std::string& ClassName, double LineNr, const JXBreakpointOptions& options)
 {
-    (void)options;
-    return addBreakpoint(ClassName, LineNr);
+    if (!checkBreakpointOptions(options).empty())
+        return false;
+    auto bp = getBreakPoint(ClassName, LineNr);
+    if (!bp) {
+        return keepNewEntry(myBreakpoints, false, ClassName, [&](JXBreakpoint& entry) {
+            entry.LineNr = LineNr;
+            entry.setOptions(options);
+        });
+    }
+    return replaceOptions(bp, options);
 }
 
 bool JXMachine::addMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
                                     const std::string& Signature, const JXBreakpointOptions& options)
 {
-    (void)ClassName;
-    (void)MethodName;
-    (void)Signature;
-    (void)options;
-    return false;
+    if (MethodName.empty() || !checkBreakpointOptions(options).empty())
+        return false;
+    auto existing = methodBreakpoints(ClassName, MethodName, Signature);
+    if (!existing.empty()) {
+        for (const auto& bp : existing)
+            replaceOptions(bp, options);
+        return true;
+    }
+    auto bp = std::make_shared<JXBreakpoint>();
+    bp->StopPoint = true;
+    bp->MethodEntry = true;
+    bp->ClassName = ClassName;
+    bp->MethodName = MethodName;
+    bp->Signature = Signature;
+    bp->setOptions(options);
+    myBreakpoints.push_back(bp);
+    // Without the class the entry waits for its class-prepare event.
+    if (auto cls = getClassByName(ClassName, true))
+        expandMethodEntry(bp, cls);
+    return true;
 }
 
 bool JXMachine::removeMethodBreakpoint(const std::string& ClassName, const std::string& MethodName,
                                        const std::string& Signature)
 {
-    (void)ClassName;
-    (void)MethodName;
-    (void)Signature;
-    return false;
+    const auto entries = methodBreakpoints(ClassName, MethodName, Signature);
+    bool all = !entries.empty();
+    for (const auto& bp : entries)
+        all = dropEntry(myBreakpoints, bp) && all;
+    return all;
 }
 
 std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::methodBreakpoints(const std::string& ClassName,
                                                                         const std::string& MethodName,
                                                                         const std::string& Signature) const
 {
-    (void)ClassName;
-    (void)MethodName;
-    (void)Signature;
-    return {};
+    const std::string method = model_detail::lowerText(MethodName);
+    std::vector<std::shared_ptr<JXBreakpoint>> found;
+    for (const auto& bp : myBreakpoints)
+        if (bp && bp->MethodEntry && bp->ClassName == ClassName && bp->Signature == Signature &&
+            model_detail::lowerText(bp->MethodName) == method)
+            found.push_back(bp);
+    return found;
+}
+
+bool JXMachine::replaceOptions(const std::shared_ptr<JXBreakpoint>& bp, const JXBreakpointOptions& options)
+{
+    // The request changes only with what the VM counts; anything else is
+    // decided here at each hit.
+    const bool wasCounted = bp->HitCountedByVM && bp->plan() != nullptr;
+    const uint32_t oldN = wasCounted ? bp->plan()->hits.n : 0;
+    const auto oldMode = wasCounted ? bp->plan()->hits.mode : condition::HitRule::Mode::Every;
+    if (!bp->setOptions(options).empty())
+        return false;
+    const bool counted = bp->HitCountedByVM && bp->plan() != nullptr;
+    const bool sameRequest =
+        counted == wasCounted && (!counted || (bp->plan()->hits.n == oldN && bp->plan()->hits.mode == oldMode));
+    // A counted request restarts its count too, as the hit count here does.
+    if ((sameRequest && !counted) || !(bp->RequestEventID > 0))
+        return true;
+    if (!bp->unregisterBreakPoint())
+        return false;
+    bp->RequestEventID = 0;
+    bp->UsedByVM = false;
+    registerEntryOf(bp);
+    return true;
+}
+
+bool JXMachine::expandMethodEntry(const std::shared_ptr<JXBreakpoint>& bp, const std::shared_ptr<JXClass>& cls)
+{
+    const std::string name = model_detail::lowerText(bp->MethodName);
+    std::vector<std::shared_ptr<JXMethod>> overloads;
+    for (const auto& m : cls->methods()) {
+        // Abstract and native methods have no code to stop in.
+        constexpr int32_t kNoCode = 0x0400 | 0x0100;
+        if (!m || model_detail::lowerText(m->MethodName) != name || (static_cast<int32_t>(m->MethodBits) & kNoCode))
+            continue;
+        if (signatureMatches(bp->Signature, m->MethodSignature))
+            overloads.push_back(m);
+    }
+    if (overloads.empty())
+        return false;
+    // The entry itself takes the first overload; each other gets an entry
+    // of its own beside it, with the same options.
+    auto at = std::find(myBreakpoints.begin(), myBreakpoints.end(), bp);
+    std::vector<std::shared_ptr<JXBreakpoint>> entries{bp};
+    for (size_t i = 1; i < overloads.size(); ++i) {
+        auto twin = std::make_shared<JXBreakpoint>();
+        twin->StopPoint = true;
+        twin->MethodEntry = true;
+        twin->ClassName = bp->ClassName;
+        twin->MethodName = bp->MethodName;
+        twin->Signature = bp->Signature;
+        twin->setOptions(bp->Options);
+        entries.push_back(twin);
+    }
+    for (size_t i = 0; i < overloads.size(); ++i)
+        entries[i]->Overload = overloads[i]->MethodSignature;
+    if (at != myBreakpoints.end())
+        myBreakpoints.insert(at + 1, entries.begin() + 1, entries.end());
+    for (const auto& entry : entries)
+        entry->registerStopPoint();
+    return true;
+}
+
+bool JXMachine::signatureMatches(const std::string& wanted, const std::string& signature)
+{
+    if (wanted.empty())
+        return true;
+    std::string text;
+    for (char c : wanted)
+        if (c != ' ' && c != '\t')
+            text += c;
+    if (text == signature)
+        return true;
+    // A Java parameter list: "(int,java.lang.String)" or "(int, String[])".
+    if (text.size() < 2 || text.front() != '(' || text.back() != ')')
+        return false;
+    const std::string params = signature.substr(0, signature.find(')') + 1);
+    if (text == params)
+        return true;
+    std::string jni = "(";
+    const std::string inner = text.substr(1, text.size() - 2);
+    for (size_t start = 0; start < inner.size();) {
+        size_t comma = inner.find(',', start);
+        if (comma == std::string::npos)
+            comma = inner.size();
+        std::string type = inner.substr(start, comma - start);
+        start = comma + 1;
+        std::string dims;
+        while (type.size() > 2 && type.compare(type.size() - 2, 2, "[]") == 0) {
+            dims += '[';
+            type.resize(type.size() - 2);
+        }
+        static const std::pair<const char*, const char*> kPrimitives[] = {
+            {"int", "I"},  {"long", "J"},  {"boolean", "Z"}, {"byte", "B"},
+            {"char", "C"}, {"short", "S"}, {"float", "F"},   {"double", "D"}};
+        std::string code;
+        for (const auto& [java, letter] : kPrimitives)
+            if (type == java)
+                code = letter;
+        if (code.empty()) {
+            if (type.empty())
+                return false;
+            std::replace(type.begin(), type.end(), '.', '/');
+            // A simple class name stands for any package: matched below by
+            // the name's end.
+            code = "L" + type + ";";
+        }
+        jni += dims + code;
+    }
+    jni += ")";
+    if (jni == params)
+        return true;
+    // Simple class names: each "L...;" of the list compares by its last part.
+    const auto simplified = [](const std::string& s) {
+        std::string out;
+        for (size_t i = 0; i < s.size(); ++i) {
+            if (s[i] != 'L') {
+                out += s[i];
+                continue;
+            }
+            const size_t end = s.find(';', i);
+            if (end == std::string::npos)
+                return s;
+            const std::string name = s.substr(i + 1, end - i - 1);
+            out += "L" + name.substr(name.rfind('/') + 1) + ";";
+            i = end;
+        }
+        return out;
+    };
+    return simplified(jni) == simplified(params) && jni.find('/') == std::string::npos;
+}
+
+bool JXMachine::breakpointHit(const std::shared_ptr<JXBreakpoint>& bp, double threadID, const JDWPJLocation& location,
+                              const std::string& ClassName, double LineNr, std::string& failure)
+{
+    failure.clear();
+    const std::shared_ptr<const condition::Plan> plan = bp ? bp->plan() : nullptr;
+    if (!plan)
+        return true;
+    if (bp->HitCountedByVM) {
+        // The VM reported the hit its count selected: it stops (or prints).
+        bp->countedHitReported();
+        if (!plan->logpoint)
+            return true;
+    }
+    if (myEvaluating) {
+        // A hit decoded while an evaluation waits for the VM: its reads would
+        // be refused. It stops, saying why.
+        failure = "another evaluation was under way";
+        return true;
+    }
+    // The hit's thread and top frame stand in for the current stop's while
+    // the condition is read; the host's stop is put back as it was.
+    const double savedThread = myCurrentThreadID, savedClass = myCurrentClassID, savedMethod = myCurrentMethodID;
+    const double savedFrame = myCurrentFrameID, savedThis = myThisObjectID, savedFrameMethod = myFrameMethodID_;
+    const bool savedValid = myFrameValid, savedPending = myThisPending_;
+    myCurrentThreadID = threadID;
+    myCurrentClassID = location.ClassID;
+    myCurrentMethodID = location.MethodID;
+    myFrameValid = false;
+    myThisObjectID = 0;
+    myEvaluating = myMuteStateEvents = true;
+    myFrameOnly_ = true;
+    refreshFrameID();
+    myFrameOnly_ = false;
+
+    std::string why;
+    std::optional<bool> verdict = true;
+    if (!plan->condition.empty()) {
+        verdict =
+            plan->condition.evaluate([this](const std::string& path, condition::Value& value,
+                                            std::string& reason) { return readConditionValue(path, value, reason); },
+                                     why);
+    }
+    bool stop = true;
+    bool logged = false;
+    std::string text;
+    if (!verdict) {
+        failure = why;
+    } else if (!*verdict) {
+        stop = false;
+    } else {
+        if (!bp->HitCountedByVM) {
+            ++bp->HitCount;
+            stop = plan->hits.selects(bp->HitCount);
+        }
+        if (stop && plan->logpoint) {
+            text = plan->log.render([this](const std::string& path) { return logValueText(path); });
+            logged = true;
+            stop = false;
+        }
+    }
+    myEvaluating = myMuteStateEvents = false;
+    myCurrentThreadID = savedThread;
+    myCurrentClassID = savedClass;
+    myCurrentMethodID = savedMethod;
+    myCurrentFrameID = savedFrame;
+    myThisObjectID = savedThis;
+    myFrameMethodID_ = savedFrameMethod;
+    myFrameValid = savedValid;
+    myThisPending_ = savedPending;
+    if (logged)
+        GoLogpointMessage(threadID, ClassName, LineNr, text);
+    return stop;
 }
 
 bool JXMachine::addStopPoint(const std::string& ClassName, const std::string& MethodName, double Offset)
@@ -183,7 +430,7 @@ std::shared_ptr<JXBreakpoint> JXMachine::getStopPoint(const std::string& ClassNa
     // two names that differ only in case are the same stop point.
     const std::string method = model_detail::lowerText(MethodName);
     for (const auto& bp : myBreakpoints)
-        if (bp && bp->StopPoint && bp->ClassName == ClassName && bp->Offset == Offset &&
+        if (bp && bp->StopPoint && !bp->MethodEntry && bp->ClassName == ClassName && bp->Offset == Offset &&
             model_detail::lowerText(bp->MethodName) == method)
             return bp;
     return nullptr;
@@ -216,12 +463,8 @@ std::vector<std::shared_ptr<JXBreakpoint>> JXMachine::removeBreakpointByClass(co
     for (const auto& bp : myBreakpoints)
         if (bp && bp->ClassName == ClassName)
             collected.push_back(bp);
-    for (const auto& bp : collected) {
-        if (bp->StopPoint)
-            removeStopPoint(bp->ClassName, bp->MethodName, bp->Offset);
-        else
-            removeBreakpoint(bp->ClassName, bp->LineNr);
-    }
+    for (const auto& bp : collected)
+        dropEntry(myBreakpoints, bp);
     return collected;
 }
 
@@ -236,7 +479,10 @@ void JXMachine::registerWaitingBreakpoints(const std::shared_ptr<JXClass>& refCl
         // An entry already in the VM would get a second request.
         if (!bp || bp->RequestEventID > 0 || !refClass->equalName(bp->ClassName))
             continue;
-        registerEntry(bp);
+        if (bp->MethodEntry && bp->Overload.empty())
+            expandMethodEntry(bp, refClass);
+        else
+            registerEntry(bp);
     }
 }
 

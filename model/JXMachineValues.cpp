@@ -2,9 +2,11 @@
 // expressions over locals, fields, getter methods and statics while the VM is
 // suspended, reads the current thread's frames and pops the top frame.
 #include <cmath>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
+#include "JXCondition.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXField.h"
 #include "jdwpkrvdbg/model/JXMachine.h"
@@ -121,6 +123,14 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
             refreshFrameID(true);
         }
     }
+    if (myFrameOnly_) {
+        // A hit's condition mostly reads locals: the frame's object is asked
+        // for only when a name is none (thisObject).
+        myThisPending_ = true;
+        myFrameValid = frames && frames->myErrorCode == 0;
+        return;
+    }
+    myThisPending_ = false;
     auto self = handler->sendSync(factory->createGetThisMessage(myCurrentThreadID, myCurrentFrameID), kReplyWaitMs);
     if (succeeded(self)) {
         myThisObjectID = self->myDataContainer()->RequestObjectID;
@@ -128,6 +138,18 @@ void JXMachine::refreshFrameID(bool bIgnoreError)
     } else if (!bIgnoreError) {
         refreshFrameID(true);
     }
+}
+
+double JXMachine::thisObject()
+{
+    if (myThisPending_) {
+        myThisPending_ = false;
+        auto handler = getCurrentHandler();
+        auto self = handler->sendSync(handler->myFactory()->createGetThisMessage(myCurrentThreadID, myCurrentFrameID),
+                                      kReplyWaitMs);
+        myThisObjectID = succeeded(self) ? self->myDataContainer()->RequestObjectID : 0;
+    }
+    return myThisObjectID;
 }
 
 int32_t JXMachine::getStackCount()
@@ -343,7 +365,7 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
         r = readLocal(name, currentMethod, decisive);
         if (r.Found || decisive)
             return r;
-        if (myThisObjectID != 0) {
+        if (thisObject() != 0) {
             auto objectClass = getClassByObjectID(myThisObjectID);
             auto cls = objectClass ? getEventClassFromClass(objectClass) : nullptr;
             if (!cls)
@@ -423,22 +445,24 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
     return result;
 }
 
-std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass)
+bool JXMachine::walkPath(const std::string& TargetVar, const std::string& PossibleStaticClass,
+                         std::vector<PathStep>& steps)
 {
+    steps.clear();
     if (TargetVar.empty() || TargetVar.find(':') != std::string::npos || TargetVar.find('=') != std::string::npos ||
         TargetVar[0] == '"' || isNumeric(TargetVar))
-        return std::string();
+        return false;
     // The frame first: after a pause or a popped frame it tells where the
     // thread is now.
     if (!myFrameValid) {
         refreshFrameID();
         if (!myFrameValid)
-            return std::string(); // no frame to be had: an empty text; intended
+            return false;
     }
     std::shared_ptr<JXClass> currentClass = getClassByID(myCurrentClassID, true);
     std::shared_ptr<JXMethod> currentMethod = currentClass ? currentClass->JMethodID(myCurrentMethodID) : nullptr;
     if (!currentClass || !currentMethod)
-        return std::string();
+        return false;
     std::string target;
     for (char c : TargetVar)
         if (c != '\r' && c != '\n')
@@ -452,9 +476,7 @@ std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::str
             break;
         start = dot + 1;
     }
-    std::string result;
     std::string path;
-    std::string pending;
     double objectID = 0;
     const size_t last = elements.size() - 1;
     for (size_t i = 0; i < elements.size(); ++i) {
@@ -462,7 +484,115 @@ std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::str
         path += (path.empty() ? "" : ".") + element;
         if (element.empty())
             continue;
-        JDWPJVarValue r = evaluateElement(element, objectID, currentMethod, currentClass, PossibleStaticClass);
+        PathStep step;
+        step.path = path;
+        step.first = i == 0;
+        step.last = i == last;
+        step.next = i == last ? std::string() : elements[i + 1];
+        step.value = evaluateElement(element, objectID, currentMethod, currentClass, PossibleStaticClass);
+        const bool found = step.value.Found;
+        if (found && step.value.VarType == VAR_OBJECT)
+            objectID = step.value.RefID;
+        // Nothing (a void result, or words saying why there is no value)
+        // has members: the next name is not available.
+        const bool noMembers = found && step.value.VarType == VAR_VOID && i != last;
+        steps.push_back(std::move(step));
+        if (!found || noMembers)
+            break;
+    }
+    return true;
+}
+
+bool JXMachine::readConditionValue(const std::string& path, condition::Value& value, std::string& why)
+{
+    using condition::Value;
+    std::vector<PathStep> steps;
+    if (!walkPath(path, std::string(), steps) || steps.empty()) {
+        why = "no frame to read " + path + " in";
+        return false;
+    }
+    const PathStep& step = steps.back();
+    const JDWPJVarValue& r = step.value;
+    if (!r.Found) {
+        why = step.path == path ? path + " is not available here" : step.path + " is not available (in " + path + ")";
+        return false;
+    }
+    if (r.VarType == VAR_VOID) {
+        // Words saying why there is no value (save mode, a call still running).
+        why = !r.VarValue.empty() ? r.VarValue : step.path + " has no value";
+        if (!step.last)
+            why += " (in " + path + ")";
+        return false;
+    }
+    const double number = std::strtod(r.VarValue.c_str(), nullptr);
+    switch (r.VarType) {
+    case VAR_BOOLEAN:
+        value = Value::boolean(r.VarValue == "True");
+        return true;
+    case VAR_BYTE:
+        // The rendered byte reads unsigned; Java's is signed.
+        value = Value::integer(static_cast<int64_t>(number > 127 ? number - 256 : number), "byte");
+        return true;
+    case VAR_SHORT:
+        value = Value::integer(static_cast<int64_t>(number), "short");
+        return true;
+    case VAR_INT:
+        value = Value::integer(static_cast<int64_t>(number), "int");
+        return true;
+    case VAR_CHAR:
+        // The rendered char folds codes above 255 below zero.
+        value = Value::integer(static_cast<int64_t>(number < 0 ? number + 65536 : number), "char");
+        return true;
+    case VAR_LONG:
+        value = Value::integer(std::strtoll(r.VarValue.c_str(), nullptr, 10), "long");
+        return true;
+    case VAR_FLOAT:
+        value = Value::real(r.RefID, "float");
+        return true;
+    case VAR_DOUBLE:
+        value = Value::real(r.RefID, "double");
+        return true;
+    case VAR_STRING:
+        value = r.RefID == 0 ? Value::reference(0, "String") : Value::string(r.VarValue);
+        return true;
+    case VAR_ARRAY:
+        value = Value::reference(r.RefID, "array");
+        return true;
+    default:
+        value = Value::reference(r.RefID, "object");
+        return true;
+    }
+}
+
+std::string JXMachine::logValueText(const std::string& path)
+{
+    std::vector<PathStep> steps;
+    if (!walkPath(path, std::string(), steps) || steps.empty())
+        return "<" + path + " - Not available!>";
+    const PathStep& step = steps.back();
+    if (!step.value.Found)
+        return "<" + step.path + " - Not available!>";
+    if (!step.last)
+        return "<" + step.path + "." + step.next + " - Not available!>";
+    // The value as getValue shows it, without its "path: #...#" wrapping.
+    std::string text = ReplaceAll(step.value.VarValue, "|VAR|", step.path);
+    while (text.size() >= 2 && text.compare(text.size() - 2, 2, "\r\n") == 0)
+        text.erase(text.size() - 2);
+    if (myMaxValueSize >= 0 && text.size() > static_cast<size_t>(myMaxValueSize))
+        text.resize(static_cast<size_t>(myMaxValueSize));
+    return text;
+}
+
+std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass)
+{
+    std::vector<PathStep> steps;
+    if (!walkPath(TargetVar, PossibleStaticClass, steps))
+        return std::string(); // no frame to be had, or no path: an empty text; intended
+    std::string result;
+    std::string pending;
+    for (const PathStep& step : steps) {
+        const std::string& path = step.path;
+        const JDWPJVarValue& r = step.value;
         std::string text = ReplaceAll(r.VarValue, "|VAR|", path);
         while (text.size() >= 2 && text.compare(text.size() - 2, 2, "\r\n") == 0)
             text.erase(text.size() - 2);
@@ -470,26 +600,22 @@ std::string JXMachine::evaluatePath(const std::string& TargetVar, const std::str
             pending = path + " - Not available!";
             break;
         }
-        if (r.VarType == VAR_OBJECT)
-            objectID = r.RefID;
-        // Nothing (a void result, or words saying why there is no value)
-        // has members: the next name is not available.
-        const bool noMembers = r.VarType == VAR_VOID && i != last;
+        const bool noMembers = r.VarType == VAR_VOID && !step.last;
         std::string line;
-        if (i == last) {
+        if (step.last) {
             if (myMaxValueSize >= 0 && text.size() > static_cast<size_t>(myMaxValueSize))
                 text.resize(static_cast<size_t>(myMaxValueSize));
             text = ReplaceAll(text, "#", "{~}");
-            line = i > 0 ? "#" + path + ": " + text + "#" : path + ": #" + text + "#";
+            line = !step.first ? "#" + path + ": " + text + "#" : path + ": #" + text + "#";
         } else {
             line = path + ": " + text;
         }
         result = line + result;
-        if (i != last)
+        if (!step.last)
             result = "\r\n" + result;
         pending.clear();
         if (noMembers) {
-            pending = path + "." + elements[i + 1] + " - Not available!";
+            pending = path + "." + step.next + " - Not available!";
             break;
         }
     }

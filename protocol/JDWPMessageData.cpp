@@ -744,6 +744,8 @@ int64_t JDWPMessageData::readTaggedValue(const std::string& s, int64_t& pos, JDW
     case VAR_STRING: {
         double id = 0;
         pos += ReadNumber(s, pos, id, objectWidth());
+        // Kept so that a null String is told from an empty one.
+        value.RefID = id;
         if (id != 0) {
             auto reply = handler->sendSync(handler->myFactory()->createGetUTF8StringMessage(id), kReplyWaitMs);
             if (reply)
@@ -819,6 +821,7 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
     bool bAutoResume = false;
     bool singleStepSeen = false;
     myStopBegun_ = false;
+    myQuietHit_ = false;
     myExceptionText_.clear();
     // A step under way goes on past the events that do not end it: the
     // debug-print hook and an exception caught where it was thrown are
@@ -897,6 +900,8 @@ bool JDWPMessageData::processEventCommand(const std::string& s)
         }
     }
 
+    if (myQuietHit_ && !myStopBegun_)
+        bAutoResume = true;
     if (myStopBegun_)
         jvm->announceStop();
     if (!bAutoResume) {
@@ -976,11 +981,25 @@ int64_t JDWPMessageData::processBreakpointOrStep(const std::string& s, int64_t& 
     }
 
     switch (eventKind) {
-    case EK_BREAKPOINT:
-        if (takeStop())
-            jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
-                              location.Index);
+    case EK_BREAKPOINT: {
+        // A breakpoint with options decides here, before the stop is taken,
+        // whether the host hears of this hit at all.
+        std::string failure, condition;
+        if (auto bp = jvm->getBreakPointByID(myEventRequestID_); bp && bp->plan()) {
+            condition = bp->Options.Condition;
+            if (!jvm->breakpointHit(bp, myEventThreadID_, location, className, line, failure)) {
+                myQuietHit_ = true;
+                return pos;
+            }
+        }
+        if (!takeStop())
+            break;
+        if (!failure.empty())
+            jvm->GoConditionFailed(myEventThreadID_, className, line, condition, failure);
+        jvm->GoBreakpoint(myEventRequestID_, myEventThreadID_, className, location.ClassID, location.MethodID, line,
+                          location.Index);
         break;
+    }
     case EK_SINGLE_STEP:
         // Returned from code of no target into the middle of the line the
         // step began on: the step goes on to the next line, as it would have

@@ -48,6 +48,18 @@ void EventLog::VMStateChanged(VMState NewState)
     note("State(" + std::to_string(NewState) + ")");
 }
 
+void EventLog::LogpointMessage(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
+{
+    logpoints.push_back(text);
+    note("Log(" + ClassName + "," + std::to_string(LineNr) + "," + text + ")");
+}
+
+void EventLog::ConditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                               const std::string& reason)
+{
+    note("ConditionFailed(" + ClassName + "," + std::to_string(LineNr) + "," + condition + "," + reason + ")");
+}
+
 void EventLog::DebugMessage(const std::string& s)
 {
     debug.push_back(s);

@@ -29,7 +29,8 @@ struct EventLog : JXMachineEvents {
     std::vector<VMState> states;
     std::vector<std::string> debug;
     std::vector<std::string> exceptions;
-    std::vector<std::string> boxes; // "prompt|buttons|title"
+    std::vector<std::string> boxes;     // "prompt|buttons|title"
+    std::vector<std::string> logpoints; // the messages
     std::string console;
     // Run inside the event, as a host's handler would.
     std::function<void(const std::string&)> onDebug;
@@ -45,6 +46,10 @@ struct EventLog : JXMachineEvents {
     void DebugMessage(const std::string& s) override;
     void ConsoleMessage(const std::string& s) override;
     void Exception(const std::string& s) override;
+    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
+                         const std::string& text) override;
+    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                         const std::string& reason) override;
 
     size_t count(const std::string& entry) const;
     bool has(const std::string& entry) const { return count(entry) > 0; }

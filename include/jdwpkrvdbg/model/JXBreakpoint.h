@@ -13,6 +13,9 @@
 namespace jdwpkrvdbg {
 
 class JDWPMessage;
+namespace condition {
+struct Plan;
+}
 
 // What a breakpoint does when it is hit, beyond stopping.
 struct JXBreakpointOptions {
@@ -74,8 +77,25 @@ public:
 
     const JDWPJLocation& location() const { return myLocation_; }
 
+    // Takes new options: "" when they parse (they are then in force), else
+    // why not (the old ones stay). Resets the hit count.
+    std::string setOptions(const JXBreakpointOptions& options);
+    // The parsed options; null for a plain breakpoint (no condition, hit
+    // count or message).
+    const std::shared_ptr<const condition::Plan>& plan() const { return myPlan_; }
+    // The VM reported a hit counted by its Count modifier: the count is
+    // taken, and the request re-armed as the hit rule wants (a plain one
+    // from the Nth hit on, another count for every Nth).
+    void countedHitReported();
+    // Method breakpoints: the JNI signature of the overload this entry stops
+    // in ("" while the class is not known).
+    std::string Overload;
+
 private:
     bool registerAt(const JDWPJLocation& location);
+    std::shared_ptr<const condition::Plan> myPlan_;
+    // The Count modifier of a ">= N" rule has fired: plain requests follow.
+    bool myCountSpent_ = false;
     JDWPJLocation myLocation_;
     EVENT_KIND myStepKind_ = EK_SINGLE_STEP;
     std::shared_ptr<JDWPMessage> myPendingSet_;

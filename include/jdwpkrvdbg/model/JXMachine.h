@@ -24,6 +24,9 @@ class JXBreakpoint;
 class JXClass;
 class JXMethod;
 class JXThreadList;
+namespace condition {
+struct Value;
+}
 
 // The items given to addBreakpointByCollection, one breakpoint each, as text
 // "CLASS:LINE": the class name in internal or signature form ("pkg/Name" or
@@ -228,6 +231,18 @@ public:
     int32_t classCount() const;
     // Counts the stops reported by events (suspensions with a thread).
     uint32_t stopSerial() const { return myStopSerial_; }
+    // A hit of a breakpoint that has options, decided while its thread is
+    // suspended and before anything of it reaches the host: true when it
+    // stops. Evaluates the condition with that thread's top frame (the
+    // current stop's state is left as it was), counts the hit, prints a
+    // logpoint's message. `failure` is set when the condition could not be
+    // evaluated (the hit then stops; the caller raises ConditionFailed once
+    // the stop is taken).
+    bool breakpointHit(const std::shared_ptr<JXBreakpoint>& bp, double threadID, const JDWPJLocation& location,
+                       const std::string& ClassName, double LineNr, std::string& failure);
+    void GoConditionFailed(double threadID, const std::string& ClassName, double LineNr, const std::string& condition,
+                           const std::string& reason);
+    void GoLogpointMessage(double threadID, const std::string& ClassName, double LineNr, const std::string& text);
     // The opening sequence has sent its Resume (reset by cleanup).
     void noteOpeningResume() { myOpeningResumed_ = true; }
     bool openingResumed() const { return myOpeningResumed_; }
@@ -247,6 +262,36 @@ private:
     // in scope here"): no field of the same name may then stand in for it.
     JDWPJVarValue readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive);
     std::string evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass);
+    // One name of a dotted path and what it read; `next` is the name after
+    // it ("" for the last).
+    struct PathStep {
+        std::string path;
+        JDWPJVarValue value;
+        bool first = false;
+        bool last = false;
+        std::string next;
+    };
+    // Reads a dotted path name by name, up to the first name without a value
+    // (its step has Found false) or without members. False when there is
+    // nothing to read it in (no frame, no method) or it is no path.
+    bool walkPath(const std::string& TargetVar, const std::string& PossibleStaticClass, std::vector<PathStep>& steps);
+    // A path's value typed for a condition; false with `why` set.
+    bool readConditionValue(const std::string& path, condition::Value& value, std::string& why);
+    // A path's value as a logpoint prints it.
+    std::string logValueText(const std::string& path);
+    // The object of the frame (GetThis), read when first needed after a
+    // refresh of the frame alone.
+    double thisObject();
+    // Method breakpoints: entries whose class is known become one per
+    // matching overload; false when none matches (the entry waits).
+    bool expandMethodEntry(const std::shared_ptr<JXBreakpoint>& bp, const std::shared_ptr<JXClass>& cls);
+    void registerEntryOf(const std::shared_ptr<JXBreakpoint>& bp);
+    // Takes new options for an existing entry, re-registering it when what
+    // the VM counts changes.
+    bool replaceOptions(const std::shared_ptr<JXBreakpoint>& bp, const JXBreakpointOptions& options);
+    // Whether a method's JNI signature is the one asked for: "" (any), the
+    // JNI signature, its parameter part, or a Java parameter list.
+    static bool signatureMatches(const std::string& wanted, const std::string& signature);
     void holdOrRelease(bool hold, int16_t ErrCount);
     // Enters a state, recording the thread of a suspension; true when the
     // state changed (the host is to be told).
@@ -309,6 +354,10 @@ private:
     uint32_t myInvokeTimeouts_ = 0;
     bool myStopNoticePending_ = false;
     bool myStopResumed_ = false;
+    // A hit's frame was read without its object: GetThis follows only when
+    // a name is no local.
+    bool myThisPending_ = false;
+    bool myFrameOnly_ = false;
 };
 
 } // namespace jdwpkrvdbg

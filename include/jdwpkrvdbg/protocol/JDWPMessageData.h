@@ -123,6 +123,10 @@ private:
     double myEventRequestID_ = 0;
     double myEventThreadID_ = 0;
     bool myStopBegun_ = false;
+    // A breakpoint of the composite was hit without stopping (a false
+    // condition, a hit its count skips, a logpoint): resumed unless another
+    // event of it stops.
+    bool myQuietHit_ = false;
     // An exception stop's text, read while the thread is still at the stop.
     std::string myExceptionText_;
 };

@@ -1,0 +1,233 @@
+// Breakpoints with options against a real OpenJDK 17 VM running
+// tests/java/Hits (a loop of 1,000 turns): conditions over a local, a field
+// and a String; each hit-count form with and without a condition; a
+// condition that cannot be evaluated; a logpoint; and method breakpoints on
+// an overloaded method of a class that loads late. Which hits stop is told
+// by the loop variable read at each stop.
+#include "LiveSessionTest.h"
+
+using namespace jdwpkrvdbg;
+using namespace jdwpkrvdbg::testing;
+
+namespace {
+
+const char* const kSource = "tests/java/Hits.java";
+
+int line(const std::string& marker)
+{
+    return lineOf(kSource, "// " + marker);
+}
+
+class LiveConditions : public LiveSessionTest {
+protected:
+    // Runs the program to its end from launch; at each stop `atStop` runs
+    // (the stop is the last one in the log), then the program resumes. -1
+    // on time-out.
+    int runCollecting(const std::function<void()>& atStop)
+    {
+        int stops = 0;
+        for (;;) {
+            const size_t seen = log->stops.size();
+            if (!pumpUntil([&] { return jvm->JVMState() == VMDead || log->stops.size() > seen; }, 30000))
+                return -1;
+            if (jvm->JVMState() == VMDead)
+                return stops;
+            ++stops;
+            atStop();
+            resume();
+        }
+    }
+    // The value of `name` at the current stop, as getValue shows it after
+    // "name: ".
+    std::string value(const std::string& name)
+    {
+        const std::string text = jvm->getValue(name);
+        const std::string head = name + ": #";
+        if (text.compare(0, head.size(), head) != 0 || text.size() < head.size() + 1)
+            return "?" + text;
+        return text.substr(head.size(), text.size() - head.size() - 1);
+    }
+};
+
+TEST_F(LiveConditions, WhichHitsStopAtALineBreakpointWithOptions)
+{
+    struct Case {
+        const char* condition;
+        const char* hits;
+        std::vector<std::string> stopsAt; // i at each stop
+        bool countedByVM;
+    };
+    const Case cases[] = {
+        {"i == 500", "", {"500"}, false},
+        // A field through a local, and Strings by content.
+        {"h.name == \"half\"", "", {"500"}, false},
+        {"word == \"w7\" && i > 990 || h.seen == -1", "", {"997"}, false},
+        {"!(i < 998) && word != null", "", {"998", "999"}, false},
+        {"", "3", {"2"}, true},
+        {"", ">= 998", {"997", "998", "999"}, true},
+        {"", "% 250", {"249", "499", "749", "999"}, true},
+        // Hits are counted where the condition holds: w3 at 3, 13, 23...
+        {"word == \"w3\"", "2", {"13"}, false},
+        {"word == \"w3\"", ">= 99", {"983", "993"}, false},
+        {"word == \"w3\"", "% 40", {"393", "793"}, false},
+    };
+    const int loopLine = line("@loop-body");
+    ASSERT_GT(loopLine, 0);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.condition) + " | " + c.hits);
+        TearDown();
+        SetUp();
+        jvm->setTargetClassName({"Hits"});
+        JXBreakpointOptions options;
+        options.Condition = c.condition;
+        options.HitCondition = c.hits;
+        ASSERT_TRUE(jvm->addBreakpoint("Hits", loopLine, options));
+        ASSERT_EQ(jvm->breakpoints().size(), 1u);
+        const auto bp = jvm->breakpoints().front();
+        EXPECT_EQ(bp->HitCountedByVM, c.countedByVM);
+        ASSERT_TRUE(launch("Hits")) << dump();
+        std::vector<std::string> seen;
+        uint32_t serialBefore = 0;
+        ASSERT_EQ(runCollecting([&] {
+                      // A hit that did not stop left no trace in the stop
+                      // count: from one stop to the next it counts one.
+                      if (!seen.empty()) {
+                          EXPECT_EQ(jvm->stopSerial(), serialBefore + 1);
+                      }
+                      serialBefore = jvm->stopSerial();
+                      seen.push_back(value("i"));
+                  }),
+                  static_cast<int>(c.stopsAt.size()))
+            << dump();
+        EXPECT_EQ(seen, c.stopsAt);
+        EXPECT_FALSE(log->hasPrefix("ConditionFailed"));
+        // One suspension per stop, and the one the VM starts in.
+        EXPECT_EQ(log->count("State(" + std::to_string(VMSuspend) + ")"), c.stopsAt.size() + 1) << dump();
+    }
+}
+
+TEST_F(LiveConditions, AConditionThatCannotBeEvaluatedStopsAndSaysWhy)
+{
+    struct Case {
+        const char* condition;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {"word > 3", "cannot compare word (String) > int"},
+        {"nosuch == 1", "nosuch is not available here"},
+        {"h.nosuch == 1", "h.nosuch is not available here"},
+        {"i", "i is int, not boolean"},
+    };
+    const int loopLine = line("@loop-body");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.condition);
+        TearDown();
+        SetUp();
+        jvm->setTargetClassName({"Hits"});
+        JXBreakpointOptions options;
+        options.Condition = c.condition;
+        ASSERT_TRUE(jvm->addBreakpoint("Hits", loopLine, options));
+        ASSERT_TRUE(launch("Hits")) << dump();
+        ASSERT_TRUE(waitStop(0)) << dump();
+        EXPECT_EQ(value("i"), "0");
+        // The reason first, then the stop, then the state.
+        const std::string failed =
+            "ConditionFailed(Hits," + std::to_string(loopLine) + "," + c.condition + "," + c.reason + ")";
+        const auto at = std::find(log->all.begin(), log->all.end(), failed);
+        ASSERT_NE(at, log->all.end()) << dump();
+        ASSERT_LT(at + 2, log->all.end());
+        EXPECT_EQ(at[1].rfind("Break(", 0), 0u) << dump();
+        EXPECT_EQ(at[2], "State(" + std::to_string(VMSuspend) + ")") << dump();
+        ASSERT_TRUE(jvm->removeBreakpoint("Hits", loopLine));
+        EXPECT_EQ(runToEnd(), 0) << dump();
+    }
+}
+
+TEST_F(LiveConditions, ALogpointPrintsEveryValueAndNeverStops)
+{
+    jvm->setTargetClassName({"Hits"});
+    JXBreakpointOptions options;
+    options.LogMessage = "i={i} {{w}}={word} {h.seen}";
+    ASSERT_TRUE(jvm->addBreakpoint("Hits", line("@loop-body"), options));
+    ASSERT_TRUE(launch("Hits")) << dump();
+    ASSERT_TRUE(waitDead()) << dump();
+    ASSERT_EQ(log->logpoints.size(), 1000u) << dump();
+    for (int i = 0; i < 1000; i += 333)
+        EXPECT_EQ(log->logpoints[static_cast<size_t>(i)],
+                  "i=" + std::to_string(i) + " {w}=w" + std::to_string(i % 10) + " " + std::to_string(i));
+    EXPECT_TRUE(log->stops.empty());
+    // The VM's start is the only suspension the host hears of.
+    EXPECT_EQ(log->count("State(" + std::to_string(VMSuspend) + ")"), 1u) << dump();
+}
+
+TEST_F(LiveConditions, MethodBreakpointsStopInEachOverloadOrInTheOneNamed)
+{
+    struct Case {
+        const char* signature;
+        std::vector<const char*> stopsAt; // markers
+    };
+    const Case cases[] = {
+        {"", {"@over-int", "@over-int-string", "@over-string"}},
+        {"(I)I", {"@over-int"}},
+        {"(int, String)", {"@over-int-string"}},
+        {"(java.lang.String)", {"@over-string"}},
+        {"(long)", {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.signature);
+        TearDown();
+        SetUp();
+        jvm->setTargetClassName({"Hits", "Later"});
+        // Set before the VM runs: Later loads at its first call.
+        ASSERT_TRUE(jvm->addMethodBreakpoint("Later", "over", c.signature));
+        ASSERT_EQ(jvm->methodBreakpoints("Later", "over", c.signature).size(), 1u);
+        ASSERT_TRUE(launch("Hits")) << dump();
+        std::vector<int> lines;
+        ASSERT_EQ(runCollecting([&] {
+                      lines.push_back(lastStop().line);
+                      EXPECT_EQ(lastStop().className, "Later");
+                      EXPECT_EQ(lastStop().offset, 0);
+                      if (lines.size() == 1) {
+                          EXPECT_EQ(jvm->methodBreakpoints("Later", "over", c.signature).size(), c.stopsAt.size());
+                      }
+                  }),
+                  static_cast<int>(c.stopsAt.size()))
+            << dump();
+        std::vector<int> expected;
+        for (const char* marker : c.stopsAt)
+            expected.push_back(line(marker));
+        EXPECT_EQ(lines, expected);
+    }
+}
+
+TEST_F(LiveConditions, AMethodBreakpointOnALoadedClassWithAConditionAndItsRemoval)
+{
+    jvm->setTargetClassName({"Hits"});
+    ASSERT_TRUE(jvm->addBreakpoint("Hits", line("@loop-body")));
+    ASSERT_TRUE(launch("Hits")) << dump();
+    ASSERT_TRUE(waitStop(0)) << dump();
+    ASSERT_TRUE(jvm->removeBreakpoint("Hits", line("@loop-body")));
+    // The class is known: the entries are made at once, one per overload.
+    JXBreakpointOptions options;
+    options.Condition = "i == 700";
+    ASSERT_TRUE(jvm->addMethodBreakpoint("Hits", "touch", "", options));
+    const auto entries = jvm->methodBreakpoints("Hits", "touch");
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_TRUE(entries.front()->UsedByVM);
+    EXPECT_TRUE(jvm->addMethodBreakpoint("Later", "over"));
+    std::vector<int> lines;
+    resume();
+    ASSERT_EQ(runCollecting([&] {
+                  lines.push_back(lastStop().line);
+                  if (lines.size() == 1) {
+                      EXPECT_EQ(value("i"), "700");
+                      EXPECT_TRUE(jvm->removeMethodBreakpoint("Later", "over"));
+                      EXPECT_TRUE(jvm->methodBreakpoints("Later", "over").empty());
+                  }
+              }),
+              1)
+        << dump();
+    EXPECT_EQ(lines, std::vector<int>{line("@touch-body")});
+}
+
+} // namespace
