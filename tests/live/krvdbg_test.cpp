@@ -388,19 +388,33 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
 
 TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
 {
-    ListeningVM vm("Sleeper", testsClassPath(), false);
-    ASSERT_GT(vm.port(), 0);
-    ASSERT_NE(vm.process().waitForLine("sleeper ready", 20000), "");
-    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
     // The breakpoint is set before the attach, in a class loaded long before.
-    const std::string script = "stop at Sleeper:" + std::to_string(loop) + "\nrun\nwait 30000\nwhere\nquit\n";
-    const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("wait 30000"), "Sleeper", loop)) << run.output;
-    EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], "main") << run.output;
-    // quit lets an attached VM go: it keeps running.
-    EXPECT_TRUE(processRunning(vm.process().pid()));
+    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
+    const int addInt = lineOf("tests/java/Loops.java", "@counter-add-int");
+    const struct {
+        const char* program;
+        const char* ready;
+        std::string breakpoint;
+        std::string stopClass;
+        int stopLine;
+        std::string method; // of the top frame
+    } cases[] = {
+        {"Sleeper", "sleeper ready", "stop at Sleeper:" + std::to_string(loop), "Sleeper", loop, "main"},
+        {"LoopsForever", "loops forever ready", "stop in Counter.add(int) if n >= 3", "Counter", addInt, "add"},
+    };
+    for (const auto& c : cases) {
+        ListeningVM vm(c.program, testsClassPath(), false);
+        ASSERT_GT(vm.port(), 0);
+        ASSERT_NE(vm.process().waitForLine(c.ready, 20000), "");
+        const std::string script = c.breakpoint + "\nrun\nwait 30000\nwhere\nquit\n";
+        const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
+        ASSERT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
+        EXPECT_TRUE(stoppedAt(run.command("wait 30000"), c.stopClass, c.stopLine)) << c.program << run.output;
+        EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], c.method) << run.output;
+        // quit lets an attached VM go: it keeps running.
+        EXPECT_TRUE(processRunning(vm.process().pid()));
+    }
 }
 
 pid_t sleeperPid(ChildProcess& child)
