@@ -14,25 +14,26 @@ public class Loops {
         counter.add("done");                            // @loops-add-text
         System.out.println("loops end " + counter.count + " " + sum);
     }
-}
 
-class Counter {
-    int count;
-    String label = "counter";
+    // Nested, so that its lines are those of this file's class to an editor.
+    static class Counter {
+        int count;
+        String label = "counter";
 
-    void add(int n) {
-        count++;                                        // @counter-add-int
-        Loops.sum += n;                                 // @counter-sum
-    }
+        void add(int n) {
+            count++;                                    // @counter-add-int
+            sum += n;                                   // @counter-sum
+        }
 
-    void add(String text) {
-        count += text.length();                         // @counter-add-text
+        void add(String text) {
+            count += text.length();                     // @counter-add-text
+        }
     }
 }
 
 class LoopsForever {
     public static void main(String[] args) throws Exception {
-        Counter counter = new Counter();
+        Loops.Counter counter = new Loops.Counter();
         System.out.println("loops forever ready");
         for (int i = 0; ; i++) {
             counter.add(i);

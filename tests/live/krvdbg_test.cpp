@@ -245,12 +245,12 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     const int textEntry = lineOf(loops, "@counter-add-text");
     const std::string script = "stop at Loops:" + std::to_string(add) + " if i >\n" + // refused
                                "stop at Loops:" + std::to_string(add) + " if i == 7\n" +
-                               "stop at Counter:" + std::to_string(sum) + " hit % 5\n" +
-                               "log Counter:" + std::to_string(addInt) + " \"n is {n}\"\n" +
+                               "stop at Loops$Counter:" + std::to_string(sum) + " hit % 5\n" +
+                               "log Loops$Counter:" + std::to_string(addInt) + " \"n is {n}\"\n" +
                                "stop at Loops:" + std::to_string(addText) + " if nosuch > 1\n" +
-                               "stop in Counter.add(java.lang.String)\n"
+                               "stop in Loops$Counter.add(java.lang.String)\n"
                                "stop\nrun\nprint n\ncont\nprint i\ncont\nprint n\ncont\ncont\nprint text\n"
-                               "clear Counter.add(java.lang.String)\nstop\ncont\n";
+                               "clear Loops$Counter.add(java.lang.String)\nstop\ncont\n";
     const KrvdbgRun run = runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Loops", "12"}, script);
     ASSERT_EQ(run.status, 0) << run.output;
     const auto commands = run.commands();
@@ -273,13 +273,13 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
 
     // Every 5th pass over the sum, i == 7 once, the failed condition, the
     // one overload; the logpoint never stops.
-    EXPECT_TRUE(stoppedAt(run.command("run"), "Counter", sum)) << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("run"), "Loops$Counter", sum)) << run.output;
     const auto conts = run.commands("cont");
     ASSERT_EQ(conts.size(), 5u) << run.output;
     EXPECT_TRUE(stoppedAt(conts[0], "Loops", add)) << conts[0].dump();
-    EXPECT_TRUE(stoppedAt(conts[1], "Counter", sum)) << conts[1].dump();
+    EXPECT_TRUE(stoppedAt(conts[1], "Loops$Counter", sum)) << conts[1].dump();
     EXPECT_TRUE(stoppedAt(conts[2], "Loops", addText)) << conts[2].dump();
-    EXPECT_TRUE(stoppedAt(conts[3], "Counter", textEntry)) << conts[3].dump();
+    EXPECT_TRUE(stoppedAt(conts[3], "Loops$Counter", textEntry)) << conts[3].dump();
     EXPECT_EQ(conts[4]["result"]["outcome"], "ended");
     const auto printed = [&](const std::string& command, size_t k) {
         const auto all = run.commands(command);
@@ -292,7 +292,7 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
 
     std::vector<std::string> logged;
     for (const auto& e : run.events("LogpointMessage")) {
-        EXPECT_EQ(std::make_tuple(e["ClassName"], e["LineNr"]), std::make_tuple(json("Counter"), json(addInt)));
+        EXPECT_EQ(std::make_tuple(e["ClassName"], e["LineNr"]), std::make_tuple(json("Loops$Counter"), json(addInt)));
         logged.push_back(e.value("text", ""));
     }
     std::vector<std::string> expected;
@@ -400,7 +400,8 @@ TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
         std::string method; // of the top frame
     } cases[] = {
         {"Sleeper", "sleeper ready", "stop at Sleeper:" + std::to_string(loop), "Sleeper", loop, "main"},
-        {"LoopsForever", "loops forever ready", "stop in Counter.add(int) if n >= 3", "Counter", addInt, "add"},
+        {"LoopsForever", "loops forever ready", "stop in Loops$Counter.add(int) if n >= 3", "Loops$Counter", addInt,
+         "add"},
     };
     for (const auto& c : cases) {
         ListeningVM vm(c.program, testsClassPath(), false);

@@ -629,6 +629,9 @@ void DapAdapter::applyBreakpoints()
 
 void DapAdapter::refreshVerified(bool announce)
 {
+    // What was known while the VM lived stays: its end unloads no class.
+    if (events_->ended())
+        return;
     auto& jvm = *handler_->myJVM();
     for (auto& [path, sb] : breakpoints_) {
         const std::string prefix = sb.className + "$";
