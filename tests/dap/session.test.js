@@ -181,7 +181,7 @@ test('breakpoints in a nested, an inner and an anonymous class and in a lambda',
 // calls Loops$Counter.add(int) each round, then add(String) once.
 const loops = marker => lineOf('Loops.java', `// @${marker}`);
 
-test('a condition true once in a loop of 1,000 stops there once, with its value', async t => {
+test('a condition true once in a loop of 1,000 stops there once, with its value; an edited one from there on', async t => {
     const dc = await session(t);
     const caps = await dc.initialize();
     for (const flag of ['supportsConditionalBreakpoints', 'supportsHitConditionalBreakpoints', 'supportsLogPoints',
@@ -189,7 +189,12 @@ test('a condition true once in a loop of 1,000 stops there once, with its value'
         assert.equal(caps[flag], true, flag);
     const add = loops('loops-add');
     await dc.begin('launch', dc.launchArgs('Loops'), { 'Loops.java': [{ line: add, condition: 'i == 500' }] });
-    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i' }), [['breakpoint', add, '500']]);
+    const s = await dc.stopped('breakpoint');
+    assert.equal((await dc.ok('evaluate', { expression: 'i', frameId: s.top.id, context: 'watch' })).result, '500');
+    // Edited while stopped, as an editor sends it: the new condition holds from here on.
+    await dc.ok('setBreakpoints', { source: { path: s.top.source.path }, breakpoints: [{ line: add, condition: 'i == 700' }] });
+    await dc.ok('continue', { threadId: s.threadId });
+    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i' }), [['breakpoint', add, '700']]);
     await dc.outputContaining('stdout', 'loops end 1004 499500');
 });
 
