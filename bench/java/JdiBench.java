@@ -6,6 +6,7 @@
 //
 //   java JdiBench step   cp=... line=... n=... warm=...
 //   java JdiBench values cp=... line=... n=... warm=...
+//   java JdiBench conditional|logpoint cp=... line=... n=... warm=... batch=...
 //   java JdiBench launch cp=... line=... n=...
 //   java JdiBench storm  cp=... class=... line=... n=... [extra=Class:line,...] [rss=1]
 //   java JdiBench dap    cp=... line=... n=... warm=...   (JdiDapBench.java)
@@ -69,6 +70,8 @@ public class JdiBench {
         switch (args.length > 0 ? args[0] : "") {
             case "step": step(); break;
             case "values": values(); break;
+            case "conditional": hits(false); break;
+            case "logpoint": hits(true); break;
             case "launch": launch(); break;
             case "storm": storm(); break;
             case "dap": JdiDapBench.run(); break;
@@ -222,6 +225,45 @@ public class JdiBench {
         });
         if (!text.startsWith("BenchPoint("))
             throw new IllegalStateException("toString gave " + text);
+        kill(vm);
+    }
+
+    // A breakpoint hit as an IDE's conditional breakpoint or logpoint handles
+    // it: the event, the top frame, the local's value, then the compare
+    // (i == -1, never true) or the printed value, and the resume. Samples
+    // are the time per hit over batches of `batch` hits.
+    static void hits(boolean print) throws Exception {
+        int n = intOpt("n", 1000), warm = intOpt("warm", 1500), batch = intOpt("batch", 100);
+        VirtualMachine vm = launchVM("BenchTarget");
+        BreakpointEvent stop = runToBreakpoint(vm, "BenchTarget", intOpt("line", 0));
+        List<Double> samples = new ArrayList<>();
+        List<String> printed = new ArrayList<>();
+        vm.resume();
+        long t0 = System.nanoTime();
+        for (int i = 0; i < warm + n; ++i) {
+            EventSet set = vm.eventQueue().remove();
+            for (Event e : set) {
+                if (!(e instanceof BreakpointEvent))
+                    continue;
+                StackFrame f = ((BreakpointEvent) e).thread().frame(0);
+                Value v = f.getValue(f.visibleVariableByName("i"));
+                if (print)
+                    printed.add(String.valueOf(v));
+                else if (((com.sun.jdi.IntegerValue) v).value() == -1)
+                    throw new IllegalStateException("i is -1");
+            }
+            set.resume();
+            if (i >= warm && (i - warm + 1) % batch == 0) {
+                long t1 = System.nanoTime();
+                samples.add(us(t0, t1) / batch);
+                t0 = t1;
+            } else if (i < warm) {
+                t0 = System.nanoTime();
+            }
+        }
+        print(print ? "logpoint_hit" : "conditional_false_hit", samples);
+        if (print && printed.size() != warm + n)
+            throw new IllegalStateException("printed " + printed.size());
         kill(vm);
     }
 

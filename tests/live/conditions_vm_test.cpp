@@ -158,6 +158,11 @@ TEST_F(LiveConditions, ALogpointPrintsEveryValueAndNeverStops)
     EXPECT_TRUE(log->stops.empty());
     // The VM's start is the only suspension the host hears of.
     EXPECT_EQ(log->count("State(" + std::to_string(VMSuspend) + ")"), 1u) << dump();
+    // Nor does the current stop show where the hits were read.
+    EXPECT_EQ(jvm->currentClassID(), 0);
+    EXPECT_EQ(jvm->currentMethodID(), 0);
+    EXPECT_EQ(jvm->currentFrameID(), 0);
+    EXPECT_FALSE(jvm->frameValid());
 }
 
 TEST_F(LiveConditions, MethodBreakpointsStopInEachOverloadOrInTheOneNamed)
@@ -200,34 +205,48 @@ TEST_F(LiveConditions, MethodBreakpointsStopInEachOverloadOrInTheOneNamed)
     }
 }
 
-TEST_F(LiveConditions, AMethodBreakpointOnALoadedClassWithAConditionAndItsRemoval)
+TEST_F(LiveConditions, OnALoadedClassOptionsChangeAndHitsShareAnEvent)
 {
     jvm->setTargetClassName({"Hits"});
-    ASSERT_TRUE(jvm->addBreakpoint("Hits", line("@loop-body")));
+    const int loopLine = line("@loop-body"), touchLine = line("@touch-body");
+    ASSERT_TRUE(jvm->addBreakpoint("Hits", loopLine));
     ASSERT_TRUE(launch("Hits")) << dump();
     ASSERT_TRUE(waitStop(0)) << dump();
-    ASSERT_TRUE(jvm->removeBreakpoint("Hits", line("@loop-body")));
-    // The class is known: the entries are made at once, one per overload.
-    JXBreakpointOptions options;
-    options.Condition = "i == 700";
-    ASSERT_TRUE(jvm->addMethodBreakpoint("Hits", "touch", "", options));
+    // New options for the breakpoint there: a count the VM keeps from here.
+    JXBreakpointOptions counted;
+    counted.HitCondition = "5";
+    ASSERT_TRUE(jvm->addBreakpoint("Hits", loopLine, counted));
+    EXPECT_TRUE(jvm->breakpoints().front()->HitCountedByVM);
+    resume();
+    ASSERT_TRUE(waitStop(1)) << dump();
+    EXPECT_EQ(value("i"), "5");
+    ASSERT_TRUE(jvm->removeBreakpoint("Hits", loopLine));
+    // The class is known: the method breakpoint's entries are made at once.
+    // Its location is that of the line breakpoint on the method's first
+    // line, so both hits come in one event: one that does not stop must not
+    // resume the other's stop.
+    JXBreakpointOptions at700, at300;
+    at700.Condition = "i == 700";
+    at300.Condition = "i == 300";
+    ASSERT_TRUE(jvm->addMethodBreakpoint("Hits", "touch", "", at700));
     const auto entries = jvm->methodBreakpoints("Hits", "touch");
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_TRUE(entries.front()->UsedByVM);
+    ASSERT_TRUE(jvm->addBreakpoint("Hits", touchLine, at300));
     EXPECT_TRUE(jvm->addMethodBreakpoint("Later", "over"));
-    std::vector<int> lines;
+    std::vector<std::string> seen;
     resume();
     ASSERT_EQ(runCollecting([&] {
-                  lines.push_back(lastStop().line);
-                  if (lines.size() == 1) {
-                      EXPECT_EQ(value("i"), "700");
+                  EXPECT_EQ(lastStop().line, touchLine);
+                  seen.push_back(value("i"));
+                  if (seen.size() == 2) {
                       EXPECT_TRUE(jvm->removeMethodBreakpoint("Later", "over"));
                       EXPECT_TRUE(jvm->methodBreakpoints("Later", "over").empty());
                   }
               }),
-              1)
+              2)
         << dump();
-    EXPECT_EQ(lines, std::vector<int>{line("@touch-body")});
+    EXPECT_EQ(seen, (std::vector<std::string>{"300", "700"}));
 }
 
 } // namespace
