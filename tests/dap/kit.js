@@ -191,10 +191,12 @@ class Client extends DebugClient {
         return this.caps;
     }
 
-    // initialize, `command` (launch or attach), the breakpoints { file: [lines] }
-    // and the exception filters once the adapter is initialized, then
-    // configurationDone; answers the breakpoints as set.
-    async begin(command, args, breakpoints = {}, filters = null) {
+    // initialize, `command` (launch or attach), the breakpoints { file: [line
+    // or { line, condition, hitCondition, logMessage }] }, the function
+    // breakpoints (when given) and the exception filters once the adapter is
+    // initialized, then configurationDone; answers the breakpoints as set
+    // (those of the functions under "functions").
+    async begin(command, args, breakpoints = {}, filters = null, functions = null) {
         if (!this.caps)
             await this.initialize();
         const started = this.raw(command, args, kEventMs);
@@ -203,10 +205,14 @@ class Client extends DebugClient {
         for (const [file, lines] of Object.entries(breakpoints)) {
             const body = await this.ok('setBreakpoints', {
                 source: { path: path.join(env.testsSrc, file) },
-                breakpoints: lines.map(line => ({ line })),
+                breakpoints: lines.map(line => (typeof line === 'number' ? { line } : line)),
             });
             assert.equal(body.breakpoints.length, lines.length);
             verified[file] = body.breakpoints;
+        }
+        if (functions) {
+            verified.functions = (await this.ok('setFunctionBreakpoints', { breakpoints: functions })).breakpoints;
+            assert.equal(verified.functions.length, functions.length);
         }
         // As an editor does: always, so that no stop comes from a default.
         await this.ok('setExceptionBreakpoints', { filters: filters || [] });
@@ -229,6 +235,32 @@ class Client extends DebugClient {
         const st = await this.ok('stackTrace', { threadId: e.body.threadId });
         assert.ok(st.stackFrames.length > 0);
         return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };
+    }
+
+    // A breakpoint as the adapter last described it: its answer, updated by
+    // the breakpoint events about it.
+    breakpointState(bp) {
+        const changes = this.events.filter(e => e.event === 'breakpoint' && bp.id !== undefined &&
+            e.body.breakpoint.id === bp.id);
+        return changes.length ? { ...bp, ...changes[changes.length - 1].body.breakpoint } : bp;
+    }
+
+    // Continues from every stop until the program ends; each stop as [reason,
+    // line, value of the expression `watch` names for that line].
+    async stopsToTheEnd(watch = {}) {
+        const stops = [];
+        for (;;) {
+            const e = await this.message(m => m.type === 'event' && ['stopped', 'exited'].includes(m.event),
+                kEventMs, 'a stop or the end');
+            if (e.event === 'exited')
+                return stops;
+            const top = (await this.ok('stackTrace', { threadId: e.body.threadId, levels: 1 })).stackFrames[0];
+            const expression = watch[top.line];
+            const value = expression &&
+                (await this.ok('evaluate', { expression, frameId: top.id, context: 'watch' })).result;
+            stops.push([e.body.reason, top.line, value]);
+            await this.ok('continue', { threadId: e.body.threadId });
+        }
     }
 
     // name -> variable of the scope whose name matches `pattern` in `frameId`.

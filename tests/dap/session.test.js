@@ -1,7 +1,7 @@
 // krvdbg-dap driven as an editor drives it, against real VMs: a whole
 // session over each transport, values, setting them, breakpoints in classes
-// other than the file's own, an exception stop, output, pause and
-// stopOnEntry.
+// other than the file's own, conditions, hit counts, logpoints and function
+// breakpoints, an exception stop, output, pause and stopOnEntry.
 'use strict';
 
 const assert = require('node:assert/strict');
@@ -219,17 +219,112 @@ test('breakpoints in a nested, an inner and an anonymous class and in a lambda',
     await dc.event('exited');
 
     // Where each breakpoint ended up: its answer, then its breakpoint events.
-    const final = set['Nested.java'].map(bp => {
-        const changes = dc.events.filter(e => e.event === 'breakpoint' && bp.id !== undefined &&
-            e.body.breakpoint.id === bp.id);
-        return changes.length ? { ...bp, ...changes[changes.length - 1].body.breakpoint } : bp;
-    });
+    const final = set['Nested.java'].map(bp => dc.breakpointState(bp));
     for (const [k, bp] of final.slice(0, markers.length).entries())
         assert.equal(bp.verified, true, `${markers[k]}: ${JSON.stringify(bp)}`);
     const noCode = final[markers.length];
     assert.equal(noCode.verified, false, JSON.stringify(noCode));
     assert.ok(noCode.message, `no reason given for line 1: ${JSON.stringify(noCode)}`);
 });
+
+// Loops.java: a loop (1,000 rounds unless its argument says otherwise) that
+// calls Loops$Counter.add(int) each round, then add(String) once.
+const loops = marker => lineOf('Loops.java', `// @${marker}`);
+
+test('a condition true once in a loop of 1,000 stops there once, with its value; an edited one from there on', async t => {
+    const dc = await session(t);
+    const caps = await dc.initialize();
+    for (const flag of ['supportsConditionalBreakpoints', 'supportsHitConditionalBreakpoints', 'supportsLogPoints',
+        'supportsFunctionBreakpoints'])
+        assert.equal(caps[flag], true, flag);
+    const add = loops('loops-add');
+    await dc.begin('launch', dc.launchArgs('Loops'), { 'Loops.java': [{ line: add, condition: 'i == 500' }] });
+    const s = await dc.stopped('breakpoint');
+    assert.equal((await dc.ok('evaluate', { expression: 'i', frameId: s.top.id, context: 'watch' })).result, '500');
+    // Edited while stopped, as an editor sends it: the new condition holds from here on.
+    await dc.ok('setBreakpoints', { source: { path: s.top.source.path }, breakpoints: [{ line: add, condition: 'i == 700' }] });
+    await dc.ok('continue', { threadId: s.threadId });
+    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i' }), [['breakpoint', add, '700']]);
+    await dc.outputContaining('stdout', 'loops end 1004 499500');
+});
+
+test('hit conditions: the Nth hit of a condition, from the Nth hit on, every Nth hit', async t => {
+    const dc = await session(t);
+    const [add, addInt, sum] = ['loops-add', 'counter-add-int', 'counter-sum'].map(loops);
+    await dc.begin('launch', dc.launchArgs('Loops'), { 'Loops.java': [
+        { line: add, condition: 'i >= 100', hitCondition: '3' },
+        { line: addInt, hitCondition: '>= 999' },
+        { line: sum, hitCondition: '% 400' },
+    ] });
+    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i', [addInt]: 'n', [sum]: 'n' }), [
+        ['breakpoint', add, '102'],
+        ['breakpoint', sum, '399'],
+        ['breakpoint', sum, '799'],
+        ['breakpoint', addInt, '998'],
+        ['breakpoint', addInt, '999'],
+    ]);
+});
+
+test('a logpoint writes a line with its place each round and never stops', async t => {
+    const dc = await session(t);
+    const add = loops('loops-add');
+    await dc.begin('launch', dc.launchArgs('Loops', { args: ['100'] }),
+        { 'Loops.java': [{ line: add, logMessage: 'round {i} of {{100}}' }] });
+    await dc.event('exited');
+    const logged = dc.events.filter(e => e.event === 'output' && /^round /.test(e.body.output));
+    assert.deepEqual(logged.map(e => e.body.output), Array.from({ length: 100 }, (_, i) => `round ${i} of {100}\n`));
+    for (const e of logged) {
+        assert.equal(e.body.category, 'console');
+        assert.equal(e.body.line, add);
+        assert.match(e.body.source.path, /Loops\.java$/);
+    }
+    assert.deepEqual(dc.events.filter(e => e.event === 'stopped'), []);
+});
+
+// The function breakpoints given, the stops they make ([reason, marker,
+// value of the watched name]) and the message of each one that cannot be
+// verified (null: verified once its class is loaded).
+const functionCases = [
+    ['one overload', [{ name: 'Loops$Counter.add(java.lang.String)' }, { name: 'add' }, { name: 'Loops$Counter.nosuch' }],
+        [['counter-add-text', '"done"']], [null, /CLASS\.METHOD/, /no method nosuch/]],
+    ['every overload', [{ name: 'Loops$Counter.add' }],
+        [['counter-add-int', '0'], ['counter-add-int', '1'], ['counter-add-int', '2'], ['counter-add-text', '"done"']],
+        [null]],
+];
+for (const [what, functions, stops, messages] of functionCases) {
+    test(`function breakpoints: ${what}`, async t => {
+        const dc = await session(t);
+        const watch = { [loops('counter-add-int')]: 'n', [loops('counter-add-text')]: 'text' };
+        const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), {}, null, functions);
+        assert.deepEqual(set.functions.map(f => f.verified), functions.map(() => false));
+        assert.deepEqual(await dc.stopsToTheEnd(watch),
+            stops.map(([marker, value]) => ['function breakpoint', loops(marker), value]));
+        for (const [k, bp] of set.functions.map(f => dc.breakpointState(f)).entries()) {
+            assert.equal(bp.verified, messages[k] === null, `${functions[k].name}: ${JSON.stringify(bp)}`);
+            if (messages[k])
+                assert.match(bp.message, messages[k], functions[k].name);
+        }
+    });
+}
+
+test('a condition that does not parse is refused with the reason; one that fails at a hit says why, then stops',
+    async t => {
+        const dc = await session(t);
+        const [add, addText] = ['loops-add', 'loops-add-text'].map(loops);
+        const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), { 'Loops.java': [
+            { line: add, condition: 'i >' },
+            { line: addText, condition: 'nosuch > 1' },
+        ] });
+        const refused = set['Loops.java'][0];
+        assert.equal(refused.verified, false);
+        assert.match(refused.message, /condition/);
+        assert.deepEqual(await dc.stopsToTheEnd(), [['breakpoint', addText, undefined]]);
+        const why = dc.events.filter(e => e.event === 'output' && /nosuch/.test(e.body.output));
+        assert.equal(why.length, 1, JSON.stringify(why));
+        assert.ok(['console', 'stderr'].includes(why[0].body.category), why[0].body.category);
+        assert.ok(dc.events.indexOf(why[0]) < dc.events.findIndex(e => e.event === 'stopped'), 'said after the stop');
+        assert.equal(dc.breakpointState(refused).verified, false);
+    });
 
 test('an uncaught exception stops with its text, then the program ends with it', async t => {
     const dc = await session(t);

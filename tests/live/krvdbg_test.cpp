@@ -231,6 +231,89 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
         EXPECT_NE(d["s"].get<std::string>().rfind(" *** ", 0), 0u) << d.dump();
 }
 
+// Loops.java (12 rounds here): a loop that calls Counter.add(int) each round
+// and Counter.add(String) once after it. Each kind of breakpoint stops (or
+// logs) where it says, in order; a condition that does not parse is refused
+// and one that fails at a hit says why before its stop.
+TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
+{
+    const std::string loops = "tests/java/Loops.java";
+    const int add = lineOf(loops, "@loops-add");
+    const int addText = lineOf(loops, "@loops-add-text");
+    const int addInt = lineOf(loops, "@counter-add-int");
+    const int sum = lineOf(loops, "@counter-sum");
+    const int textEntry = lineOf(loops, "@counter-add-text");
+    const std::string script = "stop at Loops:" + std::to_string(add) + " if i >\n" + // refused
+                               "stop at Loops:" + std::to_string(add) + " if i == 7\n" +
+                               "stop at Loops$Counter:" + std::to_string(sum) + " hit % 5\n" +
+                               "log Loops$Counter:" + std::to_string(addInt) + " \"n is {n}\"\n" +
+                               "stop at Loops:" + std::to_string(addText) + " if nosuch > 1\n" +
+                               "stop in Loops$Counter.add(java.lang.String)\n"
+                               "stop\nrun\nprint n\ncont\nprint i\ncont\nprint n\ncont\ncont\nprint text\n"
+                               "clear Loops$Counter.add(java.lang.String)\nstop\ncont\n";
+    const KrvdbgRun run = runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Loops", "12"}, script);
+    ASSERT_EQ(run.status, 0) << run.output;
+    const auto commands = run.commands();
+    ASSERT_FALSE(commands.empty());
+    EXPECT_NE(commands[0].value("error", "").find("condition"), std::string::npos) << commands[0].dump();
+    for (size_t i = 1; i < commands.size(); ++i)
+        EXPECT_FALSE(commands[i].contains("error")) << commands[i].dump();
+
+    // The list shows what each does.
+    const json list = run.commands("stop").front()["result"];
+    ASSERT_EQ(list.size(), 5u) << list.dump();
+    const auto listed = [&](const char* key, const std::string& value) {
+        return std::count_if(list.begin(), list.end(), [&](const json& b) { return b.value(key, "") == value; });
+    };
+    EXPECT_EQ(listed("Condition", "i == 7"), 1) << list.dump();
+    EXPECT_EQ(listed("HitCondition", "% 5"), 1) << list.dump();
+    EXPECT_EQ(listed("LogMessage", "n is {n}"), 1) << list.dump();
+    EXPECT_EQ(listed("Signature", "(java.lang.String)"), 1) << list.dump();
+    EXPECT_EQ(run.commands("stop").back()["result"].size(), 4u) << "cleared: " << run.output;
+
+    // Every 5th pass over the sum, i == 7 once, the failed condition, the
+    // one overload; the logpoint never stops.
+    EXPECT_TRUE(stoppedAt(run.command("run"), "Loops$Counter", sum)) << run.output;
+    const auto conts = run.commands("cont");
+    ASSERT_EQ(conts.size(), 5u) << run.output;
+    EXPECT_TRUE(stoppedAt(conts[0], "Loops", add)) << conts[0].dump();
+    EXPECT_TRUE(stoppedAt(conts[1], "Loops$Counter", sum)) << conts[1].dump();
+    EXPECT_TRUE(stoppedAt(conts[2], "Loops", addText)) << conts[2].dump();
+    EXPECT_TRUE(stoppedAt(conts[3], "Loops$Counter", textEntry)) << conts[3].dump();
+    EXPECT_EQ(conts[4]["result"]["outcome"], "ended");
+    const auto printed = [&](const std::string& command, size_t k) {
+        const auto all = run.commands(command);
+        return k < all.size() ? all[k]["result"].value("value", "?") : "(none)";
+    };
+    EXPECT_EQ(
+        std::make_tuple(printed("print n", 0), printed("print i", 0), printed("print n", 1), printed("print text", 0)),
+        std::make_tuple("4", "7", "9", "done"))
+        << run.output;
+
+    std::vector<std::string> logged;
+    for (const auto& e : run.events("LogpointMessage")) {
+        EXPECT_EQ(std::make_tuple(e["ClassName"], e["LineNr"]), std::make_tuple(json("Loops$Counter"), json(addInt)));
+        logged.push_back(e.value("text", ""));
+    }
+    std::vector<std::string> expected;
+    for (int n = 0; n < 12; ++n)
+        expected.push_back("n is " + std::to_string(n));
+    EXPECT_EQ(logged, expected);
+
+    // The reason comes before the stop it explains.
+    const auto failed = std::find_if(run.lines.begin(), run.lines.end(),
+                                     [](const json& j) { return j.value("event", "") == "ConditionFailed"; });
+    ASSERT_NE(failed, run.lines.end()) << run.output;
+    EXPECT_EQ(std::make_tuple((*failed)["condition"], (*failed)["LineNr"]),
+              std::make_tuple(json("nosuch > 1"), json(addText)));
+    EXPECT_FALSE((*failed).value("reason", "").empty());
+    const auto stopAfter =
+        std::find_if(failed, run.lines.end(), [](const json& j) { return j.value("event", "") == "Breakpoint"; });
+    ASSERT_NE(stopAfter, run.lines.end());
+    EXPECT_EQ((*stopAfter)["LineNr"], addText);
+    EXPECT_NE(run.console().find("loops end 16 66"), std::string::npos) << run.console();
+}
+
 TEST(Krvdbg, StepsIntoTheProgramsOwnClassListsThreadsAndPopsAFrame)
 {
     // No breakpoint and no --target names demo.Cart: it is the program's
@@ -305,19 +388,34 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
 
 TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
 {
-    ListeningVM vm("Sleeper", testsClassPath(), false);
-    ASSERT_GT(vm.port(), 0);
-    ASSERT_NE(vm.process().waitForLine("sleeper ready", 20000), "");
-    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
     // The breakpoint is set before the attach, in a class loaded long before.
-    const std::string script = "stop at Sleeper:" + std::to_string(loop) + "\nrun\nwait 30000\nwhere\nquit\n";
-    const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("wait 30000"), "Sleeper", loop)) << run.output;
-    EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], "main") << run.output;
-    // quit lets an attached VM go: it keeps running.
-    EXPECT_TRUE(processRunning(vm.process().pid()));
+    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
+    const int addInt = lineOf("tests/java/Loops.java", "@counter-add-int");
+    const struct {
+        const char* program;
+        const char* ready;
+        std::string breakpoint;
+        std::string stopClass;
+        int stopLine;
+        std::string method; // of the top frame
+    } cases[] = {
+        {"Sleeper", "sleeper ready", "stop at Sleeper:" + std::to_string(loop), "Sleeper", loop, "main"},
+        {"LoopsForever", "loops forever ready", "stop in Loops$Counter.add(int) if n >= 3", "Loops$Counter", addInt,
+         "add"},
+    };
+    for (const auto& c : cases) {
+        ListeningVM vm(c.program, testsClassPath(), false);
+        ASSERT_GT(vm.port(), 0);
+        ASSERT_NE(vm.process().waitForLine(c.ready, 20000), "");
+        const std::string script = c.breakpoint + "\nrun\nwait 30000\nwhere\nquit\n";
+        const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
+        ASSERT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
+        EXPECT_TRUE(stoppedAt(run.command("wait 30000"), c.stopClass, c.stopLine)) << c.program << run.output;
+        EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], c.method) << run.output;
+        // quit lets an attached VM go: it keeps running.
+        EXPECT_TRUE(processRunning(vm.process().pid()));
+    }
 }
 
 pid_t sleeperPid(ChildProcess& child)

@@ -35,6 +35,7 @@
 #include "ClassNames.h"
 #include "ProgramClasses.h"
 #include "ValueText.h"
+#include "WaitingBreakpoints.h"
 
 namespace krvdbg {
 
@@ -105,6 +106,28 @@ bool executableFound(const std::string& program)
     return false;
 }
 
+bool sameOptions(const JXBreakpointOptions& a, const JXBreakpointOptions& b)
+{
+    return a.Condition == b.Condition && a.HitCondition == b.HitCondition && a.LogMessage == b.LogMessage;
+}
+
+// The options of a source or function breakpoint; absent and empty are alike.
+JXBreakpointOptions optionsOf(const json& b)
+{
+    JXBreakpointOptions o;
+    auto text = [&](const char* key) {
+        if (!b.contains(key) || b[key].is_null())
+            return std::string();
+        if (!b[key].is_string())
+            throw DapError{std::string("\"") + key + "\" must be a string"};
+        return b[key].get<std::string>();
+    };
+    o.Condition = text("condition");
+    o.HitCondition = text("hitCondition");
+    o.LogMessage = text("logMessage");
+    return o;
+}
+
 std::string simpleName(const std::string& internalName)
 {
     const size_t slash = internalName.rfind('/');
@@ -160,6 +183,7 @@ const std::vector<DapAdapter::Row>& DapAdapter::table()
         {"terminate", &DapAdapter::onTerminate, kAfterInit, "after initialize"},
         {"setBreakpoints", &DapAdapter::onSetBreakpoints, kAfterInit, "after initialize"},
         {"setExceptionBreakpoints", &DapAdapter::onSetExceptionBreakpoints, kAfterInit, "after initialize"},
+        {"setFunctionBreakpoints", &DapAdapter::onSetFunctionBreakpoints, kAfterInit, "after initialize"},
         {"threads", &DapAdapter::onThreads, kAfterInit, "after initialize"},
         {"stackTrace", &DapAdapter::onStackTrace, kStopped, "a stopped program"},
         {"scopes", &DapAdapter::onScopes, kStopped, "a stopped program"},
@@ -352,10 +376,10 @@ void DapAdapter::onInitialize(const json& args, json& body)
             {"supportsEvaluateForHovers", true},
             {"supportTerminateDebuggee", true},
             {"supportsDelayedStackTraceLoading", true},
-            {"supportsConditionalBreakpoints", false},
-            {"supportsHitConditionalBreakpoints", false},
-            {"supportsLogPoints", false},
-            {"supportsFunctionBreakpoints", false},
+            {"supportsConditionalBreakpoints", true},
+            {"supportsHitConditionalBreakpoints", true},
+            {"supportsLogPoints", true},
+            {"supportsFunctionBreakpoints", true},
             {"supportsSetVariable", true},
             {"supportsStepBack", false},
             {"supportsRestartRequest", false},
@@ -571,9 +595,7 @@ void DapAdapter::start()
         // Classes loaded before the attach send no prepare event: their
         // breakpoints are set now.
         MessagePump::instance().pumpUntil([&] { return jvm.openingResumed() || events_->ended(); }, kWaitMs);
-        for (const auto& bp : jvm.breakpoints())
-            if (bp && !bp->UsedByVM && !bp->JustStepping && !bp->StopPoint)
-                bp->registerBreakPoint();
+        registerWaitingBreakpoints(jvm);
     }
     threadsDirty_ = true;
 }
@@ -583,7 +605,7 @@ void DapAdapter::start()
 void DapAdapter::applyBreakpoints()
 {
     auto& jvm = *handler_->myJVM();
-    std::set<std::pair<std::string, int64_t>> wanted;
+    std::map<std::pair<std::string, int64_t>, JXBreakpointOptions> wanted;
     for (const auto& [path, sb] : breakpoints_) {
         // The file's nested, local and anonymous classes hold its lines too.
         std::vector<std::string> classes{sb.className};
@@ -591,29 +613,38 @@ void DapAdapter::applyBreakpoints()
         for (const auto& c : programClasses_)
             if (c.compare(0, prefix.size(), prefix) == 0)
                 classes.push_back(c);
-        for (int64_t l : sb.lines)
-            for (const auto& c : classes)
-                wanted.insert({c, l});
+        for (size_t i = 0; i < sb.lines.size(); ++i)
+            if (sb.refused[i].empty())
+                for (const auto& c : classes)
+                    wanted.emplace(std::make_pair(c, sb.lines[i]), sb.options[i]);
     }
-    for (const auto& entry : libraryBreakpoints_)
+    for (const auto& [entry, options] : libraryBreakpoints_)
         if (!wanted.count(entry))
             jvm.removeBreakpoint(entry.first, static_cast<double>(entry.second));
-    for (const auto& entry : wanted)
-        if (!libraryBreakpoints_.count(entry))
-            jvm.addBreakpoint(entry.first, static_cast<double>(entry.second));
+    for (const auto& [entry, options] : wanted) {
+        // Changed options replace those of the entry that is there.
+        auto had = libraryBreakpoints_.find(entry);
+        if (had == libraryBreakpoints_.end() || !sameOptions(had->second, options))
+            jvm.addBreakpoint(entry.first, static_cast<double>(entry.second), options);
+    }
     libraryBreakpoints_ = std::move(wanted);
 }
 
 void DapAdapter::refreshVerified(bool announce)
 {
+    // What was known while the VM lived stays: its end unloads no class.
+    if (events_->ended())
+        return;
     auto& jvm = *handler_->myJVM();
     for (auto& [path, sb] : breakpoints_) {
         const std::string prefix = sb.className + "$";
         for (size_t i = 0; i < sb.lines.size(); ++i) {
+            if (!sb.refused[i].empty())
+                continue; // stays unverified with the parser's reason
             bool verified = false;
             bool outerLoaded = false;
             for (const auto& bp : jvm.breakpoints()) {
-                if (!bp || bp->StopPoint || bp->LineNr != static_cast<double>(sb.lines[i]))
+                if (!bp || bp->StopPoint || bp->MethodEntry || bp->LineNr != static_cast<double>(sb.lines[i]))
                     continue;
                 if (bp->ClassName == sb.className || bp->ClassName.compare(0, prefix.size(), prefix) == 0)
                     verified = verified || bp->UsedByVM;
@@ -640,6 +671,7 @@ void DapAdapter::refreshVerified(bool announce)
             }
         }
     }
+    refreshFunctionVerified(announce);
 }
 
 void DapAdapter::onSetBreakpoints(const json& args, json& body)
@@ -649,12 +681,16 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
     if (path.empty())
         throw DapError{"setBreakpoints needs source.path: the .java file"};
     std::vector<int64_t> lines;
+    std::vector<JXBreakpointOptions> options;
     if (args.contains("breakpoints") && args["breakpoints"].is_array()) {
-        for (const auto& b : args["breakpoints"])
+        for (const auto& b : args["breakpoints"]) {
             lines.push_back(line(b.at("line").get<int64_t>()));
+            options.push_back(optionsOf(b));
+        }
     } else if (args.contains("lines") && args["lines"].is_array()) {
         for (const auto& l : args["lines"])
             lines.push_back(line(l.get<int64_t>()));
+        options.resize(lines.size());
     }
     const auto cls = sources_.classOfFile(path);
     if (!cls) {
@@ -672,7 +708,8 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
     SourceBreakpoints sb;
     sb.className = *cls;
     auto old = breakpoints_.find(path);
-    for (int64_t l : lines) {
+    for (size_t k = 0; k < lines.size(); ++k) {
+        const int64_t l = lines[k];
         if (std::find(sb.lines.begin(), sb.lines.end(), l) != sb.lines.end())
             continue;
         int64_t id = 0;
@@ -680,10 +717,13 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
             for (size_t i = 0; i < old->second.lines.size(); ++i)
                 if (old->second.lines[i] == l)
                     id = old->second.ids[i];
+        const std::string refused = JXMachine::checkBreakpointOptions(options[k]);
         sb.lines.push_back(l);
         sb.ids.push_back(id ? id : nextBreakpointId_++);
         sb.verified.push_back(false);
-        sb.messages.push_back({});
+        sb.messages.push_back(refused);
+        sb.options.push_back(options[k]);
+        sb.refused.push_back(refused);
     }
     breakpoints_[path] = sb;
     applyBreakpoints();
@@ -701,6 +741,110 @@ void DapAdapter::onSetBreakpoints(const json& args, json& body)
         list.push_back(b);
     }
     body = {{"breakpoints", list}};
+}
+
+void DapAdapter::onSetFunctionBreakpoints(const json& args, json& body)
+{
+    auto& jvm = *handler_->myJVM();
+    if (!args.contains("breakpoints") || !args["breakpoints"].is_array())
+        throw DapError{"setFunctionBreakpoints needs \"breakpoints\": an array of {name}"};
+    std::vector<FunctionBreakpoint> now;
+    for (const auto& b : args["breakpoints"]) {
+        if (!b.is_object() || !b.contains("name") || !b["name"].is_string())
+            throw DapError{"each function breakpoint needs a \"name\" such as demo.Cart.add or demo.Cart.add(int)"};
+        FunctionBreakpoint f;
+        f.name = b["name"].get<std::string>();
+        f.options = optionsOf(b);
+        ClassNames::Method m;
+        std::string error;
+        if (!ClassNames::parseMethod(f.name, m, error))
+            f.refused = (error.empty() ? std::string("not a method name") : error) +
+                        ": expected CLASS.METHOD or "
+                        "CLASS.METHOD(TYPES), e.g. demo.Cart.add or demo.Cart.add(int)";
+        else
+            f.refused = JXMachine::checkBreakpointOptions(f.options);
+        f.className = ClassNames::toInternal(m.className);
+        f.method = m.method;
+        f.parameters = m.parameters;
+        f.message = f.refused;
+        // The same name keeps its id (and the state known of it).
+        for (const auto& old : functionBreakpoints_)
+            if (old.name == f.name) {
+                f.id = old.id;
+                if (f.refused.empty() && old.refused.empty()) {
+                    f.verified = old.verified;
+                    f.message = old.message;
+                }
+            }
+        if (f.id == 0)
+            f.id = nextBreakpointId_++;
+        now.push_back(std::move(f));
+    }
+    auto key = [](const FunctionBreakpoint& f) { return std::tie(f.className, f.method, f.parameters); };
+    for (const auto& old : functionBreakpoints_) {
+        if (!old.refused.empty())
+            continue;
+        const bool kept = std::any_of(now.begin(), now.end(), [&](const FunctionBreakpoint& f) {
+            return f.refused.empty() && key(f) == key(old);
+        });
+        if (!kept)
+            jvm.removeMethodBreakpoint(old.className, old.method, old.parameters);
+    }
+    for (const auto& f : now) {
+        if (!f.refused.empty())
+            continue;
+        const auto had = std::find_if(functionBreakpoints_.begin(), functionBreakpoints_.end(),
+                                      [&](const auto& old) { return old.refused.empty() && key(old) == key(f); });
+        if (had == functionBreakpoints_.end() || !sameOptions(had->options, f.options))
+            jvm.addMethodBreakpoint(f.className, f.method, f.parameters, f.options);
+    }
+    functionBreakpoints_ = std::move(now);
+    refreshFunctionVerified(false);
+    json list = json::array();
+    for (const auto& f : functionBreakpoints_)
+        list.push_back(functionBreakpointJson(f));
+    body = {{"breakpoints", list}};
+}
+
+json DapAdapter::functionBreakpointJson(const FunctionBreakpoint& f) const
+{
+    json b = {{"id", f.id}, {"verified", f.verified}};
+    if (!f.message.empty())
+        b["message"] = f.message;
+    return b;
+}
+
+void DapAdapter::refreshFunctionVerified(bool announce)
+{
+    auto& jvm = *handler_->myJVM();
+    const bool alive = events_->connected() && !events_->ended();
+    for (auto& f : functionBreakpoints_) {
+        if (!f.refused.empty())
+            continue;
+        bool verified = false;
+        for (const auto& bp : jvm.methodBreakpoints(f.className, f.method, f.parameters))
+            verified = verified || (bp && bp->UsedByVM);
+        std::string message;
+        if (!verified)
+            message = alive && jvm.getClassByName(f.className, false)
+                          ? ClassNames::toJava(f.className) + " has no method " + f.method + f.parameters
+                          : ClassNames::toJava(f.className) + " is not loaded yet";
+        if (verified == f.verified && message == f.message)
+            continue;
+        f.verified = verified;
+        f.message = message;
+        if (announce)
+            emit("breakpoint", {{"reason", "changed"}, {"breakpoint", functionBreakpointJson(f)}});
+    }
+}
+
+bool DapAdapter::atFunctionBreakpoint(const DebuggeeStop& stop) const
+{
+    for (const auto& bp : handler_->myJVM()->breakpoints())
+        if (bp && bp->MethodEntry && bp->UsedByVM && bp->location().MethodID == stop.methodID &&
+            bp->location().Index == stop.index)
+            return true;
+    return false;
 }
 
 void DapAdapter::onSetExceptionBreakpoints(const json& args, json& body)
@@ -1176,8 +1320,16 @@ void DapAdapter::poll()
     if (!pendingStart_.is_null() && !configurationDone_ && GetTickCount() - pendingSince_ >= kConfigurationWaitMs)
         startPending();
     auto& jvm = *handler_->myJVM();
-    for (auto& o : events_->output())
-        emit("output", {{"category", o.category}, {"output", o.text}});
+    for (auto& o : events_->output()) {
+        json body = {{"category", o.category}, {"output", o.text}};
+        // A logpoint's line, or a failed condition, points at its breakpoint.
+        const std::string path = o.className.empty() ? std::string() : sources_.fileOfClass(o.className);
+        if (!path.empty()) {
+            body["source"] = {{"name", fs::path(path).filename().string()}, {"path", path}};
+            body["line"] = clientLine(o.line);
+        }
+        emit("output", body);
+    }
     events_->output().clear();
     if (threadsDirty_ && state_ == State::Running)
         refreshThreads();
@@ -1205,13 +1357,16 @@ void DapAdapter::poll()
             entryArmed_ = false;
             jvm.removeStopPoint(stop.className, "main", 0);
             reason = "entry";
-        } else if (stop.stepExpected) {
+        } else {
             // A step may end on a breakpoint's line without reaching the
             // breakpoint (back from a call, mid-line): that is the step's stop.
             const auto bp = jvm.getBreakPoint(stop.className, stop.line);
             const bool atBreakpoint =
                 bp && bp->UsedByVM && bp->location().MethodID == stop.methodID && bp->location().Index == stop.index;
-            reason = atBreakpoint ? "breakpoint" : "step";
+            if (!atBreakpoint && atFunctionBreakpoint(stop))
+                reason = "function breakpoint";
+            else if (stop.stepExpected && !atBreakpoint)
+                reason = "step";
         }
         body["reason"] = reason;
         state_ = State::Stopped;

@@ -18,6 +18,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <jdwpkrvdbg/model/JXBreakpoint.h>
+
 #include "DebuggeeEvents.h"
 #include "SourceMap.h"
 #include "ValueReader.h"
@@ -92,6 +94,21 @@ private:
         std::vector<int64_t> ids;
         std::vector<bool> verified;
         std::vector<std::string> messages;
+        std::vector<jdwpkrvdbg::JXBreakpointOptions> options;
+        std::vector<std::string> refused; // why the options were refused, "" when they are fine
+    };
+    // One entry of setFunctionBreakpoints: a method's entry, every overload
+    // or one; refused (with the reason as its message) when its name or
+    // options do not parse.
+    struct FunctionBreakpoint {
+        std::string name;      // as the client gave it
+        std::string className; // internal form
+        std::string method, parameters;
+        jdwpkrvdbg::JXBreakpointOptions options;
+        int64_t id = 0;
+        bool verified = false;
+        std::string message;
+        std::string refused;
     };
 
     void respond(const json& request, bool success, json body, const std::string& message);
@@ -105,6 +122,7 @@ private:
     void onTerminate(const json&, json&);
     void onSetBreakpoints(const json&, json&);
     void onSetExceptionBreakpoints(const json&, json&);
+    void onSetFunctionBreakpoints(const json&, json&);
     void onThreads(const json&, json&);
     void onStackTrace(const json&, json&);
     void onScopes(const json&, json&);
@@ -127,6 +145,11 @@ private:
     void step(const json& arguments, int depth);
     void applyBreakpoints();
     void refreshVerified(bool announce);
+    // The function breakpoints' states, each changed one announced when `announce`.
+    void refreshFunctionVerified(bool announce);
+    // Whether a stop is at the entry of a method breakpoint's method.
+    bool atFunctionBreakpoint(const DebuggeeStop& stop) const;
+    json functionBreakpointJson(const FunctionBreakpoint& f) const;
     void refreshThreads();
     void finishEnd();
     const FrameRef& frameOf(const json& arguments, const char* key);
@@ -155,8 +178,10 @@ private:
 
     std::shared_ptr<jdwpkrvdbg::JDWPHandler> handler_;
     std::shared_ptr<DebuggeeEvents> events_;
-    std::map<std::string, SourceBreakpoints> breakpoints_;         // by source path
-    std::set<std::pair<std::string, int64_t>> libraryBreakpoints_; // (class, line) entries we added
+    std::map<std::string, SourceBreakpoints> breakpoints_; // by source path
+    // (class, line) entries we added, with the options they were given.
+    std::map<std::pair<std::string, int64_t>, jdwpkrvdbg::JXBreakpointOptions> libraryBreakpoints_;
+    std::vector<FunctionBreakpoint> functionBreakpoints_;
     std::vector<std::string> programClasses_;
     std::map<int64_t, std::string> threads_; // id -> name, as last announced
     std::map<int64_t, int64_t> frameCounts_; // per thread, until the program resumes

@@ -16,7 +16,7 @@ std::string DebuggeeEvents::lfOnly(const std::string& s)
 void DebuggeeEvents::Message(const std::string& Prompt, int32_t, const std::string& Title)
 {
     lastMessage_ = lfOnly(Prompt);
-    output_.push_back({"console", (Title.empty() ? std::string() : Title + ": ") + lastMessage_ + "\n"});
+    output_.push_back({"console", (Title.empty() ? std::string() : Title + ": ") + lastMessage_ + "\n", {}, 0});
 }
 
 void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
@@ -40,17 +40,31 @@ void DebuggeeEvents::DebugMessage(const std::string& s)
     std::string text = lfOnly(s);
     if (text.empty() || text.back() != '\n')
         text += '\n';
-    output_.push_back({"console", text});
+    output_.push_back({"console", text, {}, 0});
 }
 
 void DebuggeeEvents::ConsoleMessage(const std::string& s)
 {
-    output_.push_back({"stdout", lfOnly(s)});
+    output_.push_back({"stdout", lfOnly(s), {}, 0});
 }
 
 void DebuggeeEvents::ConsoleErrorMessage(const std::string& s)
 {
-    output_.push_back({"stderr", lfOnly(s)});
+    output_.push_back({"stderr", lfOnly(s), {}, 0});
+}
+
+void DebuggeeEvents::LogpointMessage(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
+{
+    output_.push_back({"console", lfOnly(text) + "\n", ClassName, LineNr});
+}
+
+void DebuggeeEvents::ConditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                                     const std::string& reason)
+{
+    // Comes just before the stop it explains, which the adapter reports after
+    // the output queued before it.
+    output_.push_back({"console", "The breakpoint condition " + condition + " could not be evaluated: " + reason + "\n",
+                       ClassName, LineNr});
 }
 
 void DebuggeeEvents::Exception(const std::string& s)

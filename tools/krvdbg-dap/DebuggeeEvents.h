@@ -27,6 +27,8 @@ struct DebuggeeStop : StopPlace {
 struct DebuggeeOutput {
     std::string category; // stdout, stderr, console
     std::string text;
+    std::string className; // where a logpoint or a condition is (internal form), else ""
+    int32_t line = 0;
 };
 
 class DebuggeeEvents : public jdwpkrvdbg::JXMachineEvents {
@@ -42,6 +44,10 @@ public:
     void ConsoleMessage(const std::string& s) override;
     void ConsoleErrorMessage(const std::string& s) override;
     void Exception(const std::string& s) override;
+    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
+                         const std::string& text) override;
+    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                         const std::string& reason) override;
 
     void expectStep() { stepExpected_ = true; }
     void clearStep() { stepExpected_ = false; }

@@ -33,16 +33,12 @@ std::string CommandSyntax::stripComment(const std::string& line)
     // A '#' inside a double-quoted string (set s = "a #1") is text.
     bool quoted = false;
     for (size_t i = 0; i < line.size(); ++i) {
-        if (quoted) {
-            if (line[i] == '\\')
-                ++i; // the escaped character, a quote too
-            else if (line[i] == '"')
-                quoted = false;
-        } else if (line[i] == '"') {
-            quoted = true;
-        } else if (line[i] == '#' && (i == 0 || isBlank(line[i - 1]))) {
+        if (quoted && line[i] == '\\')
+            ++i;
+        else if (line[i] == '"')
+            quoted = !quoted;
+        else if (!quoted && line[i] == '#' && (i == 0 || isBlank(line[i - 1])))
             return trim(line.substr(0, i));
-        }
     }
     return trim(line);
 }
@@ -100,13 +96,6 @@ bool CommandSyntax::parseLinePlace(const std::string& text, LinePlace& out)
     return true;
 }
 
-namespace {
-bool isMethodName(const std::string& m)
-{
-    return CommandSyntax::isIdentifier(m) || m == "<init>" || m == "<clinit>";
-}
-} // namespace
-
 bool CommandSyntax::parseCodePlace(const std::string& text, CodePlace& out)
 {
     std::string head = text;
@@ -122,10 +111,147 @@ bool CommandSyntax::parseCodePlace(const std::string& text, CodePlace& out)
         return false;
     const std::string cls = head.substr(0, dot);
     const std::string method = head.substr(dot + 1);
-    if (!ClassNames::isValid(cls) || !isMethodName(method))
+    if (!ClassNames::isValid(cls) || !ClassNames::isMethodName(method))
         return false;
     out = {cls, method, static_cast<int>(offset)};
     return true;
+}
+
+namespace {
+
+// Where the word `word` begins in `text` from `from` on, standing alone
+// (blanks or the ends around it) and outside quotes; npos when it is not there.
+size_t findWord(const std::string& text, const std::string& word, size_t from)
+{
+    char quote = 0;
+    for (size_t i = from; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quote) {
+            if (c == '\\')
+                ++i;
+            else if (c == quote)
+                quote = 0;
+            continue;
+        }
+        if (c == '"' || c == '\'') {
+            quote = c;
+            continue;
+        }
+        if ((i == 0 || isBlank(text[i - 1])) && text.compare(i, word.size(), word) == 0 &&
+            (i + word.size() == text.size() || isBlank(text[i + word.size()])))
+            return i;
+    }
+    return std::string::npos;
+}
+
+} // namespace
+
+bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, BreakpointSpec& out, std::string& error)
+{
+    error.clear();
+    const std::string s = trim(text);
+    // The place: up to the first blank outside a parameter list.
+    size_t end = 0;
+    while (end < s.size() && !isBlank(s[end])) {
+        if (s[end] == '(') {
+            end = s.find(')', end);
+            if (end == std::string::npos) {
+                error = "the parameter list has no ')'";
+                return false;
+            }
+        }
+        ++end;
+    }
+    const std::string placeText = s.substr(0, end);
+    BreakpointSpec spec;
+    const size_t paren = placeText.find('(');
+    if (paren != std::string::npos) {
+        ClassNames::Method method;
+        if (placeText.find('+') < paren || !ClassNames::parseMethod(placeText, method, error))
+            return false;
+        spec.kind = BreakpointSpec::Kind::Method;
+        spec.code = {method.className, method.method, 0};
+        spec.parameters = method.parameters;
+    } else if (parseLinePlace(placeText, spec.line)) {
+        spec.kind = BreakpointSpec::Kind::Line;
+    } else if (parseCodePlace(placeText, spec.code)) {
+        spec.kind =
+            placeText.find('+') != std::string::npos ? BreakpointSpec::Kind::StopPoint : BreakpointSpec::Kind::Method;
+    } else {
+        return false;
+    }
+
+    std::string rest = trim(s.substr(end));
+    if (log) {
+        if (rest.empty()) {
+            error = "expected the message to log, e.g. \"count is {count}\"";
+            return false;
+        }
+        if (rest.front() != '"') {
+            // Unquoted: the rest of the line is the message.
+            spec.logMessage = rest;
+            rest.clear();
+        } else {
+            size_t i = 1;
+            for (; i < rest.size() && rest[i] != '"'; ++i) {
+                if (rest[i] == '\\' && i + 1 < rest.size() && (rest[i + 1] == '"' || rest[i + 1] == '\\'))
+                    ++i;
+                spec.logMessage += rest[i];
+            }
+            if (i >= rest.size()) {
+                error = "the log message has no closing '\"'";
+                return false;
+            }
+            if (spec.logMessage.empty()) {
+                error = "the log message is empty";
+                return false;
+            }
+            rest = trim(rest.substr(i + 1));
+        }
+    }
+
+    // The clauses, each once, in any order; each runs to the next one.
+    bool sawIf = false, sawHit = false;
+    while (!rest.empty()) {
+        const bool isIf = findWord(rest, "if", 0) == 0;
+        const bool isHit = findWord(rest, "hit", 0) == 0;
+        if (!isIf && !isHit) {
+            error = "unexpected '" + rest + "': expected if CONDITION or hit N | >= N | % N";
+            return false;
+        }
+        if ((isIf && sawIf) || (isHit && sawHit)) {
+            error = std::string(isIf ? "if" : "hit") + " is given twice";
+            return false;
+        }
+        const size_t from = isIf ? 2 : 3;
+        const size_t next = findWord(rest, isIf ? "hit" : "if", from);
+        const std::string clause = trim(rest.substr(from, next == std::string::npos ? std::string::npos : next - from));
+        if (clause.empty()) {
+            error = isIf ? "expected a condition after 'if'" : "expected N, >= N or % N after 'hit'";
+            return false;
+        }
+        (isIf ? spec.condition : spec.hitCondition) = clause;
+        (isIf ? sawIf : sawHit) = true;
+        rest = next == std::string::npos ? std::string() : rest.substr(next);
+    }
+    if (spec.kind == BreakpointSpec::Kind::StopPoint && (sawIf || sawHit || log)) {
+        error = "a stop point at a code index takes no condition, hit count or message (without +OFFSET it is a "
+                "method breakpoint, which does)";
+        return false;
+    }
+    out = spec;
+    return true;
+}
+
+std::string CommandSyntax::quote(const std::string& text)
+{
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        out += c;
+    }
+    return out + "\"";
 }
 
 bool CommandSyntax::parseExpression(const std::string& text, Expression& out)

@@ -34,9 +34,14 @@ constexpr uint32_t kDefaultWaitMs = 30000;
 // How long suspend/resume wait for the VM to confirm the new state.
 constexpr uint32_t kStateConfirmMs = 2000;
 
-const char* kUsageStopAt = "stop at CLASS:LINE (e.g. stop at demo.Cart:14)";
-const char* kUsageStopIn = "stop in CLASS.METHOD[+OFFSET] (e.g. stop in demo.Item.getPrice+1)";
-const char* kUsageClear = "clear CLASS:LINE, clear CLASS.METHOD[+OFFSET], or clear alone to list them";
+const char* kUsageStopAt =
+    "stop at CLASS:LINE [if CONDITION] [hit N | >= N | % N] (e.g. stop at demo.Cart:14 if count > 2)";
+const char* kUsageStopIn = "stop in CLASS.METHOD[(TYPES)] [if CONDITION] [hit ...] or stop in CLASS.METHOD+OFFSET "
+                           "(e.g. stop in demo.Cart.add(demo.Item), stop in demo.Item.getPrice+1)";
+const char* kUsageLog = "log CLASS:LINE \"TEXT {EXPRESSION}\" [if CONDITION] [hit N | >= N | % N] "
+                        "(e.g. log demo.Cart:17 \"count is {count}\")";
+const char* kUsageClear =
+    "clear CLASS:LINE, clear CLASS.METHOD[(TYPES)], clear CLASS.METHOD+OFFSET, or clear alone to list them";
 const char* kUsagePrint = "print NAME[.NAME...] [in CLASS] (e.g. print item.name)";
 const char* kUsageSet = "set NAME[.NAME...] [in CLASS] = VALUE (e.g. set item.price = 99, set s = \"text\")";
 const char* kUsageRedefine = "redefine CLASS FILE.class";
@@ -50,6 +55,51 @@ std::string lineText(const std::string& javaClass, int line)
 std::string codeText(const CodePlace& p)
 {
     return p.className + "." + p.method + "+" + std::to_string(p.offset);
+}
+
+JXBreakpointOptions optionsOf(const BreakpointSpec& spec)
+{
+    JXBreakpointOptions o;
+    o.Condition = spec.condition;
+    o.HitCondition = spec.hitCondition;
+    o.LogMessage = spec.logMessage;
+    return o;
+}
+
+// What a breakpoint does beyond stopping, as the commands write it.
+std::string optionsText(const JXBreakpointOptions& o)
+{
+    std::string text;
+    if (!o.LogMessage.empty())
+        text += " " + CommandSyntax::quote(o.LogMessage);
+    if (!o.Condition.empty())
+        text += " if " + o.Condition;
+    if (!o.HitCondition.empty())
+        text += " hit " + o.HitCondition;
+    return text;
+}
+
+void addOptionsJson(json& j, const JXBreakpointOptions& o)
+{
+    if (!o.Condition.empty())
+        j["Condition"] = o.Condition;
+    if (!o.HitCondition.empty())
+        j["HitCondition"] = o.HitCondition;
+    if (!o.LogMessage.empty())
+        j["LogMessage"] = o.LogMessage;
+}
+
+// The text after the first `count` words of a command line.
+std::string afterWords(const std::string& line, size_t count)
+{
+    size_t i = 0;
+    for (size_t w = 0; w < count; ++w) {
+        while (i < line.size() && (line[i] == ' ' || line[i] == '\t'))
+            ++i;
+        while (i < line.size() && line[i] != ' ' && line[i] != '\t')
+            ++i;
+    }
+    return line.substr(i);
 }
 
 json numberOrText(const std::string& s)
@@ -167,22 +217,35 @@ const std::vector<Commands::Verb>& Commands::verbs()
     static const std::vector<Verb> table{
         {{"stop"},
          -1,
-         {{"stop at CLASS:LINE", "breakpoint on a source line (also before the class loads)"},
-          {"stop in CLASS.METHOD[+OFFSET]", "stop point at a code index of a method (default 0)"},
-          {"stop", "list breakpoints and stop points"}},
+         {{"stop at CLASS:LINE [if COND] [hit N]", "breakpoint on a source line (also before the class loads);\n"
+                                                   "if: only where COND holds (count > 2 && item != null);\n"
+                                                   "hit N: the Nth hit only; hit >= N: from the Nth on;\n"
+                                                   "hit % N: every Nth (hits where COND holds)"},
+          {"stop in CLASS.METHOD[(TYPES)] [if COND] [hit N]",
+           "on entry to a method: every overload, or the one of the\n"
+           "Java parameter types (stop in demo.Cart.add(demo.Item))"},
+          {"stop in CLASS.METHOD+OFFSET", "stop point at a code index of a method"},
+          {"stop", "list breakpoints, logpoints and stop points"}},
          [](Commands& c, const std::string& cmd, const Args& args) {
              if (args.empty())
                  return c.listBreakpoints(cmd);
-             if (args.size() == 2 && args[0] == "at")
-                 return c.stopAt(cmd, args[1]);
-             if (args.size() == 2 && args[0] == "in")
-                 return c.stopIn(cmd, args[1]);
+             if (args[0] == "at" || args[0] == "in")
+                 return c.setBreakpoint(cmd, afterWords(cmd, 1), false);
              return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt + " or " + kUsageStopIn);
+         }},
+        {{"log"},
+         -1,
+         {{"log CLASS:LINE \"TEXT {EXPR}\" [if COND] [hit N]",
+           "logpoint: prints TEXT with each {EXPR} filled in at each hit\n"
+           "and the program goes on ({{ and }} for braces; log\n"
+           "CLASS.METHOD[(TYPES)] \"TEXT\" logs a method's entry)"}},
+         [](Commands& c, const std::string& cmd, const Args&) {
+             return c.setBreakpoint(cmd, afterWords(cmd, 1), true);
          }},
         {{"clear"},
          -1,
-         {{"clear CLASS:LINE | clear CLASS.METHOD[+OFFSET]", "remove one; clear alone lists them"}},
-         [](Commands& c, const std::string& cmd, const Args& args) { return c.clear(cmd, args); }},
+         {{"clear CLASS:LINE | clear CLASS.METHOD[(TYPES)|+OFFSET]", "remove one; clear alone lists them"}},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.clear(cmd, afterWords(cmd, 1)); }},
         {{"run"},
          0,
          {{"run", "start the program and wait for the first stop or its end\n"
@@ -275,10 +338,15 @@ std::vector<std::string> Commands::helpLines()
     std::vector<std::string> lines{"Commands (class names as Java writes them: pkg.Name, pkg.Outer$Inner):"};
     for (const Verb& v : verbs()) {
         for (const HelpLine& h : v.help) {
-            // The text starts at its column, or three blanks after a long usage.
+            // The text starts at its column; a usage too long for that has
+            // a line of its own.
             const std::string usage = std::string("  ") + h.usage;
             const std::string text = h.text;
-            std::string line = usage + std::string(usage.size() < kTextColumn ? kTextColumn - usage.size() : 3, ' ');
+            std::string line = usage + std::string(kTextColumn - std::min(usage.size(), kTextColumn), ' ');
+            if (usage.size() >= kTextColumn) {
+                lines.push_back(usage);
+                line = std::string(kTextColumn, ' ');
+            }
             for (size_t start = 0;;) {
                 const size_t end = text.find('\n', start);
                 lines.push_back(line + text.substr(start, end == std::string::npos ? end : end - start));
@@ -340,36 +408,104 @@ std::optional<CommandOutcome> Commands::requireSuspended(const std::string& cmd)
     return std::nullopt;
 }
 
-CommandOutcome Commands::stopAt(const std::string& cmd, const std::string& placeText)
+CommandOutcome Commands::setBreakpoint(const std::string& cmd, const std::string& text, bool log)
 {
-    LinePlace place;
-    if (!CommandSyntax::parseLinePlace(placeText, place))
-        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopAt);
-    const std::string internal = ClassNames::toInternal(place.className);
+    // stop: "at" takes a line, "in" a method; log: either.
+    const std::string verbWord = log ? std::string() : CommandSyntax::words(text).front();
+    BreakpointSpec spec;
+    std::string error;
+    const bool parsed = CommandSyntax::parseBreakpoint(log ? text : afterWords(text, 1), log, spec, error);
+    const bool lineWanted = verbWord == "at";
+    if (!parsed || (!log && lineWanted != (spec.kind == BreakpointSpec::Kind::Line))) {
+        const char* usage = log ? kUsageLog : lineWanted ? kUsageStopAt : kUsageStopIn;
+        return CommandOutcome::failure(cmd, error.empty() || (parsed && !log) ? std::string("expected ") + usage
+                                                                              : error + " (" + usage + ")");
+    }
+    switch (spec.kind) {
+    case BreakpointSpec::Kind::Line:
+        return setLineBreakpoint(cmd, spec);
+    case BreakpointSpec::Kind::Method:
+        return setMethodBreakpoint(cmd, spec);
+    case BreakpointSpec::Kind::StopPoint:
+        break;
+    }
+    return setStopPoint(cmd, spec);
+}
+
+CommandOutcome Commands::setLineBreakpoint(const std::string& cmd, const BreakpointSpec& spec)
+{
+    const JXBreakpointOptions options = optionsOf(spec);
+    // Refused before anything changes, with the parser's reason.
+    if (const std::string why = JXMachine::checkBreakpointOptions(options); !why.empty())
+        return CommandOutcome::failure(cmd, why);
+    const std::string internal = ClassNames::toInternal(spec.line.className);
     const std::string java = ClassNames::toJava(internal);
+    const int line = spec.line.line;
     session_.addTarget(internal);
     auto& jvm = session_.jvm();
-    jvm.addBreakpoint(internal, place.line);
-    const auto bp = jvm.getBreakPoint(internal, place.line);
+    if (!jvm.addBreakpoint(internal, line, options))
+        return CommandOutcome::failure(cmd, "the library refused the breakpoint at " + lineText(java, line));
+    const auto bp = jvm.getBreakPoint(internal, line);
     const bool registered = bp && bp->UsedByVM;
     CommandOutcome o;
     o.command = cmd;
-    o.result = {{"ClassName", internal}, {"LineNr", place.line}, {"registered", registered}};
+    o.result = {{"ClassName", internal}, {"LineNr", line}, {"registered", registered}};
+    addOptionsJson(o.result, options);
+    const std::string what = options.LogMessage.empty() ? "Breakpoint" : "Logpoint";
+    const std::string place = lineText(java, line) + optionsText(options);
     if (registered)
-        o.text.push_back("Breakpoint set at " + lineText(java, place.line));
+        o.text.push_back(what + " set at " + place);
     else if (session_.alive() && jvm.getClassByName(internal, false))
-        o.text.push_back("Breakpoint at " + lineText(java, place.line) + " is pending: the class has no code on line " +
-                         std::to_string(place.line));
+        o.text.push_back(what + " at " + place + " is pending: the class has no code on line " + std::to_string(line));
     else
-        o.text.push_back("Deferred breakpoint " + lineText(java, place.line) + ": it is set when the class is loaded");
+        o.text.push_back("Deferred " + (options.LogMessage.empty() ? std::string("breakpoint") : "logpoint") + " " +
+                         place + ": it is set when the class is loaded");
     return o;
 }
 
-CommandOutcome Commands::stopIn(const std::string& cmd, const std::string& placeText)
+CommandOutcome Commands::setMethodBreakpoint(const std::string& cmd, const BreakpointSpec& spec)
 {
-    CodePlace place;
-    if (!CommandSyntax::parseCodePlace(placeText, place))
-        return CommandOutcome::failure(cmd, std::string("expected ") + kUsageStopIn);
+    const JXBreakpointOptions options = optionsOf(spec);
+    if (const std::string why = JXMachine::checkBreakpointOptions(options); !why.empty())
+        return CommandOutcome::failure(cmd, why);
+    const std::string internal = ClassNames::toInternal(spec.code.className);
+    const std::string place = ClassNames::toJava(internal) + "." + spec.code.method + spec.parameters;
+    session_.addTarget(internal);
+    auto& jvm = session_.jvm();
+    if (!jvm.addMethodBreakpoint(internal, spec.code.method, spec.parameters, options))
+        return CommandOutcome::failure(cmd, "the library refused the method breakpoint in " + place);
+    const MethodBreakpoint asked{internal, spec.code.method, spec.parameters};
+    if (std::none_of(methodBreakpoints_.begin(), methodBreakpoints_.end(), [&](const MethodBreakpoint& m) {
+            return m.className == asked.className && m.method == asked.method && m.parameters == asked.parameters;
+        }))
+        methodBreakpoints_.push_back(asked);
+    size_t overloads = 0;
+    for (const auto& bp : jvm.methodBreakpoints(internal, spec.code.method, spec.parameters))
+        overloads += bp && bp->UsedByVM ? 1 : 0;
+    CommandOutcome o;
+    o.command = cmd;
+    o.result = {{"ClassName", internal}, {"MethodName", spec.code.method}, {"Signature", spec.parameters},
+                {"MethodEntry", true},   {"registered", overloads > 0},    {"overloads", overloads}};
+    addOptionsJson(o.result, options);
+    const std::string what = options.LogMessage.empty() ? "Method breakpoint" : "Method logpoint";
+    const std::string shown = place + optionsText(options);
+    if (overloads > 0)
+        o.text.push_back(what + " set in " + shown +
+                         (spec.parameters.empty()
+                              ? " (" + std::to_string(overloads) + (overloads == 1 ? " method)" : " overloads)")
+                              : std::string()));
+    else if (session_.alive() && jvm.getClassByName(internal, false))
+        o.text.push_back(what + " in " + shown + " is pending: the class has no such method");
+    else
+        o.text.push_back("Deferred " +
+                         (options.LogMessage.empty() ? std::string("method breakpoint") : "method logpoint") + " in " +
+                         shown + ": it is set when the class is loaded");
+    return o;
+}
+
+CommandOutcome Commands::setStopPoint(const std::string& cmd, const BreakpointSpec& spec)
+{
+    CodePlace place = spec.code;
     const std::string internal = ClassNames::toInternal(place.className);
     place.className = ClassNames::toJava(internal);
     session_.addTarget(internal);
@@ -395,8 +531,9 @@ CommandOutcome Commands::listBreakpoints(const std::string& cmd)
     CommandOutcome o;
     o.command = cmd;
     o.result = json::array();
-    for (const auto& bp : session_.jvm().breakpoints()) {
-        if (!bp || bp->JustStepping)
+    auto& jvm = session_.jvm();
+    for (const auto& bp : jvm.breakpoints()) {
+        if (!bp || bp->JustStepping || bp->MethodEntry)
             continue;
         const std::string java = ClassNames::toJava(bp->ClassName);
         json item{{"ClassName", bp->ClassName}, {"registered", bp->UsedByVM}};
@@ -407,9 +544,33 @@ CommandOutcome Commands::listBreakpoints(const std::string& cmd)
             text = "stop in " + java + "." + bp->MethodName + "+" + std::to_string(std::llround(bp->Offset));
         } else {
             item["LineNr"] = jsonNumber(bp->LineNr);
-            text = "stop at " + java + ":" + std::to_string(std::llround(bp->LineNr));
+            addOptionsJson(item, bp->Options);
+            item["HitCount"] = bp->HitCount;
+            text = (bp->Options.LogMessage.empty() ? "stop at " : "log ") + java + ":" +
+                   std::to_string(std::llround(bp->LineNr)) + optionsText(bp->Options);
         }
         o.text.push_back("  " + text + (bp->UsedByVM ? "" : "  (pending)"));
+        o.result.push_back(item);
+    }
+    for (const MethodBreakpoint& m : methodBreakpoints_) {
+        const auto entries = jvm.methodBreakpoints(m.className, m.method, m.parameters);
+        if (entries.empty() || !entries.front())
+            continue;
+        const JXBreakpointOptions& options = entries.front()->Options;
+        size_t overloads = 0;
+        uint32_t hits = 0;
+        for (const auto& bp : entries)
+            if (bp && bp->UsedByVM) {
+                ++overloads;
+                hits += bp->HitCount;
+            }
+        json item{{"ClassName", m.className}, {"MethodName", m.method},      {"Signature", m.parameters},
+                  {"MethodEntry", true},      {"registered", overloads > 0}, {"overloads", overloads}};
+        addOptionsJson(item, options);
+        item["HitCount"] = hits;
+        const std::string text = (options.LogMessage.empty() ? "stop in " : "log ") + ClassNames::toJava(m.className) +
+                                 "." + m.method + m.parameters + optionsText(options);
+        o.text.push_back("  " + text + (overloads == 0 ? "  (pending)" : ""));
         o.result.push_back(item);
     }
     if (o.text.empty())
@@ -417,40 +578,75 @@ CommandOutcome Commands::listBreakpoints(const std::string& cmd)
     return o;
 }
 
-CommandOutcome Commands::clear(const std::string& cmd, const Args& args)
+CommandOutcome Commands::clear(const std::string& cmd, const std::string& text)
 {
-    if (args.empty())
+    if (CommandSyntax::words(text).empty())
         return listBreakpoints(cmd);
-    if (args.size() != 1)
+    BreakpointSpec spec;
+    std::string error;
+    if (!CommandSyntax::parseBreakpoint(text, false, spec, error) || !spec.condition.empty() ||
+        !spec.hitCondition.empty())
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsageClear);
     auto& jvm = session_.jvm();
     CommandOutcome o;
     o.command = cmd;
-    LinePlace line;
-    CodePlace code;
-    if (CommandSyntax::parseLinePlace(args[0], line)) {
-        const std::string internal = ClassNames::toInternal(line.className);
+    switch (spec.kind) {
+    case BreakpointSpec::Kind::Line: {
+        const std::string internal = ClassNames::toInternal(spec.line.className);
         const std::string java = ClassNames::toJava(internal);
-        if (!jvm.getBreakPoint(internal, line.line))
-            return CommandOutcome::failure(cmd, "no breakpoint at " + lineText(java, line.line));
-        if (!jvm.removeBreakpoint(internal, line.line))
-            return CommandOutcome::failure(cmd, "the VM did not clear the breakpoint at " + lineText(java, line.line));
-        o.result = {{"ClassName", internal}, {"LineNr", line.line}, {"removed", true}};
-        o.text.push_back("Removed breakpoint " + lineText(java, line.line));
+        const int line = spec.line.line;
+        if (!jvm.getBreakPoint(internal, line))
+            return CommandOutcome::failure(cmd, "no breakpoint at " + lineText(java, line));
+        if (!jvm.removeBreakpoint(internal, line))
+            return CommandOutcome::failure(cmd, "the VM did not clear the breakpoint at " + lineText(java, line));
+        o.result = {{"ClassName", internal}, {"LineNr", line}, {"removed", true}};
+        o.text.push_back("Removed breakpoint " + lineText(java, line));
         return o;
     }
-    if (CommandSyntax::parseCodePlace(args[0], code)) {
-        const std::string internal = ClassNames::toInternal(code.className);
-        code.className = ClassNames::toJava(internal);
-        if (!jvm.getStopPoint(internal, code.method, code.offset))
-            return CommandOutcome::failure(cmd, "no stop point in " + codeText(code));
-        if (!jvm.removeStopPoint(internal, code.method, code.offset))
-            return CommandOutcome::failure(cmd, "the VM did not clear the stop point in " + codeText(code));
-        o.result = {{"ClassName", internal}, {"MethodName", code.method}, {"Offset", code.offset}, {"removed", true}};
-        o.text.push_back("Removed stop point " + codeText(code));
+    case BreakpointSpec::Kind::Method: {
+        const std::string internal = ClassNames::toInternal(spec.code.className);
+        const std::string place = ClassNames::toJava(internal) + "." + spec.code.method + spec.parameters;
+        const auto asked = std::find_if(methodBreakpoints_.begin(), methodBreakpoints_.end(), [&](const auto& m) {
+            return m.className == internal && m.method == spec.code.method && m.parameters == spec.parameters;
+        });
+        if (asked == methodBreakpoints_.end()) {
+            // The plain form named the stop point at code index 0 before
+            // method breakpoints came.
+            if (spec.parameters.empty() && jvm.getStopPoint(internal, spec.code.method, 0)) {
+                CodePlace code = spec.code;
+                code.className = ClassNames::toJava(internal);
+                if (!jvm.removeStopPoint(internal, code.method, 0))
+                    return CommandOutcome::failure(cmd, "the VM did not clear the stop point in " + codeText(code));
+                o.result = {{"ClassName", internal}, {"MethodName", code.method}, {"Offset", 0}, {"removed", true}};
+                o.text.push_back("Removed stop point " + codeText(code));
+                return o;
+            }
+            return CommandOutcome::failure(cmd, "no method breakpoint in " + place);
+        }
+        if (!jvm.removeMethodBreakpoint(internal, spec.code.method, spec.parameters))
+            return CommandOutcome::failure(cmd, "the VM did not clear the method breakpoint in " + place);
+        methodBreakpoints_.erase(asked);
+        o.result = {{"ClassName", internal},
+                    {"MethodName", spec.code.method},
+                    {"Signature", spec.parameters},
+                    {"MethodEntry", true},
+                    {"removed", true}};
+        o.text.push_back("Removed method breakpoint " + place);
         return o;
     }
-    return CommandOutcome::failure(cmd, std::string("expected ") + kUsageClear);
+    case BreakpointSpec::Kind::StopPoint:
+        break;
+    }
+    CodePlace code = spec.code;
+    const std::string internal = ClassNames::toInternal(code.className);
+    code.className = ClassNames::toJava(internal);
+    if (!jvm.getStopPoint(internal, code.method, code.offset))
+        return CommandOutcome::failure(cmd, "no stop point in " + codeText(code));
+    if (!jvm.removeStopPoint(internal, code.method, code.offset))
+        return CommandOutcome::failure(cmd, "the VM did not clear the stop point in " + codeText(code));
+    o.result = {{"ClassName", internal}, {"MethodName", code.method}, {"Offset", code.offset}, {"removed", true}};
+    o.text.push_back("Removed stop point " + codeText(code));
+    return o;
 }
 
 CommandOutcome Commands::waited(const std::string& cmd, WaitOutcome how, uint32_t timeoutMs)

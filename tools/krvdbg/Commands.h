@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "CommandSyntax.h"
 #include "Printer.h"
 #include "Session.h"
 
@@ -47,9 +48,12 @@ private:
         return (commands.*Run)(cmd);
     }
 
-    CommandOutcome stopAt(const std::string& cmd, const std::string& placeText);
-    CommandOutcome stopIn(const std::string& cmd, const std::string& placeText);
-    CommandOutcome clear(const std::string& cmd, const Args& args);
+    // stop (`log` false) or log, with the text after the verb.
+    CommandOutcome setBreakpoint(const std::string& cmd, const std::string& text, bool log);
+    CommandOutcome setLineBreakpoint(const std::string& cmd, const BreakpointSpec& spec);
+    CommandOutcome setMethodBreakpoint(const std::string& cmd, const BreakpointSpec& spec);
+    CommandOutcome setStopPoint(const std::string& cmd, const BreakpointSpec& spec);
+    CommandOutcome clear(const std::string& cmd, const std::string& text);
     CommandOutcome listBreakpoints(const std::string& cmd);
     CommandOutcome run(const std::string& cmd);
     CommandOutcome cont(const std::string& cmd);
@@ -77,7 +81,15 @@ private:
     std::optional<CommandOutcome> requireAlive(const std::string& cmd) const;
     std::optional<CommandOutcome> requireSuspended(const std::string& cmd);
 
+    // The method breakpoints as they were asked for (the library holds one
+    // entry per overload once the class is known): class (internal form),
+    // method, parameter list ("" for every overload).
+    struct MethodBreakpoint {
+        std::string className, method, parameters;
+    };
+
     Session& session_;
+    std::vector<MethodBreakpoint> methodBreakpoints_;
     bool quit_ = false;
     bool startFailed_ = false;
 };

@@ -29,6 +29,17 @@ void HostEvents::Breakpoint(double threadID, const std::string& ClassName, int32
     printer_.breakpoint(threadID, ClassName, LineNr, Offset, stop.cause);
 }
 
+void HostEvents::LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text)
+{
+    printer_.logpoint(threadID, ClassName, LineNr, text);
+}
+
+void HostEvents::ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
+                                 const std::string& condition, const std::string& reason)
+{
+    printer_.conditionFailed(threadID, ClassName, LineNr, condition, reason);
+}
+
 void HostEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 {
     if (stateHook_)

@@ -32,6 +32,10 @@ public:
     void DebugMessage(const std::string& s) override;
     void ConsoleMessage(const std::string& s) override;
     void Exception(const std::string& s) override;
+    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
+                         const std::string& text) override;
+    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                         const std::string& reason) override;
 
     // A step was asked for: the next stop is reported as its completion,
     // unless a breakpoint sits where it stopped (`breakpointAt` tells).

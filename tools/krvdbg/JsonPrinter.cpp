@@ -59,6 +59,26 @@ void JsonPrinter::exception(const std::string& s)
     emit({{"event", "Exception"}, {"s", s}});
 }
 
+void JsonPrinter::logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text)
+{
+    emit({{"event", "LogpointMessage"},
+          {"threadID", jsonNumber(threadID)},
+          {"ClassName", ClassName},
+          {"LineNr", LineNr},
+          {"text", text}});
+}
+
+void JsonPrinter::conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
+                                  const std::string& condition, const std::string& reason)
+{
+    emit({{"event", "ConditionFailed"},
+          {"threadID", jsonNumber(threadID)},
+          {"ClassName", ClassName},
+          {"LineNr", LineNr},
+          {"condition", condition},
+          {"reason", reason}});
+}
+
 void JsonPrinter::trace(const std::string& line)
 {
     emit({{"trace", line}});

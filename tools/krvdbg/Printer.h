@@ -62,6 +62,11 @@ public:
     virtual void debugMessage(const std::string& s) = 0;
     virtual void consoleMessage(const std::string& s) = 0;
     virtual void exception(const std::string& s) = 0;
+    // A logpoint's line (the program goes on), and a condition that could
+    // not be evaluated (the stop follows).
+    virtual void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text) = 0;
+    virtual void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
+                                 const std::string& condition, const std::string& reason) = 0;
 
     // --- krvdbg's own output ---
     virtual void trace(const std::string& line) = 0;

@@ -22,6 +22,7 @@
 #include "ClassNames.h"
 #include "Interrupt.h"
 #include "ProgramClasses.h"
+#include "WaitingBreakpoints.h"
 
 namespace krvdbg {
 
@@ -232,14 +233,7 @@ bool Session::attachedToRunningProgram()
     printer_.flush();
     if (ended() || suspendedAtOpening_ || events_->stopCount() > 0)
         return false;
-    for (const auto& bp : jvm().breakpoints()) {
-        if (!bp || bp->UsedByVM || bp->JustStepping)
-            continue;
-        if (bp->StopPoint)
-            bp->registerStopPoint();
-        else
-            bp->registerBreakPoint();
-    }
+    registerWaitingBreakpoints(jvm());
     return true;
 }
 

@@ -131,6 +131,20 @@ void TextPrinter::exception(const std::string& s)
     line(shown);
 }
 
+void TextPrinter::logpoint(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
+{
+    flush();
+    line("log " + ClassNames::toJava(ClassName) + ":" + std::to_string(LineNr) + ": " + trimLineEnds(unixLines(text)));
+}
+
+void TextPrinter::conditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                                  const std::string& reason)
+{
+    flush();
+    line("The condition " + condition + " at " + ClassNames::toJava(ClassName) + ":" + std::to_string(LineNr) +
+         " could not be evaluated: " + reason);
+}
+
 void TextPrinter::stateChanged(jdwpkrvdbg::VMState NewState, bool late)
 {
     // A person would read it as the VM running on after the stop.

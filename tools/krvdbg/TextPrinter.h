@@ -23,6 +23,9 @@ public:
     void debugMessage(const std::string& s) override;
     void consoleMessage(const std::string& s) override;
     void exception(const std::string& s) override;
+    void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text) override;
+    void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                         const std::string& reason) override;
     void trace(const std::string& line) override;
     void echo(const std::string& commandLine) override;
     void outcome(const CommandOutcome& outcome) override;

@@ -75,6 +75,24 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
         Expression e;
         return CommandSyntax::parseExpression(text, e) ? e.path + "|" + e.staticClass : "";
     };
+    // The arguments of stop and log: KIND PLACE|condition|hit|message, or
+    // "error: ..." ("error: " alone when the place is not one).
+    auto breakpoint = [](bool log) {
+        return [log](const std::string& text) {
+            BreakpointSpec b;
+            std::string error;
+            if (!CommandSyntax::parseBreakpoint(text, log, b, error))
+                return "error: " + error;
+            const char* kinds[] = {"line ", "method ", "stoppoint "};
+            std::string place = b.kind == BreakpointSpec::Kind::Line
+                                    ? b.line.className + ":" + std::to_string(b.line.line)
+                                    : b.code.className + "." + b.code.method + b.parameters +
+                                          (b.kind == BreakpointSpec::Kind::StopPoint ? "+" + std::to_string(b.code.offset) : "");
+            return kinds[static_cast<int>(b.kind)] + place + "|" + b.condition + "|" + b.hitCondition + "|" + b.logMessage;
+        };
+    };
+    const auto stop = breakpoint(false);
+    const auto log = breakpoint(true);
     const struct { std::function<std::string(const std::string&)> parse; std::string text, expected; } cases[] = {
         {line, "demo.Cart:17", "demo.Cart 17"},
         {line, "demo.Outer$Inner:3", "demo.Outer$Inner 3"},
@@ -88,6 +106,33 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
         {expression, "count in demo.Cart", "count|demo.Cart"},
         {expression, "a..b", ""}, {expression, "x = 3", ""}, {expression, "\"text\"", ""},
         {expression, "a in", ""}, {expression, "a of demo.Cart", ""},
+        {stop, "demo.Cart:17", "line demo.Cart:17|||"},
+        {stop, " demo.Cart:17 if count > 2 ", "line demo.Cart:17|count > 2||"},
+        {stop, "demo.Cart:17 hit >= 3 if item.name == \"if hit\"", "line demo.Cart:17|item.name == \"if hit\"|>= 3|"},
+        {stop, "demo.Cart:17 if a hit % 3", "line demo.Cart:17|a|% 3|"},
+        {stop, "demo.Cart.add", "method demo.Cart.add|||"},
+        {stop, "demo.Cart.add( int , java.lang.String[] ) if n > 1", "method demo.Cart.add(int,java.lang.String[])|n > 1||"},
+        {stop, "demo.Cart.add()", "method demo.Cart.add()|||"},
+        {stop, "demo.Cart.add(ILjava/lang/String;)V", "method demo.Cart.add(ILjava/lang/String;)V|||"},
+        {stop, "demo.Cart.add+3", "stoppoint demo.Cart.add+3|||"},
+        {stop, "demo.Cart.add+3 if a", "error: a stop point at a code index takes no condition, hit count or message "
+                                       "(without +OFFSET it is a method breakpoint, which does)"},
+        {stop, "demo.Cart.add(int", "error: the parameter list has no ')'"},
+        {stop, "demo.Cart.add(int x)", "error: expected Java parameter types in the parentheses, e.g. (int,java.lang.String)"},
+        {stop, "demo.Cart.add(int)+2", "error: expected Java parameter types in the parentheses, e.g. (int,java.lang.String)"},
+        {stop, "demo.Cart:17 if", "error: expected a condition after 'if'"},
+        {stop, "demo.Cart:17 hit if a", "error: expected N, >= N or % N after 'hit'"},
+        {stop, "demo.Cart:17 if a hit 2 if b", "error: if is given twice"},
+        {stop, "demo.Cart:17 when a", "error: unexpected 'when a': expected if CONDITION or hit N | >= N | % N"},
+        {stop, "demo.Cart:x", "error: "}, {stop, "", "error: "},
+        {log, "demo.Cart:17 \"count is {count}\"", "line demo.Cart:17|||count is {count}"},
+        {log, "demo.Cart:17 \"say \\\"hi\\\" if\" if count > 2 hit 2", "line demo.Cart:17|count > 2|2|say \"hi\" if"},
+        {log, "demo.Cart.add count is {count} if x", "method demo.Cart.add|||count is {count} if x"},
+        {log, "demo.Cart:17", "error: expected the message to log, e.g. \"count is {count}\""},
+        {log, "demo.Cart:17 \"open", "error: the log message has no closing '\"'"},
+        {log, "demo.Cart:17 \"\"", "error: the log message is empty"},
+        {log, "demo.Cart.add+1 \"x\"", "error: a stop point at a code index takes no condition, hit count or message "
+                                         "(without +OFFSET it is a method breakpoint, which does)"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.parse(c.text), c.expected) << c.text;
@@ -97,6 +142,8 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
     EXPECT_TRUE(CommandSyntax::words("# only a comment").empty());
     EXPECT_EQ(CommandSyntax::stripComment("print a#b  "), "print a#b");
     EXPECT_EQ(CommandSyntax::stripComment("set s = \"a #1 \\\" #2\" # why"), "set s = \"a #1 \\\" #2\"");
+    EXPECT_EQ(CommandSyntax::stripComment("log C:3 \"n \\\" # {n}\" # why"), "log C:3 \"n \\\" # {n}\"");
+    EXPECT_EQ(CommandSyntax::quote("say \"hi\" \\ {n}"), "\"say \\\"hi\\\" \\\\ {n}\"");
 }
 
 TEST(KrvdbgValueText, TheLayoutsOfGetValue)
@@ -188,6 +235,16 @@ TEST(KrvdbgTextPrinter, StopsAreReportedWithTheEventsThatFollowThemAndConsoleLin
              p.consoleMessage("850\r\n");
          },
          "Added apple\nTotal: \nVM state: dead\n850\n"},
+        {"logpoint lines between console text, and a failed condition before its stop",
+         [&] {
+             p.consoleMessage("tick ");
+             p.logpoint(1, "demo/Cart", 17, "count is 5\r\n");
+             p.conditionFailed(1, "demo/Cart", 17, "nosuch > 2", "nosuch is not a variable here");
+             p.breakpoint(1, "demo/Cart", 17, 0, StopCause::Breakpoint);
+             p.flush();
+         },
+         "tick \nlog demo.Cart:17: count is 5\nThe condition nosuch > 2 at demo.Cart:17 could not be evaluated: "
+         "nosuch is not a variable here\nBreakpoint hit: thread=1 demo.Cart:17\n"},
         {"a message box over two lines",
          [&] { p.message("Debugger failed!\r\nConnection refused (h:1)", 16, "Korvane Debugger"); },
          "Message [Korvane Debugger]: Debugger failed!\n  Connection refused (h:1)\n"},
@@ -207,12 +264,17 @@ TEST(KrvdbgJsonPrinter, EventsCarryTheArgumentNamesOfTheHostInterface)
     p.stateChanged(jdwpkrvdbg::VMSuspend, true);
     p.message("Box", 64, "Debugger");
     p.consoleMessage("a\r\n");
+    p.logpoint(1, "demo/Cart", 17, "n=1");
+    p.conditionFailed(1, "demo/Cart", 17, "x > 1", "no x");
     p.outcome(CommandOutcome::failure("stop at x", "expected stop at CLASS:LINE"));
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "{\"event\":\"Breakpoint\",\"threadID\":1,\"ClassName\":\"demo/Cart\",\"LineNr\":17,\"Offset\":0}\n"
               "{\"event\":\"VMStateChanged\",\"NewState\":1}\n"
               "{\"event\":\"Message\",\"Prompt\":\"Box\",\"Buttons\":64,\"Title\":\"Debugger\"}\n"
               "{\"event\":\"ConsoleMessage\",\"s\":\"a\\r\\n\"}\n"
+              "{\"event\":\"LogpointMessage\",\"threadID\":1,\"ClassName\":\"demo/Cart\",\"LineNr\":17,\"text\":\"n=1\"}\n"
+              "{\"event\":\"ConditionFailed\",\"threadID\":1,\"ClassName\":\"demo/Cart\",\"LineNr\":17,"
+              "\"condition\":\"x > 1\",\"reason\":\"no x\"}\n"
               "{\"command\":\"stop at x\",\"result\":null,\"error\":\"expected stop at CLASS:LINE\"}\n");
 }
 
