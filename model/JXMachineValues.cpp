@@ -451,6 +451,13 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
                     return r;
                 super = super->SuperClass();
             }
+            // A Java nested class ("Outer$Inner") stood in for by the class
+            // it extends: its own fields come after the design's search.
+            if (objectClass != cls) {
+                r = getFieldValue(name, objectClass, self);
+                if (r.Found)
+                    return r;
+            }
         }
         r = getFieldValue(name, currentClass, 0);
         if (r.Found)
@@ -481,6 +488,12 @@ JDWPJVarValue JXMachine::evaluateElement(const std::string& name, double& object
     r = getFieldValue(name, cls, objectID);
     if (r.Found)
         return r;
+    // As for this: a nested class's own fields after the design's search.
+    if (objectClass != cls) {
+        r = getFieldValue(name, objectClass, objectID);
+        if (r.Found)
+            return r;
+    }
     if (auto method = cls->JMethodWithoutParams(name)) {
         r = call(objectID, cls, method);
         if (r.Found)

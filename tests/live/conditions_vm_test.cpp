@@ -178,8 +178,9 @@ TEST_F(LiveConditions, ALogpointPrintsEveryValueAndNeverStops)
         EXPECT_EQ(log->logpoints[static_cast<size_t>(i)],
                   "i=" + std::to_string(i) + " {w}=w" + std::to_string(i % 10) + " " + std::to_string(i));
     EXPECT_TRUE(log->stops.empty());
-    // The VM's start is the only suspension the host hears of.
-    EXPECT_EQ(log->count("State(" + std::to_string(VMSuspend) + ")"), 1u) << dump();
+    // The VM's start is the only suspension the host may hear of (whether it
+    // does depends on how soon the opening Resume is answered).
+    EXPECT_LE(log->count("State(" + std::to_string(VMSuspend) + ")"), 1u) << dump();
     // Nor does the current stop show where the hits were read.
     EXPECT_EQ(jvm->currentClassID(), 0);
     EXPECT_EQ(jvm->currentMethodID(), 0);

@@ -243,14 +243,14 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     const int addInt = lineOf(loops, "@counter-add-int");
     const int sum = lineOf(loops, "@counter-sum");
     const int textEntry = lineOf(loops, "@counter-add-text");
-    const std::string script = "stop at Loops:" + std::to_string(add) + " if i >\n" + // refused
-                               "stop at Loops:" + std::to_string(add) + " if i == 7\n" +
-                               "stop at Loops$Counter:" + std::to_string(sum) + " hit % 5\n" +
-                               "log Loops$Counter:" + std::to_string(addInt) + " \"n is {n}\"\n" +
-                               "stop at Loops:" + std::to_string(addText) + " if nosuch > 1\n" +
-                               "stop in Loops$Counter.add(java.lang.String)\n"
-                               "stop\nrun\nprint n\ncont\nprint i\ncont\nprint n\ncont\ncont\nprint text\n"
-                               "clear Loops$Counter.add(java.lang.String)\nstop\ncont\n";
+    const std::string script =
+        "stop at Loops:" + std::to_string(add) + " if i >\n" + // refused
+        "stop at Loops:" + std::to_string(add) + " if i == 7\n" + "stop at Loops$Counter:" + std::to_string(sum) +
+        " hit % 5\n" + "log Loops$Counter:" + std::to_string(addInt) + " \"n is {n}\"\n" +
+        "stop at Loops:" + std::to_string(addText) + " if nosuch > 1\n" +
+        "stop in Loops$Counter.add(java.lang.String)\n"
+        "stop\nrun\nprint n\nprint count\nprint label\ncont\nprint i\ncont\nprint n\ncont\ncont\nprint text\n"
+        "clear Loops$Counter.add(java.lang.String)\nstop\ncont\n";
     const KrvdbgRun run = runKrvdbg({"--quiet", "-cp", testsClassPath(), "--java", javaPath(), "Loops", "12"}, script);
     ASSERT_EQ(run.status, 0) << run.output;
     const auto commands = run.commands();
@@ -288,6 +288,9 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     EXPECT_EQ(
         std::make_tuple(printed("print n", 0), printed("print i", 0), printed("print n", 1), printed("print text", 0)),
         std::make_tuple("4", "7", "9", "done"))
+        << run.output;
+    // The fields of a nested class's object, by their names alone.
+    EXPECT_EQ(std::make_tuple(printed("print count", 0), printed("print label", 0)), std::make_tuple("5", "counter"))
         << run.output;
 
     std::vector<std::string> logged;
