@@ -352,6 +352,8 @@ test('the program\'s output arrives as stdout, the adapter\'s own lines as conso
     await dc.outputContaining('stdout', 'anonymous runs\nsquare 16\n');
     assert.match(dc.output('console'), /\S/);
     assert.ok(!dc.output('console').includes('square'));
+    // A line for every class the VM loads would bury the rest.
+    assert.ok(!dc.output('console').includes('*** Load'), dc.output('console'));
 });
 
 test('the program\'s stderr arrives as stderr', async t => {

@@ -37,6 +37,10 @@ void DebuggeeEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
 
 void DebuggeeEvents::DebugMessage(const std::string& s)
 {
+    // The library names every class the VM prepares: in an editor's console
+    // that is hundreds of lines before the program's first one.
+    if (s.rfind(" *** Load ", 0) == 0)
+        return;
     std::string text = lfOnly(s);
     if (text.empty() || text.back() != '\n')
         text += '\n';
