@@ -407,13 +407,18 @@ void JDWPHandler::removePacketObserver(int token)
 
 void JDWPHandler::notePacket(PacketEvent::Direction direction, const JDWPMessage& m, size_t length)
 {
-    const PacketEvent packet{direction,
-                             m.myID,
-                             static_cast<int32_t>(m.myCommandSet),
-                             static_cast<int32_t>(m.myCommand),
-                             direction == PacketEvent::Direction::Received && m.myFlags == 128,
-                             static_cast<int32_t>(m.myErrorCode),
-                             length};
+    PacketEvent packet{direction,
+                       m.myID,
+                       static_cast<int32_t>(m.myCommandSet),
+                       static_cast<int32_t>(m.myCommand),
+                       direction == PacketEvent::Direction::Received && m.myFlags == 128,
+                       static_cast<int32_t>(m.myErrorCode),
+                       length,
+                       0};
+    // An event packet: suspend policy (1 byte), count (4), the first kind.
+    if (direction == PacketEvent::Direction::Received && !packet.reply && packet.commandSet == CMDSET_Event &&
+        m.myData.size() > 5)
+        packet.eventKind = static_cast<uint8_t>(m.myData[5]);
     history_.record(packet);
     if (packetObservers_.empty())
         return;

@@ -127,6 +127,17 @@ test('values: locals, statics, objects and arrays expanded, arrays paged', async
     assert.equal(hover.result, '3');
 });
 
+test('a thread the program starts and ends is announced without the editor asking', async t => {
+    const dc = await session(t);
+    await dc.begin('launch', dc.launchArgs('Values'), {}, null, [{ name: 'Worker.run' }]);
+    const s = await dc.stopped('function breakpoint');
+    // Worker started after the launch: its thread event came as it started.
+    await dc.event('thread', b => b.reason === 'started' && b.threadId === s.threadId);
+    await dc.ok('continue', { threadId: s.threadId });
+    await dc.event('thread', b => b.reason === 'exited' && b.threadId === s.threadId);
+    await dc.event('terminated');
+});
+
 test('the locals are read with one question per fact the adapter cannot know', async t => {
     process.env.KRVDBG_DAP_TRACE = '1';
     const dc = await session(t);

@@ -204,17 +204,16 @@ DapAdapter::DapAdapter(Sink sink) : sink_(std::move(sink))
     handler_ = JDWPHandler::create();
     events_ = std::make_shared<DebuggeeEvents>(handler_->myJVM().get());
     handler_->myJVM()->setEvents(events_);
-    // Thread starts and ends are handled inside the library; the packet
-    // trace tells that one came, and the thread list is compared then.
-    // KRVDBG_DAP_TRACE=1 writes every JDWP packet to stderr.
-    const char* trace = std::getenv("KRVDBG_DAP_TRACE");
-    const bool tracing = trace && *trace && std::string(trace) != "0";
-    handler_->history().setListener([this, tracing](const std::string& line) {
-        if (tracing)
-            std::fprintf(stderr, "%s\n", line.c_str());
-        if (line.find("Thread Start") != std::string::npos || line.find("Thread Death") != std::string::npos)
+    // Thread starts and ends are handled inside the library; their event
+    // packets tell that one came, and the thread list is compared then.
+    handler_->addPacketObserver([this](const PacketEvent& p) {
+        if (p.eventKind == EK_THREAD_START || p.eventKind == EK_THREAD_DEATH)
             threadsDirty_ = true;
     });
+    // KRVDBG_DAP_TRACE=1 writes every JDWP packet to stderr.
+    const char* trace = std::getenv("KRVDBG_DAP_TRACE");
+    if (trace && *trace && std::string(trace) != "0")
+        handler_->history().setListener([](const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); });
 }
 
 DapAdapter::~DapAdapter()
@@ -597,6 +596,9 @@ void DapAdapter::start()
         MessagePump::instance().pumpUntil([&] { return jvm.openingResumed() || events_->ended(); }, kWaitMs);
         registerWaitingBreakpoints(jvm);
     }
+    // The session's opening asks for no thread events; the editor's thread
+    // list follows the program's threads through them.
+    jvm.registerThreadStartAndThreadEnd();
     threadsDirty_ = true;
 }
 

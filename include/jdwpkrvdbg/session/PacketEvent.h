@@ -23,6 +23,9 @@ struct PacketEvent {
     int32_t errorCode = 0;
     // The whole packet, header included.
     size_t length = 0;
+    // For an event packet from the VM, the kind of its first event (a thread
+    // start or death comes alone, from its own request); else 0.
+    int32_t eventKind = 0;
 };
 
 using PacketObserver = std::function<void(const PacketEvent&)>;
