@@ -164,6 +164,12 @@ bool Session::launch(const std::string& classPath, const std::string& mainArgs)
                             0, "127.0.0.1", std::to_string(port), true);
 }
 
+bool Session::launchToLine(const std::string& classPath, const std::string& mainArgs, const std::string& cls, int line)
+{
+    jvm->addBreakpoint(cls, line);
+    return launch(classPath, mainArgs) && waitStop(0, 20000);
+}
+
 bool Session::attach(int port)
 {
     return handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(port), true);

@@ -75,6 +75,8 @@ public:
     // `mainArgs`: the main class and its arguments.
     bool launch(const std::string& classPath, const std::string& mainArgs);
     bool attach(int port);
+    // A breakpoint at `line` of `cls`, then launch, then its first stop.
+    bool launchToLine(const std::string& classPath, const std::string& mainArgs, const std::string& cls, int line);
     // Pumps until more than `seen` stops were seen; false at the end or on time-out.
     bool waitStop(size_t seen, int timeoutMs);
     std::string dump() const { return handler->history().dump(); }

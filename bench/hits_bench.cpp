@@ -39,8 +39,7 @@ bool ourHits(int loopLine, OurSamples& out)
     auto& handler = session.handler;
     auto& jvm = session.jvm;
     auto& log = session.log;
-    jvm->addBreakpoint("BenchTarget", loopLine);
-    if (!session.launch(bench::benchClassPath(), "BenchTarget") || !session.waitStop(0, 20000))
+    if (!session.launchToLine(bench::benchClassPath(), "BenchTarget", "BenchTarget", loopLine))
         return bench::fail("no stop in the loop: %s\n", handler->history().dump().c_str());
     const std::string start = jvm->getValue("i");
     const char* digits = std::strchr(start.c_str(), '#');

@@ -159,8 +159,7 @@ bool libraryIntoVsOver(LibrarySamples& out)
     auto& handler = session.handler;
     auto& jvm = session.jvm;
     auto& log = session.log;
-    jvm->addBreakpoint("LibUser", callLine);
-    if (!session.launch(bench::testsClassPath(), "LibUser bench") || !session.waitStop(0, 20000))
+    if (!session.launchToLine(bench::testsClassPath(), "LibUser bench", "LibUser", callLine))
         return bench::fail("no stop at the library call: %s\n", handler->history().dump().c_str());
     jvm->removeBreakpoint("LibUser", callLine);
     // One step to its stop; its time in microseconds, or -1.

@@ -46,8 +46,7 @@ bool library(int line, Ours& out)
     bench::Session session({"BenchTarget"});
     auto& handler = session.handler;
     auto& jvm = session.jvm;
-    jvm->addBreakpoint("BenchTarget", line);
-    if (!session.launch(bench::benchClassPath(), "BenchTarget") || !session.waitStop(0, 20000))
+    if (!session.launchToLine(bench::benchClassPath(), "BenchTarget", "BenchTarget", line))
         return bench::fail("no stop: %s\n", session.dump().c_str());
     timeCalls(out.local, [&] { out.localText = jvm->getValue("i"); });
     timeCalls(out.field, [&] { out.fieldText = jvm->getValue("p.x"); });

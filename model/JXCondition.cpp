@@ -275,50 +275,64 @@ private:
 
     bool quoted(Token& t, std::string& why)
     {
-        const size_t start = i_++;
+        const size_t start = i_;
         std::string text;
-        while (i_ < s_.size() && s_[i_] != '"') {
-            if (!readChar(s_, i_, text)) {
-                why = "unknown escape in the string at " + std::to_string(start + 1);
-                return false;
-            }
-        }
+        if (!between('"', "string", text, why))
+            return false;
         if (i_ >= s_.size()) {
             why = "the string at " + std::to_string(start + 1) + " is not closed";
             return false;
         }
-        ++i_;
-        t.kind = Tok::Literal;
-        t.text = s_.substr(start, i_ - start);
-        t.literal = Value::string(text);
-        return true;
+        return closed(t, start, Value::string(text));
     }
 
     bool character(Token& t, std::string& why)
     {
-        const size_t start = i_++;
+        const size_t start = i_;
         std::string text;
-        while (i_ < s_.size() && s_[i_] != '\'') {
-            if (!readChar(s_, i_, text)) {
-                why = "unknown escape in the character at " + std::to_string(start + 1);
-                return false;
-            }
-        }
+        if (!between('\'', "character", text, why))
+            return false;
         const int32_t cp = i_ < s_.size() ? singleCodePoint(text) : -1;
         if (cp < 0 || cp > 0xFFFF) {
             why = "expected one character between the quotes at " + std::to_string(start + 1);
             return false;
         }
+        return closed(t, start, Value::integer(cp, "char"));
+    }
+
+    // The text from the opening `quote` at i_ up to the closing one (or the
+    // end), escapes read; i_ is left on the closing quote.
+    bool between(char quote, const char* what, std::string& text, std::string& why)
+    {
+        const size_t start = i_++;
+        while (i_ < s_.size() && s_[i_] != quote) {
+            if (!readChar(s_, i_, text)) {
+                why = std::string("unknown escape in the ") + what + " at " + std::to_string(start + 1);
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // The literal from `start` to the closing quote at i_.
+    bool closed(Token& t, size_t start, Value literal)
+    {
         ++i_;
         t.kind = Tok::Literal;
         t.text = s_.substr(start, i_ - start);
-        t.literal = Value::integer(cp, "char");
+        t.literal = std::move(literal);
         return true;
     }
 
     const std::string& s_;
     size_t i_ = 0;
 };
+
+const struct {
+    const char* text;
+    Condition::Cmp cmp;
+} kComparisons[] = {{"==", Condition::Cmp::Eq}, {"!=", Condition::Cmp::Ne}, {"<", Condition::Cmp::Lt},
+                    {"<=", Condition::Cmp::Le}, {">", Condition::Cmp::Gt},  {">=", Condition::Cmp::Ge}};
 
 class Parser {
 public:
@@ -355,35 +369,21 @@ private:
         return static_cast<int>(nodes_.size()) - 1;
     }
 
-    int orExpr(std::string& why)
-    {
-        int left = andExpr(why);
-        while (left >= 0 && isOp("||")) {
-            if (!advance(why))
-                return -1;
-            const int right = andExpr(why);
-            if (right < 0)
-                return -1;
-            Condition::Node n;
-            n.op = Condition::Op::Or;
-            n.left = left;
-            n.right = right;
-            left = add(std::move(n));
-        }
-        return left;
-    }
+    int orExpr(std::string& why) { return chain(why, "||", Condition::Op::Or, &Parser::andExpr); }
+    int andExpr(std::string& why) { return chain(why, "&&", Condition::Op::And, &Parser::unary); }
 
-    int andExpr(std::string& why)
+    // next (op next)*, grouped from the left.
+    int chain(std::string& why, const char* opText, Condition::Op op, int (Parser::*next)(std::string&))
     {
-        int left = unary(why);
-        while (left >= 0 && isOp("&&")) {
+        int left = (this->*next)(why);
+        while (left >= 0 && isOp(opText)) {
             if (!advance(why))
                 return -1;
-            const int right = unary(why);
+            const int right = (this->*next)(why);
             if (right < 0)
                 return -1;
             Condition::Node n;
-            n.op = Condition::Op::And;
+            n.op = op;
             n.left = left;
             n.right = right;
             left = add(std::move(n));
@@ -462,12 +462,7 @@ private:
         Condition::Node n;
         if (!operand(n.a, why))
             return -1;
-        static const struct {
-            const char* text;
-            Condition::Cmp cmp;
-        } kOps[] = {{"==", Condition::Cmp::Eq}, {"!=", Condition::Cmp::Ne}, {"<", Condition::Cmp::Lt},
-                    {"<=", Condition::Cmp::Le}, {">", Condition::Cmp::Gt},  {">=", Condition::Cmp::Ge}};
-        for (const auto& op : kOps) {
+        for (const auto& op : kComparisons) {
             if (!isOp(op.text))
                 continue;
             if (!advance(why) || !operand(n.b, why))
@@ -488,20 +483,9 @@ private:
 
 const char* cmpText(Condition::Cmp cmp)
 {
-    switch (cmp) {
-    case Condition::Cmp::Eq:
-        return "==";
-    case Condition::Cmp::Ne:
-        return "!=";
-    case Condition::Cmp::Lt:
-        return "<";
-    case Condition::Cmp::Le:
-        return "<=";
-    case Condition::Cmp::Gt:
-        return ">";
-    case Condition::Cmp::Ge:
-        return ">=";
-    }
+    for (const auto& op : kComparisons)
+        if (op.cmp == cmp)
+            return op.text;
     return "?";
 }
 

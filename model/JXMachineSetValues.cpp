@@ -99,33 +99,6 @@ bool takesString(const std::string& signature)
            signature == "Ljava/io/Serializable;";
 }
 
-std::string bigEndian(uint64_t bits, int width)
-{
-    std::string out;
-    for (int i = width - 1; i >= 0; --i)
-        out.push_back(static_cast<char>((bits >> (8 * i)) & 0xFF));
-    return out;
-}
-
-void appendUtf8(std::string& out, uint32_t code)
-{
-    if (code < 0x80) {
-        out += static_cast<char>(code);
-    } else if (code < 0x800) {
-        out += static_cast<char>(0xC0 | (code >> 6));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        out += static_cast<char>(0xE0 | (code >> 12));
-        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (code >> 18));
-        out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    }
-}
-
 // One escape after a backslash at text[i] (i on the backslash); the code
 // unit it stands for, i moved past it. \uXXXX gives a UTF-16 unit.
 bool readEscape(const std::string& text, size_t& i, uint32_t& code)
@@ -213,20 +186,20 @@ bool parseStringLiteral(const std::string& t, std::string& out)
         }
         if (high != 0) {
             if (code >= 0xDC00 && code < 0xE000) {
-                appendUtf8(out, 0x10000 + ((high - 0xD800) << 10) + (code - 0xDC00));
+                AppendUtf8(out, 0x10000 + ((high - 0xD800) << 10) + (code - 0xDC00));
                 high = 0;
                 continue;
             }
-            appendUtf8(out, 0xFFFD);
+            AppendUtf8(out, 0xFFFD);
             high = 0;
         }
         if (code >= 0xD800 && code < 0xDC00)
             high = code;
         else
-            appendUtf8(out, code >= 0xDC00 && code < 0xE000 ? 0xFFFD : code);
+            AppendUtf8(out, code >= 0xDC00 && code < 0xE000 ? 0xFFFD : code);
     }
     if (high != 0)
-        appendUtf8(out, 0xFFFD);
+        AppendUtf8(out, 0xFFFD);
     return true;
 }
 
@@ -545,7 +518,7 @@ std::string JXMachine::parseValueLiteral(const std::string& signature, const std
     case 'Z':
         if (v.form != Form::Boolean)
             return type + " takes true or false, not " + t;
-        result.bytes = bigEndian(v.flag ? 1 : 0, 1);
+        result.bytes = BitsToBytes(v.flag ? 1 : 0, 1);
         break;
     case 'B':
     case 'S':
@@ -560,14 +533,14 @@ std::string JXMachine::parseValueLiteral(const std::string& signature, const std
         if ((!whole && !charWidens) || (whole && (!v.wholeFits || v.whole < min || v.whole > max)))
             return type + " takes a whole number from " + std::to_string(min) + " to " + std::to_string(max) +
                    ", not " + t;
-        result.bytes = bigEndian(static_cast<uint64_t>(charWidens ? static_cast<int64_t>(v.code) : v.whole), width);
+        result.bytes = BitsToBytes(static_cast<uint64_t>(charWidens ? static_cast<int64_t>(v.code) : v.whole), width);
         break;
     }
     case 'C':
         if (v.form == Form::Char) {
-            result.bytes = bigEndian(v.code, 2);
+            result.bytes = BitsToBytes(v.code, 2);
         } else if (v.form == Form::Whole && !v.longSuffix && v.wholeFits && v.whole >= 0 && v.whole <= 0xFFFF) {
-            result.bytes = bigEndian(static_cast<uint64_t>(v.whole), 2);
+            result.bytes = BitsToBytes(static_cast<uint64_t>(v.whole), 2);
         } else {
             return type + " takes a character ('c', '\\n', '\\u00e9') or a number from 0 to 65535, not " + t;
         }
@@ -679,20 +652,8 @@ std::string JXMachine::setValue(const std::string& TargetVar, const std::string&
     if (myState != VMSuspend)
         return "the VM is not suspended";
     // Resolving the path may run the program's getters, as getValue does.
-    const uint32_t timeoutsBefore = myInvokeTimeouts_;
     std::string why;
-    {
-        struct Guard {
-            JXMachine& m;
-            explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
-            ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
-        } guard(*this);
-        why = setResolved(TargetVar, valueText, PossibleStaticClass);
-    }
-    // A getter that did not return left the VM running; the host is told,
-    // as after getValue.
-    if (myInvokeTimeouts_ != timeoutsBefore && myInvokeTimedOut_)
-        GoVMStateChange(VMRunning, -1);
+    underEvaluationGuards([&] { why = setResolved(TargetVar, valueText, PossibleStaticClass); });
     return why;
 }
 

@@ -506,8 +506,14 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
 {
     if (myEvaluating)
         return std::string();
-    const uint32_t timeoutsBefore = myInvokeTimeouts_;
     std::string result;
+    underEvaluationGuards([&] { result = evaluatePath(TargetVar, PossibleStaticClass); });
+    return result;
+}
+
+void JXMachine::underEvaluationGuards(const std::function<void()>& body)
+{
+    const uint32_t timeoutsBefore = myInvokeTimeouts_;
     {
         // Both guards hold for the whole evaluation and are cleared on every exit.
         struct Guard {
@@ -515,13 +521,12 @@ std::string JXMachine::getValue(const std::string& TargetVar, const std::string&
             explicit Guard(JXMachine& machine) : m(machine) { m.myEvaluating = m.myMuteStateEvents = true; }
             ~Guard() { m.myEvaluating = m.myMuteStateEvents = false; }
         } guard(*this);
-        result = evaluatePath(TargetVar, PossibleStaticClass);
+        body();
     }
     // A call that did not return left the VM running; the state change that
     // the evaluation kept muted is the host's to know.
     if (myInvokeTimeouts_ != timeoutsBefore && myInvokeTimedOut_)
         GoVMStateChange(VMRunning, -1);
-    return result;
 }
 
 bool JXMachine::walkPath(const std::string& TargetVar, const std::string& PossibleStaticClass,

@@ -78,6 +78,14 @@ std::string LongToBytes(int32_t value, int width, bool littleEndian)
     return NumberToBytes(static_cast<double>(value), width, littleEndian);
 }
 
+std::string BitsToBytes(uint64_t bits, int width)
+{
+    std::string out;
+    for (int i = width - 1; i >= 0; --i)
+        out.push_back(static_cast<char>((bits >> (8 * i)) & 0xFF));
+    return out;
+}
+
 std::string LengthPrefixed(const std::string& text)
 {
     return NumberToBytes(static_cast<double>(text.size()), 4) + text;
@@ -200,25 +208,6 @@ int64_t ReadSignedNumber(const std::string& buffer, int64_t position, double& ou
 
 namespace {
 
-void appendUtf8(std::string& out, uint32_t cp)
-{
-    if (cp < 0x80) {
-        out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-}
-
 constexpr uint32_t kReplacement = 0xFFFD;
 
 // Decodes one sequence at `i`; returns the code point (surrogates included,
@@ -276,6 +265,25 @@ uint32_t decodeOne(const std::string& s, size_t i, size_t& used)
 
 } // namespace
 
+void AppendUtf8(std::string& out, uint32_t code)
+{
+    if (code < 0x80) {
+        out.push_back(static_cast<char>(code));
+    } else if (code < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (code >> 6)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else if (code < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (code >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (code >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+}
+
 std::string Utf8ToText(const std::string& bytes)
 {
     std::string out;
@@ -298,7 +306,7 @@ std::string Utf8ToText(const std::string& bytes)
         } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
             cp = kReplacement;
         }
-        appendUtf8(out, cp);
+        AppendUtf8(out, cp);
         i += used;
     }
     return out;

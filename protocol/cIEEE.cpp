@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "jdwpkrvdbg/protocol/ByteStrings.h"
+
 namespace jdwpkrvdbg {
 
 namespace {
@@ -162,28 +164,18 @@ double cIEEE::Ieee64htof(const std::string& hex) const
     return onePlusFraction(hex, 52);
 }
 
-namespace {
-std::string bigEndianBytes(uint64_t bits, int width)
-{
-    std::string out;
-    for (int i = width - 1; i >= 0; --i)
-        out.push_back(static_cast<char>((bits >> (8 * i)) & 0xFF));
-    return out;
-}
-} // namespace
-
 // Writing needs no quirk kept: the bit pattern of the machine's own IEEE
 // value is the wire form.
 std::string cIEEE::Ieee32vtos(double value) const
 {
     const float f = std::isnan(value) ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(value);
-    return bigEndianBytes(std::bit_cast<uint32_t>(f), 4);
+    return BitsToBytes(std::bit_cast<uint32_t>(f), 4);
 }
 
 std::string cIEEE::Ieee64vtos(double value) const
 {
     const double d = std::isnan(value) ? std::numeric_limits<double>::quiet_NaN() : value;
-    return bigEndianBytes(std::bit_cast<uint64_t>(d), 8);
+    return BitsToBytes(std::bit_cast<uint64_t>(d), 8);
 }
 
 } // namespace jdwpkrvdbg

@@ -20,23 +20,6 @@ int line(const std::string& marker)
 
 class LiveConditions : public LiveSessionTest {
 protected:
-    // Runs the program to its end from launch; at each stop `atStop` runs
-    // (the stop is the last one in the log), then the program resumes. -1
-    // on time-out.
-    int runCollecting(const std::function<void()>& atStop)
-    {
-        int stops = 0;
-        for (;;) {
-            const size_t seen = log->stops.size();
-            if (!pumpUntil([&] { return jvm->JVMState() == VMDead || log->stops.size() > seen; }, 30000))
-                return -1;
-            if (jvm->JVMState() == VMDead)
-                return stops;
-            ++stops;
-            atStop();
-            resume();
-        }
-    }
     // The value of `name` at the current stop, as getValue shows it after
     // "name: ".
     std::string value(const std::string& name)
@@ -88,7 +71,7 @@ TEST_F(LiveConditions, WhichHitsStopAtALineBreakpointWithOptions)
         ASSERT_TRUE(launch("Hits")) << dump();
         std::vector<std::string> seen;
         uint32_t serialBefore = 0;
-        ASSERT_EQ(runCollecting([&] {
+        ASSERT_EQ(stopsUntilEnd([&] {
                       // A hit that did not stop left no trace in the stop
                       // count: from one stop to the next it counts one.
                       if (!seen.empty()) {
@@ -121,7 +104,7 @@ TEST_F(LiveConditions, ANewVMCountsHitsFromTheStart)
         SCOPED_TRACE(run);
         ASSERT_TRUE(launch("Hits")) << dump();
         std::vector<std::string> seen;
-        ASSERT_EQ(runCollecting([&] { seen.push_back(value("i")); }), 2) << dump();
+        ASSERT_EQ(stopsUntilEnd([&] { seen.push_back(value("i")); }), 2) << dump();
         EXPECT_EQ(seen, (std::vector<std::string>{"998", "999"}));
         EXPECT_EQ(jvm->breakpoints().front()->HitCount, 1000u);
         log->stops.clear();
@@ -211,7 +194,7 @@ TEST_F(LiveConditions, MethodBreakpointsStopInEachOverloadOrInTheOneNamed)
         ASSERT_EQ(jvm->methodBreakpoints("Later", "over", c.signature).size(), 1u);
         ASSERT_TRUE(launch("Hits")) << dump();
         std::vector<int> lines;
-        ASSERT_EQ(runCollecting([&] {
+        ASSERT_EQ(stopsUntilEnd([&] {
                       lines.push_back(lastStop().line);
                       EXPECT_EQ(lastStop().className, "Later");
                       EXPECT_EQ(lastStop().offset, 0);
@@ -259,7 +242,7 @@ TEST_F(LiveConditions, OnALoadedClassOptionsChangeAndHitsShareAnEvent)
     EXPECT_TRUE(jvm->addMethodBreakpoint("Later", "over"));
     std::vector<std::string> seen;
     resume();
-    ASSERT_EQ(runCollecting([&] {
+    ASSERT_EQ(stopsUntilEnd([&] {
                   EXPECT_EQ(lastStop().line, touchLine);
                   seen.push_back(value("i"));
                   if (seen.size() == 2) {

@@ -5,6 +5,8 @@
 // on (time-outs then cost no real time).
 #pragma once
 
+#include <functional>
+
 #include <gtest/gtest.h>
 
 #include "LiveVM.h"
@@ -75,15 +77,23 @@ protected:
     // stops on the way, -1 on time-out.
     int runToEnd()
     {
-        int stops = 0;
         resume();
+        return stopsUntilEnd();
+    }
+    // Waits for each next stop or the end, runs `atStop` at each stop (the
+    // last one in the log) and resumes; the number of stops, -1 on time-out.
+    int stopsUntilEnd(const std::function<void()>& atStop = {})
+    {
+        int stops = 0;
         for (;;) {
             const size_t seen = log->stops.size();
-            if (!pumpUntil([&] { return jvm->JVMState() == VMDead || log->stops.size() > seen; }, 20000))
+            if (!pumpUntil([&] { return jvm->JVMState() == VMDead || log->stops.size() > seen; }, 30000))
                 return -1;
             if (jvm->JVMState() == VMDead)
                 return stops;
             ++stops;
+            if (atStop)
+                atStop();
             resume();
         }
     }

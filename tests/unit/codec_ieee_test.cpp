@@ -17,15 +17,6 @@ using namespace std::string_literals;
 
 namespace {
 
-// The big-endian bytes of the low `width` bytes of `bits`.
-std::string bigEndian(uint64_t bits, int width)
-{
-    std::string out;
-    for (int i = width - 1; i >= 0; --i)
-        out.push_back(static_cast<char>((bits >> (8 * i)) & 0xff));
-    return out;
-}
-
 TEST(Ieee, GoldenVectors)
 {
     constexpr double inf = std::numeric_limits<double>::infinity();
@@ -99,12 +90,12 @@ TEST(Ieee, OrdinaryValuesMatchTheBitPattern)
 {
     cIEEE ieee;
     for (double d : {1.5, -2.75, 3.141592653589793, 1e300, -1e-300, 123456.789, 2.2250738585072014e-308}) {
-        const std::string be = bigEndian(std::bit_cast<uint64_t>(d), 8), le(be.rbegin(), be.rend());
+        const std::string be = BitsToBytes(std::bit_cast<uint64_t>(d), 8), le(be.rbegin(), be.rend());
         EXPECT_EQ(ieee.Ieee64stov(be, true), d) << hex(be);
         EXPECT_EQ(ieee.Ieee64stov(le, false), d) << hex(le);
     }
     for (float f : {1.5f, -0.1f, 3.1415927f, 65504.0f, 1e-30f, -3.4e38f}) {
-        const std::string be = bigEndian(std::bit_cast<uint32_t>(f), 4);
+        const std::string be = BitsToBytes(std::bit_cast<uint32_t>(f), 4);
         EXPECT_EQ(static_cast<float>(ieee.Ieee32stov(be, true)), f) << hex(be);
     }
 }

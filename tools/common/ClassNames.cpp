@@ -42,16 +42,19 @@ bool ClassNames::isValid(const std::string& name)
     return !std::isdigit(static_cast<unsigned char>(name.front()));
 }
 
-bool ClassNames::isMethodName(const std::string& m)
+bool ClassNames::isIdentifier(const std::string& name)
 {
-    if (m == "<init>" || m == "<clinit>")
-        return true;
-    if (m.empty() || std::isdigit(static_cast<unsigned char>(m[0])))
+    if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0])))
         return false;
-    for (unsigned char c : m)
+    for (unsigned char c : name)
         if (!(std::isalnum(c) || c == '_' || c == '$' || c >= 0x80))
             return false;
     return true;
+}
+
+bool ClassNames::isMethodName(const std::string& m)
+{
+    return m == "<init>" || m == "<clinit>" || isIdentifier(m);
 }
 
 namespace {

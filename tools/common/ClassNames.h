@@ -15,6 +15,9 @@ public:
     static std::string toJava(const std::string& internalName);
     // A plausible class name: identifier characters, '.', '/', '$'.
     static bool isValid(const std::string& name);
+    // Identifier characters (letters, digits, '_', '$', anything not ASCII),
+    // not starting with a digit.
+    static bool isIdentifier(const std::string& name);
     // An identifier, <init> or <clinit>.
     static bool isMethodName(const std::string& name);
 

@@ -911,6 +911,23 @@ const FrameRef& DapAdapter::frameOf(const json& args, const char* key)
     return *f;
 }
 
+Container DapAdapter::containerOf(int64_t reference) const
+{
+    const Container* c = store_.container(reference);
+    if (!c)
+        throw DapError{"no variables under " + std::to_string(reference) +
+                       " (the numbers are valid only until the program resumes)"};
+    return *c;
+}
+
+FrameRef DapAdapter::localsFrameOf(const Container& container) const
+{
+    const FrameRef* f = store_.frame(container.frame);
+    if (!f)
+        throw DapError{"the frame of these locals is gone"};
+    return *f;
+}
+
 void DapAdapter::onStackTrace(const json& args, json& body)
 {
     const int64_t threadId = args.at("threadId").get<int64_t>();
@@ -1011,19 +1028,12 @@ json variableJson(DapVariable&& v)
 void DapAdapter::onVariables(const json& args, json& body)
 {
     const int64_t ref = args.at("variablesReference").get<int64_t>();
-    const Container* c = store_.container(ref);
-    if (!c)
-        throw DapError{"no variables under " + std::to_string(ref) +
-                       " (the numbers are valid only until the program resumes)"};
-    const Container container = *c; // the store grows while values are read
+    const Container container = containerOf(ref);
     std::vector<DapVariable> vars;
     switch (container.kind) {
     case Container::Kind::Locals: {
-        const FrameRef* f = store_.frame(container.frame);
-        if (!f)
-            throw DapError{"the frame of these locals is gone"};
+        const FrameRef frame = localsFrameOf(container);
         std::string error;
-        const FrameRef frame = *f;
         if (!values_.locals(frame, container.frame, vars, error) && !error.empty())
             throw DapError{error};
         break;
@@ -1098,20 +1108,13 @@ void DapAdapter::onSetVariable(const json& args, json& body)
     const int64_t ref = args.at("variablesReference").get<int64_t>();
     const std::string name = args.at("name").get<std::string>();
     const std::string value = args.at("value").get<std::string>();
-    const Container* c = store_.container(ref);
-    if (!c)
-        throw DapError{"no variables under " + std::to_string(ref) +
-                       " (the numbers are valid only until the program resumes)"};
-    const Container container = *c;
+    const Container container = containerOf(ref);
     auto& jvm = *handler_->myJVM();
     std::string why;
     std::vector<DapVariable> now;
     switch (container.kind) {
     case Container::Kind::Locals: {
-        const FrameRef* f = store_.frame(container.frame);
-        if (!f)
-            throw DapError{"the frame of these locals is gone"};
-        const FrameRef frame = *f;
+        const FrameRef frame = localsFrameOf(container);
         JDWPJFrame at;
         at.FrameID = frame.frameID;
         at.FrameLocation.ClassID = frame.classID;

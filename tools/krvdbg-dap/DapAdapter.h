@@ -153,6 +153,10 @@ private:
     void refreshThreads();
     void finishEnd();
     const FrameRef& frameOf(const json& arguments, const char* key);
+    // A variablesReference's container and a Locals container's frame, as
+    // copies: the store grows while values are read.
+    Container containerOf(int64_t reference) const;
+    FrameRef localsFrameOf(const Container& container) const;
     int64_t line(int64_t clientLine) const { return clientLine + (linesStartAt1_ ? 0 : 1); }
     int64_t clientLine(int64_t l) const { return l - (linesStartAt1_ ? 0 : 1); }
 

@@ -12,6 +12,7 @@
 #include <jdwpkrvdbg/model/JXField.h>
 #include <jdwpkrvdbg/model/JXMachine.h>
 #include <jdwpkrvdbg/model/JXMethod.h>
+#include <jdwpkrvdbg/protocol/ByteStrings.h>
 #include <jdwpkrvdbg/protocol/JDWPMessage.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageData.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
@@ -59,20 +60,6 @@ bool isExactArrayType(const std::string& signature)
 std::string idText(double id)
 {
     return std::to_string(static_cast<int64_t>(std::llround(id)));
-}
-
-void appendUtf8(std::string& out, uint32_t code)
-{
-    if (code < 0x80) {
-        out += static_cast<char>(code);
-    } else if (code < 0x800) {
-        out += static_cast<char>(0xC0 | (code >> 6));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | (code >> 12));
-        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    }
 }
 
 // The instance (or static) fields of a class and its superclasses, the
@@ -185,7 +172,7 @@ std::string ValueReader::charText(uint32_t code)
         return buf;
     }
     std::string out = "'";
-    appendUtf8(out, code);
+    AppendUtf8(out, code);
     return out + "'";
 }
 

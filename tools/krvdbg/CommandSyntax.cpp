@@ -73,16 +73,6 @@ bool CommandSyntax::parseNumber(const std::string& text, long long min, long lon
     return true;
 }
 
-bool CommandSyntax::isIdentifier(const std::string& text)
-{
-    if (text.empty() || std::isdigit(static_cast<unsigned char>(text[0])))
-        return false;
-    for (unsigned char c : text)
-        if (!(std::isalnum(c) || c == '_' || c == '$' || c >= 0x80))
-            return false;
-    return true;
-}
-
 bool CommandSyntax::parseLinePlace(const std::string& text, LinePlace& out)
 {
     const size_t colon = text.rfind(':');
@@ -274,7 +264,7 @@ bool CommandSyntax::parseExpression(const std::string& text, Expression& out)
     for (;;) {
         const size_t dot = path.find('.', start);
         const std::string name = path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
-        if (!isIdentifier(name))
+        if (!ClassNames::isIdentifier(name))
             return false;
         if (dot == std::string::npos)
             break;

@@ -58,7 +58,6 @@ public:
     static std::string quote(const std::string& text);
     static bool parseExpression(const std::string& text, Expression& out);
     static bool parseNumber(const std::string& text, long long min, long long max, long long& out);
-    static bool isIdentifier(const std::string& text);
 };
 
 } // namespace krvdbg

@@ -267,21 +267,13 @@ const std::vector<Commands::Verb>& Commands::verbs()
          -1,
          {{"print EXPR [in CLASS]", "a variable, a field or a method without arguments, also as a\n"
                                     "dotted path (print cart.total); in CLASS: its static members"}},
-         [](Commands& c, const std::string& cmd, const Args& args) {
-             if (args.empty())
-                 return CommandOutcome::failure(cmd, std::string("expected ") + kUsagePrint);
-             // The expression is the rest of the line as typed, after the verb.
-             return c.print(cmd, cmd.substr(CommandSyntax::words(cmd).front().size()));
-         }},
+         // The expression is the rest of the line as typed, after the verb.
+         [](Commands& c, const std::string& cmd, const Args&) { return c.print(cmd, afterWords(cmd, 1)); }},
         {{"set"},
          -1,
          {{"set EXPR [in CLASS] = VALUE", "give a variable, a field or a static of primitive or String type\n"
                                           "a new value: 5, 2.5, true, 'c', \"text\" or null"}},
-         [](Commands& c, const std::string& cmd, const Args& args) {
-             if (args.empty())
-                 return CommandOutcome::failure(cmd, std::string("expected ") + kUsageSet);
-             return c.set(cmd, cmd.substr(CommandSyntax::words(cmd).front().size()));
-         }},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.set(cmd, afterWords(cmd, 1)); }},
         {{"locals"}, 0, {{"locals", "the local variables of the current method"}}, plain<&Commands::locals>},
         {{"where"}, 0, {{"where", "the stack of the stopped thread"}}, plain<&Commands::where>},
         {{"threads"}, 0, {{"threads", "the VM's threads"}}, plain<&Commands::threads>},

@@ -312,6 +312,9 @@ private:
     // in scope here"): no field of the same name may then stand in for it.
     JDWPJVarValue readLocal(const std::string& name, const std::shared_ptr<JXMethod>& method, bool& decisive);
     std::string evaluatePath(const std::string& TargetVar, const std::string& PossibleStaticClass);
+    // Runs `body` with myEvaluating and myMuteStateEvents set, and tells the
+    // host of the running VM a call that did not return left behind.
+    void underEvaluationGuards(const std::function<void()>& body);
     // Setting values (JXMachineSetValues.cpp): the path's target resolved
     // at the current stop, under the evaluation guards.
     std::string setResolved(const std::string& TargetVar, const std::string& valueText,

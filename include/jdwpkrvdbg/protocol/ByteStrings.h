@@ -20,6 +20,9 @@ namespace jdwpkrvdbg {
 // quotient), so -1 in 4 bytes is 00 00 00 FF.
 std::string NumberToBytes(double value, int width, bool littleEndian = false);
 std::string LongToBytes(int32_t value, int width, bool littleEndian = false);
+// The low `width` bytes (1-8) of `bits`, most significant first: exact for
+// every 64-bit pattern, negative numbers in two's complement.
+std::string BitsToBytes(uint64_t bits, int width);
 
 // 4-byte big-endian length followed by the bytes unchanged.
 std::string LengthPrefixed(const std::string& text);
@@ -51,6 +54,9 @@ int64_t ReadSignedNumber(const std::string& buffer, int64_t position, double& ou
 // The VM's modified UTF-8 (NUL as C0 80, supplementary characters as two
 // 3-byte surrogates) to standard UTF-8; malformed sequences become U+FFFD.
 std::string Utf8ToText(const std::string& bytes);
+
+// One code point (below 0x110000) as standard UTF-8 appended to `out`.
+void AppendUtf8(std::string& out, uint32_t code);
 
 // Shortest decimal text of an identifier or count ("17", "-1", "4.5").
 std::string NumberText(double value);
