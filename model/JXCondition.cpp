@@ -15,58 +15,58 @@
 
 namespace jdwpkrvdbg::condition {
 
-Value Value::boolean(bool b)
+namespace {
+
+Value typed(Value::Kind kind, const std::string& type)
 {
     Value v;
-    v.kind = Kind::Boolean;
+    v.kind = kind;
+    v.typeName = type;
+    return v;
+}
+
+} // namespace
+
+Value Value::boolean(bool b)
+{
+    Value v = typed(Kind::Boolean, "boolean");
     v.flag = b;
-    v.typeName = "boolean";
     return v;
 }
 
 Value Value::integer(int64_t n, const std::string& type)
 {
-    Value v;
-    v.kind = Kind::Number;
+    Value v = typed(Kind::Number, type);
     v.whole = n;
     v.number = static_cast<double>(n);
     v.integral = true;
-    v.typeName = type;
     return v;
 }
 
 Value Value::real(double d, const std::string& type)
 {
-    Value v;
-    v.kind = Kind::Number;
+    Value v = typed(Kind::Number, type);
     v.number = d;
-    v.typeName = type;
     return v;
 }
 
 Value Value::string(const std::string& s)
 {
-    Value v;
-    v.kind = Kind::Text;
+    Value v = typed(Kind::Text, "String");
     v.text = s;
-    v.typeName = "String";
     return v;
 }
 
 Value Value::reference(double id, const std::string& type)
 {
-    Value v;
-    v.kind = id == 0 ? Kind::Null : Kind::Reference;
+    Value v = typed(id == 0 ? Kind::Null : Kind::Reference, type);
     v.ref = id;
-    v.typeName = type;
     return v;
 }
 
 Value Value::null()
 {
-    Value v;
-    v.typeName = "null";
-    return v;
+    return typed(Kind::Null, "null");
 }
 
 namespace {
