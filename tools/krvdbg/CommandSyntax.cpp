@@ -136,7 +136,7 @@ size_t findWord(const std::string& text, const std::string& word, size_t from)
 
 } // namespace
 
-bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, BreakpointSpec& out, std::string& error)
+bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, BreakpointForm& out, std::string& error)
 {
     error.clear();
     const std::string s = trim(text);
@@ -153,20 +153,20 @@ bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, Breakpoin
         ++end;
     }
     const std::string placeText = s.substr(0, end);
-    BreakpointSpec spec;
+    BreakpointForm form;
     const size_t paren = placeText.find('(');
     if (paren != std::string::npos) {
         ClassNames::Method method;
         if (placeText.find('+') < paren || !ClassNames::parseMethod(placeText, method, error))
             return false;
-        spec.kind = BreakpointSpec::Kind::Method;
-        spec.code = {method.className, method.method, 0};
-        spec.parameters = method.parameters;
-    } else if (parseLinePlace(placeText, spec.line)) {
-        spec.kind = BreakpointSpec::Kind::Line;
-    } else if (parseCodePlace(placeText, spec.code)) {
-        spec.kind =
-            placeText.find('+') != std::string::npos ? BreakpointSpec::Kind::StopPoint : BreakpointSpec::Kind::Method;
+        form.kind = BreakpointForm::Kind::Method;
+        form.code = {method.className, method.method, 0};
+        form.parameters = method.parameters;
+    } else if (parseLinePlace(placeText, form.line)) {
+        form.kind = BreakpointForm::Kind::Line;
+    } else if (parseCodePlace(placeText, form.code)) {
+        form.kind =
+            placeText.find('+') != std::string::npos ? BreakpointForm::Kind::StopPoint : BreakpointForm::Kind::Method;
     } else {
         return false;
     }
@@ -179,20 +179,20 @@ bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, Breakpoin
         }
         if (rest.front() != '"') {
             // Unquoted: the rest of the line is the message.
-            spec.logMessage = rest;
+            form.logMessage = rest;
             rest.clear();
         } else {
             size_t i = 1;
             for (; i < rest.size() && rest[i] != '"'; ++i) {
                 if (rest[i] == '\\' && i + 1 < rest.size() && (rest[i + 1] == '"' || rest[i + 1] == '\\'))
                     ++i;
-                spec.logMessage += rest[i];
+                form.logMessage += rest[i];
             }
             if (i >= rest.size()) {
                 error = "the log message has no closing '\"'";
                 return false;
             }
-            if (spec.logMessage.empty()) {
+            if (form.logMessage.empty()) {
                 error = "the log message is empty";
                 return false;
             }
@@ -220,16 +220,16 @@ bool CommandSyntax::parseBreakpoint(const std::string& text, bool log, Breakpoin
             error = isIf ? "expected a condition after 'if'" : "expected N, >= N or % N after 'hit'";
             return false;
         }
-        (isIf ? spec.condition : spec.hitCondition) = clause;
+        (isIf ? form.condition : form.hitCondition) = clause;
         (isIf ? sawIf : sawHit) = true;
         rest = next == std::string::npos ? std::string() : rest.substr(next);
     }
-    if (spec.kind == BreakpointSpec::Kind::StopPoint && (sawIf || sawHit || log)) {
+    if (form.kind == BreakpointForm::Kind::StopPoint && (sawIf || sawHit || log)) {
         error = "a stop point at a code index takes no condition, hit count or message (without +OFFSET it is a "
                 "method breakpoint, which does)";
         return false;
     }
-    out = spec;
+    out = form;
     return true;
 }
 

@@ -26,7 +26,7 @@ struct CodePlace {
 // of a parameter list) or a code index in a method, with what is to happen
 // there. The condition and the hit count are taken as written: their syntax
 // is the library's to judge.
-struct BreakpointSpec {
+struct BreakpointForm {
     enum class Kind { Line, Method, StopPoint };
     Kind kind = Kind::Line;
     LinePlace line;           // Kind::Line
@@ -53,7 +53,7 @@ public:
     static bool parseCodePlace(const std::string& text, CodePlace& out);
     // The arguments of stop (`log` false) or log (`log` true): the text after
     // the verb. False with `error` saying what is wrong.
-    static bool parseBreakpoint(const std::string& text, bool log, BreakpointSpec& out, std::string& error);
+    static bool parseBreakpoint(const std::string& text, bool log, BreakpointForm& out, std::string& error);
     // A log message as log takes it back: in double quotes, with \" and \\.
     static std::string quote(const std::string& text);
     static bool parseExpression(const std::string& text, Expression& out);

@@ -57,12 +57,12 @@ std::string codeText(const CodePlace& p)
     return p.className + "." + p.method + "+" + std::to_string(p.offset);
 }
 
-JXBreakpointOptions optionsOf(const BreakpointSpec& spec)
+JXBreakpointOptions optionsOf(const BreakpointForm& form)
 {
     JXBreakpointOptions o;
-    o.Condition = spec.condition;
-    o.HitCondition = spec.hitCondition;
-    o.LogMessage = spec.logMessage;
+    o.Condition = form.condition;
+    o.HitCondition = form.hitCondition;
+    o.LogMessage = form.logMessage;
     return o;
 }
 
@@ -404,35 +404,35 @@ CommandOutcome Commands::setBreakpoint(const std::string& cmd, const std::string
 {
     // stop: "at" takes a line, "in" a method; log: either.
     const std::string verbWord = log ? std::string() : CommandSyntax::words(text).front();
-    BreakpointSpec spec;
+    BreakpointForm form;
     std::string error;
-    const bool parsed = CommandSyntax::parseBreakpoint(log ? text : afterWords(text, 1), log, spec, error);
+    const bool parsed = CommandSyntax::parseBreakpoint(log ? text : afterWords(text, 1), log, form, error);
     const bool lineWanted = verbWord == "at";
-    if (!parsed || (!log && lineWanted != (spec.kind == BreakpointSpec::Kind::Line))) {
+    if (!parsed || (!log && lineWanted != (form.kind == BreakpointForm::Kind::Line))) {
         const char* usage = log ? kUsageLog : lineWanted ? kUsageStopAt : kUsageStopIn;
         return CommandOutcome::failure(cmd, error.empty() || (parsed && !log) ? std::string("expected ") + usage
                                                                               : error + " (" + usage + ")");
     }
-    switch (spec.kind) {
-    case BreakpointSpec::Kind::Line:
-        return setLineBreakpoint(cmd, spec);
-    case BreakpointSpec::Kind::Method:
-        return setMethodBreakpoint(cmd, spec);
-    case BreakpointSpec::Kind::StopPoint:
+    switch (form.kind) {
+    case BreakpointForm::Kind::Line:
+        return setLineBreakpoint(cmd, form);
+    case BreakpointForm::Kind::Method:
+        return setMethodBreakpoint(cmd, form);
+    case BreakpointForm::Kind::StopPoint:
         break;
     }
-    return setStopPoint(cmd, spec);
+    return setStopPoint(cmd, form);
 }
 
-CommandOutcome Commands::setLineBreakpoint(const std::string& cmd, const BreakpointSpec& spec)
+CommandOutcome Commands::setLineBreakpoint(const std::string& cmd, const BreakpointForm& form)
 {
-    const JXBreakpointOptions options = optionsOf(spec);
+    const JXBreakpointOptions options = optionsOf(form);
     // Refused before anything changes, with the parser's reason.
     if (const std::string why = JXMachine::checkBreakpointOptions(options); !why.empty())
         return CommandOutcome::failure(cmd, why);
-    const std::string internal = ClassNames::toInternal(spec.line.className);
+    const std::string internal = ClassNames::toInternal(form.line.className);
     const std::string java = ClassNames::toJava(internal);
-    const int line = spec.line.line;
+    const int line = form.line.line;
     session_.addTarget(internal);
     auto& jvm = session_.jvm();
     if (!jvm.addBreakpoint(internal, line, options))
@@ -455,35 +455,35 @@ CommandOutcome Commands::setLineBreakpoint(const std::string& cmd, const Breakpo
     return o;
 }
 
-CommandOutcome Commands::setMethodBreakpoint(const std::string& cmd, const BreakpointSpec& spec)
+CommandOutcome Commands::setMethodBreakpoint(const std::string& cmd, const BreakpointForm& form)
 {
-    const JXBreakpointOptions options = optionsOf(spec);
+    const JXBreakpointOptions options = optionsOf(form);
     if (const std::string why = JXMachine::checkBreakpointOptions(options); !why.empty())
         return CommandOutcome::failure(cmd, why);
-    const std::string internal = ClassNames::toInternal(spec.code.className);
-    const std::string place = ClassNames::toJava(internal) + "." + spec.code.method + spec.parameters;
+    const std::string internal = ClassNames::toInternal(form.code.className);
+    const std::string place = ClassNames::toJava(internal) + "." + form.code.method + form.parameters;
     session_.addTarget(internal);
     auto& jvm = session_.jvm();
-    if (!jvm.addMethodBreakpoint(internal, spec.code.method, spec.parameters, options))
+    if (!jvm.addMethodBreakpoint(internal, form.code.method, form.parameters, options))
         return CommandOutcome::failure(cmd, "the library refused the method breakpoint in " + place);
-    const MethodBreakpoint asked{internal, spec.code.method, spec.parameters};
+    const MethodBreakpoint asked{internal, form.code.method, form.parameters};
     if (std::none_of(methodBreakpoints_.begin(), methodBreakpoints_.end(), [&](const MethodBreakpoint& m) {
             return m.className == asked.className && m.method == asked.method && m.parameters == asked.parameters;
         }))
         methodBreakpoints_.push_back(asked);
     size_t overloads = 0;
-    for (const auto& bp : jvm.methodBreakpoints(internal, spec.code.method, spec.parameters))
+    for (const auto& bp : jvm.methodBreakpoints(internal, form.code.method, form.parameters))
         overloads += bp && bp->UsedByVM ? 1 : 0;
     CommandOutcome o;
     o.command = cmd;
-    o.result = {{"ClassName", internal}, {"MethodName", spec.code.method}, {"Signature", spec.parameters},
+    o.result = {{"ClassName", internal}, {"MethodName", form.code.method}, {"Signature", form.parameters},
                 {"MethodEntry", true},   {"registered", overloads > 0},    {"overloads", overloads}};
     addOptionsJson(o.result, options);
     const std::string what = options.LogMessage.empty() ? "Method breakpoint" : "Method logpoint";
     const std::string shown = place + optionsText(options);
     if (overloads > 0)
         o.text.push_back(what + " set in " + shown +
-                         (spec.parameters.empty()
+                         (form.parameters.empty()
                               ? " (" + std::to_string(overloads) + (overloads == 1 ? " method)" : " overloads)")
                               : std::string()));
     else if (session_.alive() && jvm.getClassByName(internal, false))
@@ -495,9 +495,9 @@ CommandOutcome Commands::setMethodBreakpoint(const std::string& cmd, const Break
     return o;
 }
 
-CommandOutcome Commands::setStopPoint(const std::string& cmd, const BreakpointSpec& spec)
+CommandOutcome Commands::setStopPoint(const std::string& cmd, const BreakpointForm& form)
 {
-    CodePlace place = spec.code;
+    CodePlace place = form.code;
     const std::string internal = ClassNames::toInternal(place.className);
     place.className = ClassNames::toJava(internal);
     session_.addTarget(internal);
@@ -574,19 +574,19 @@ CommandOutcome Commands::clear(const std::string& cmd, const std::string& text)
 {
     if (CommandSyntax::words(text).empty())
         return listBreakpoints(cmd);
-    BreakpointSpec spec;
+    BreakpointForm form;
     std::string error;
-    if (!CommandSyntax::parseBreakpoint(text, false, spec, error) || !spec.condition.empty() ||
-        !spec.hitCondition.empty())
+    if (!CommandSyntax::parseBreakpoint(text, false, form, error) || !form.condition.empty() ||
+        !form.hitCondition.empty())
         return CommandOutcome::failure(cmd, std::string("expected ") + kUsageClear);
     auto& jvm = session_.jvm();
     CommandOutcome o;
     o.command = cmd;
-    switch (spec.kind) {
-    case BreakpointSpec::Kind::Line: {
-        const std::string internal = ClassNames::toInternal(spec.line.className);
+    switch (form.kind) {
+    case BreakpointForm::Kind::Line: {
+        const std::string internal = ClassNames::toInternal(form.line.className);
         const std::string java = ClassNames::toJava(internal);
-        const int line = spec.line.line;
+        const int line = form.line.line;
         if (!jvm.getBreakPoint(internal, line))
             return CommandOutcome::failure(cmd, "no breakpoint at " + lineText(java, line));
         if (!jvm.removeBreakpoint(internal, line))
@@ -595,17 +595,17 @@ CommandOutcome Commands::clear(const std::string& cmd, const std::string& text)
         o.text.push_back("Removed breakpoint " + lineText(java, line));
         return o;
     }
-    case BreakpointSpec::Kind::Method: {
-        const std::string internal = ClassNames::toInternal(spec.code.className);
-        const std::string place = ClassNames::toJava(internal) + "." + spec.code.method + spec.parameters;
+    case BreakpointForm::Kind::Method: {
+        const std::string internal = ClassNames::toInternal(form.code.className);
+        const std::string place = ClassNames::toJava(internal) + "." + form.code.method + form.parameters;
         const auto asked = std::find_if(methodBreakpoints_.begin(), methodBreakpoints_.end(), [&](const auto& m) {
-            return m.className == internal && m.method == spec.code.method && m.parameters == spec.parameters;
+            return m.className == internal && m.method == form.code.method && m.parameters == form.parameters;
         });
         if (asked == methodBreakpoints_.end()) {
             // The plain form named the stop point at code index 0 before
             // method breakpoints came.
-            if (spec.parameters.empty() && jvm.getStopPoint(internal, spec.code.method, 0)) {
-                CodePlace code = spec.code;
+            if (form.parameters.empty() && jvm.getStopPoint(internal, form.code.method, 0)) {
+                CodePlace code = form.code;
                 code.className = ClassNames::toJava(internal);
                 if (!jvm.removeStopPoint(internal, code.method, 0))
                     return CommandOutcome::failure(cmd, "the VM did not clear the stop point in " + codeText(code));
@@ -615,21 +615,21 @@ CommandOutcome Commands::clear(const std::string& cmd, const std::string& text)
             }
             return CommandOutcome::failure(cmd, "no method breakpoint in " + place);
         }
-        if (!jvm.removeMethodBreakpoint(internal, spec.code.method, spec.parameters))
+        if (!jvm.removeMethodBreakpoint(internal, form.code.method, form.parameters))
             return CommandOutcome::failure(cmd, "the VM did not clear the method breakpoint in " + place);
         methodBreakpoints_.erase(asked);
         o.result = {{"ClassName", internal},
-                    {"MethodName", spec.code.method},
-                    {"Signature", spec.parameters},
+                    {"MethodName", form.code.method},
+                    {"Signature", form.parameters},
                     {"MethodEntry", true},
                     {"removed", true}};
         o.text.push_back("Removed method breakpoint " + place);
         return o;
     }
-    case BreakpointSpec::Kind::StopPoint:
+    case BreakpointForm::Kind::StopPoint:
         break;
     }
-    CodePlace code = spec.code;
+    CodePlace code = form.code;
     const std::string internal = ClassNames::toInternal(code.className);
     code.className = ClassNames::toJava(internal);
     if (!jvm.getStopPoint(internal, code.method, code.offset))

@@ -50,9 +50,9 @@ private:
 
     // stop (`log` false) or log, with the text after the verb.
     CommandOutcome setBreakpoint(const std::string& cmd, const std::string& text, bool log);
-    CommandOutcome setLineBreakpoint(const std::string& cmd, const BreakpointSpec& spec);
-    CommandOutcome setMethodBreakpoint(const std::string& cmd, const BreakpointSpec& spec);
-    CommandOutcome setStopPoint(const std::string& cmd, const BreakpointSpec& spec);
+    CommandOutcome setLineBreakpoint(const std::string& cmd, const BreakpointForm& form);
+    CommandOutcome setMethodBreakpoint(const std::string& cmd, const BreakpointForm& form);
+    CommandOutcome setStopPoint(const std::string& cmd, const BreakpointForm& form);
     CommandOutcome clear(const std::string& cmd, const std::string& text);
     CommandOutcome listBreakpoints(const std::string& cmd);
     CommandOutcome run(const std::string& cmd);

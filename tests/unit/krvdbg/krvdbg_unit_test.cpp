@@ -79,15 +79,15 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
     // "error: ..." ("error: " alone when the place is not one).
     auto breakpoint = [](bool log) {
         return [log](const std::string& text) {
-            BreakpointSpec b;
+            BreakpointForm b;
             std::string error;
             if (!CommandSyntax::parseBreakpoint(text, log, b, error))
                 return "error: " + error;
             const char* kinds[] = {"line ", "method ", "stoppoint "};
-            std::string place = b.kind == BreakpointSpec::Kind::Line
+            std::string place = b.kind == BreakpointForm::Kind::Line
                                     ? b.line.className + ":" + std::to_string(b.line.line)
                                     : b.code.className + "." + b.code.method + b.parameters +
-                                          (b.kind == BreakpointSpec::Kind::StopPoint ? "+" + std::to_string(b.code.offset) : "");
+                                          (b.kind == BreakpointForm::Kind::StopPoint ? "+" + std::to_string(b.code.offset) : "");
             return kinds[static_cast<int>(b.kind)] + place + "|" + b.condition + "|" + b.hitCondition + "|" + b.logMessage;
         };
     };
