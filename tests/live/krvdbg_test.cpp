@@ -632,4 +632,31 @@ TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)
     EXPECT_EQ(runs[2].command("run")["result"]["outcome"], "ended");
 }
 
+// A program suspended while it sleeps: its own frame under the native call
+// is the current place (locals and print read it), where shows the native
+// frame as such, and next steps out of the call to a stop that is kept.
+TEST(Krvdbg, ASuspendedSleepingProgramIsReadInItsOwnFrameAndStepsOutOfTheCall)
+{
+    const std::string loops = "tests/java/Loops.java";
+    ListeningVM vm("LoopsForever", testsClassPath(), false);
+    ASSERT_GT(vm.port(), 0);
+    ASSERT_NE(vm.process().waitForLine("loops forever ready", 20000), "");
+    const KrvdbgRun run =
+        runKrvdbg({"-cp", testsClassPath(), "--attach", "127.0.0.1:" + std::to_string(vm.port()), "LoopsForever"},
+                  "run\nsuspend\nwhere\nlocals\nprint i\nnext\nwhere\nquit\n");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(run.command("suspend")["result"]["state"], 1) << run.output;
+    const auto wheres = run.commands("where");
+    ASSERT_EQ(wheres.size(), 2u) << run.output;
+    const json frames = wheres[0]["result"]["frames"];
+    ASSERT_GE(frames.size(), 2u) << run.output;
+    EXPECT_EQ(frames[0]["MethodName"], "sleep");
+    EXPECT_EQ(frames[0]["codeIndex"], -1);
+    EXPECT_EQ(frames[1]["MethodName"], "main");
+    EXPECT_EQ(run.command("locals")["result"]["MethodName"], "main") << run.output;
+    EXPECT_EQ(run.command("print i")["result"]["found"], true) << run.output;
+    EXPECT_TRUE(stoppedAt(run.command("next"), "LoopsForever", lineOf(loops, "for (int i = 0; ; i++)"))) << run.output;
+    EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "main") << run.output;
+}
+
 } // namespace
