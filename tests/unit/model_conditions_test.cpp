@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <tuple>
 #include <vector>
 
 #include "../../model/JXCondition.h"
@@ -153,53 +154,40 @@ TEST(Conditions, TheSyntaxErrorsAHostIsShown)
 
 TEST(Conditions, HitRulesAndWhoCountsThem)
 {
-    struct Case {
-        const char* condition;
-        const char* hits;
-        std::vector<uint32_t> stopping; // of hits 1..12
-        bool countedByVM;
-        bool plain;
+    const std::vector<uint32_t> all{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+    // condition, hit count, the hits of 1..12 that stop, counted by the VM,
+    // no plan at all. The VM cannot tell which hits a condition lets through.
+    const std::tuple<const char*, const char*, std::vector<uint32_t>, bool, bool> cases[] = {
+        {"", "", all, false, true},        {"", "3", {3}, true, false},        {"", ">= 10", {10, 11, 12}, true, false},
+        {"", "% 5", {5, 10}, true, false}, {"i == 5", "3", {3}, false, false}, {"i == 5", "", all, false, false},
     };
-    const Case cases[] = {
-        {"", "", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, false, true},
-        {"", "3", {3}, true, false},
-        {"", ">= 10", {10, 11, 12}, true, false},
-        {"", "% 5", {5, 10}, true, false},
-        // The VM cannot tell which hits a condition lets through.
-        {"i == 5", "3", {3}, false, false},
-        {"i == 5", "", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, false, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.condition) + " | " + c.hits);
+    for (const auto& [condition, hits, stopping, countedByVM, plain] : cases) {
+        SCOPED_TRACE(std::string(condition) + " | " + hits);
         JXBreakpoint bp;
-        ASSERT_EQ(bp.setOptions({c.condition, c.hits, ""}), "");
-        EXPECT_EQ(bp.HitCountedByVM, c.countedByVM);
-        EXPECT_EQ(bp.plan() == nullptr, c.plain);
+        ASSERT_EQ(bp.setOptions({condition, hits, ""}), "");
+        EXPECT_EQ(bp.HitCountedByVM, countedByVM);
+        EXPECT_EQ(bp.plan() == nullptr, plain);
         HitRule rule;
-        ASSERT_EQ(rule.parse(c.hits), "");
-        std::vector<uint32_t> stopping;
+        ASSERT_EQ(rule.parse(hits), "");
+        std::vector<uint32_t> stops;
         for (uint32_t hit = 1; hit <= 12; ++hit)
             if (rule.selects(hit))
-                stopping.push_back(hit);
-        EXPECT_EQ(stopping, c.stopping);
+                stops.push_back(hit);
+        EXPECT_EQ(stops, stopping);
     }
 }
 
 TEST(Conditions, LogTemplatesRenderTheirPaths)
 {
-    struct Case {
-        const char* text;
-        const char* rendered;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"i={i}", "i=<i>"}, {"{ p.name }!", "<p.name>!"}, {"{{i}} is {i}", "{i} is <i>"},
         {"}}{{", "}{"},     {"no values", "no values"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (const auto& [text, rendered] : cases) {
+        SCOPED_TRACE(text);
         LogTemplate log;
-        ASSERT_EQ(log.parse(c.text), "");
-        EXPECT_EQ(log.render([](const std::string& path) { return "<" + path + ">"; }), c.rendered);
+        ASSERT_EQ(log.parse(text), "");
+        EXPECT_EQ(log.render([](const std::string& path) { return "<" + path + ">"; }), rendered);
     }
 }
 

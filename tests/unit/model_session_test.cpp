@@ -105,17 +105,9 @@ protected:
                      {0, "inf", "I", 100, 4},     {0, "infinity", "I", 100, 5},          {0, "k", "I", 100, 6}};
         vars.slotsCount = static_cast<double>(vars.Slot.size());
         run->SetVariableTable(vars);
-        auto field = [](double id, const std::string& name, double bits) {
-            auto f = std::make_shared<JXField>();
-            f->FieldID = id;
-            f->FieldName = name;
-            f->FieldSignature = "I";
-            f->FieldBits = bits;
-            return f;
-        };
-        b->addField(field(0x31, "b", 0));
-        b->addField(field(0x32, "c", 0x10));
-        a->addField(field(0x41, "k", 8));
+        b->addField(std::make_shared<JXField>(JXField{0x31, "b", "I", 0}));
+        b->addField(std::make_shared<JXField>(JXField{0x32, "c", "I", 0x10})); // final
+        a->addField(std::make_shared<JXField>(JXField{0x41, "k", "I", 8}));    // static
         locals = {{1, {{0, "L" + be64(0x77)}}}, {2, {{0, "s" + be64(0x78)}}}, {3, {{0, intValue(3)}}},
                   {4, {{0, intValue(4)}}},      {5, {{0, intValue(5)}}},      {6, {{0, intValue(6)}}}};
         vm->on(11, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
