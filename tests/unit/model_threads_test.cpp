@@ -48,7 +48,7 @@ public:
 // Thread 3's name and group are asked once, its state on every access;
 // thread 5, whose group cannot be read, counts as suspendable and its group
 // is asked again. The parent group is never asked: it is always 0.
-TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
+TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLiveAndARefusedStopRequestIsTriedAgain)
 {
     vm->onPayload(11, 1, jstr("main"));
     vm->onPayload(11, 4, be32(THREAD_STATE_SLEEPING) + be32(1));
@@ -77,6 +77,17 @@ TEST_F(ModelThreads, NameAndGroupAreCachedStateIsLive)
     vm->onPayload(11, 4, be32(THREAD_STATE_RUNNING) + be32(0));
     EXPECT_FALSE(t.ThreadSuspended());
     EXPECT_EQ(t.ThreadState(), THREAD_STATE_RUNNING);
+
+    // A stop request the VM refused placed nothing to clear, and is tried
+    // again; a placed one is not placed twice.
+    vm->onPayload(15, 1, "", 10);
+    t.RegisterStopMe();
+    t.UnregisterStopMe();
+    EXPECT_EQ(std::pair(countOf(15, 1), countOf(15, 2)), std::pair(size_t{1}, size_t{0}));
+    vm->onPayload(15, 1, be32(7));
+    t.RegisterStopMe();
+    t.RegisterStopMe();
+    EXPECT_EQ(countOf(15, 1), 2u);
 }
 
 TEST_F(ModelThreads, TheListIsKeyedByIdAndArmsEveryThreadOutsideTheSystemGroupOnce)
@@ -110,21 +121,6 @@ TEST_F(ModelThreads, TheListIsKeyedByIdAndArmsEveryThreadOutsideTheSystemGroupOn
 
     list.registerSuspend();
     EXPECT_EQ(countOf(15, 1), 8u) << "disarmed threads can be armed again";
-}
-
-TEST_F(ModelThreads, AFailedStopRequestIsTriedAgain)
-{
-    vm->onPayload(15, 1, "", 10);
-    JXThread t;
-    t.threadID = 3;
-    t.RegisterStopMe();
-    EXPECT_EQ(countOf(15, 1), 1u);
-    t.UnregisterStopMe();
-    EXPECT_EQ(countOf(15, 2), 0u) << "nothing was registered";
-    vm->installDefaults();
-    t.RegisterStopMe();
-    t.RegisterStopMe();
-    EXPECT_EQ(countOf(15, 1), 2u);
 }
 
 TEST_F(ModelThreads, SuspendNextStepArmsAllThreadsQuietly)
