@@ -26,14 +26,6 @@ protected:
         jvm()->addClass(cls, printInfo);
         return cls;
     }
-
-    std::string defaultExcludes() const
-    {
-        std::string out;
-        for (const char* p : {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"})
-            out += u8(6) + jstr(p);
-        return out;
-    }
 };
 
 TEST_F(ModelBreakpoints, RequestBytes)
@@ -49,6 +41,9 @@ TEST_F(ModelBreakpoints, RequestBytes)
         s->registerStepEvent(depth);
     };
     const std::string location = u8(1) + be64(0x40) + be64(kMethod);
+    std::string defaultExcludes;
+    for (const char* p : {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"})
+        defaultExcludes += u8(6) + jstr(p);
     // The step rows end with the session's default class exclusions.
     const struct { const char* what; std::function<void()> act; int cmd; std::string payload; } rows[] = {
         {"line breakpoint", [&] { jvm()->addBreakpoint("pkg/Name", 11); }, 1,
@@ -60,9 +55,9 @@ TEST_F(ModelBreakpoints, RequestBytes)
         {"clear of a breakpoint, by the id the scripted VM handed out",
          [&] { jvm()->removeBreakpoint("pkg/Name", 11); }, 2, u8(2) + be32(41)},
         {"step, count 0", [&] { step(SD_OVER, 0); }, 1,
-         "\x01\x02" + be32(7) + u8(10) + be64(0x1234) + be32(1) + be32(1) + defaultExcludes()},
+         "\x01\x02" + be32(7) + u8(10) + be64(0x1234) + be32(1) + be32(1) + defaultExcludes},
         {"step, count 3", [&] { step(SD_OUT, 3); }, 1,
-         "\x01\x02" + be32(8) + u8(10) + be64(0x1234) + be32(1) + be32(2) + u8(1) + be32(3) + defaultExcludes()},
+         "\x01\x02" + be32(8) + u8(10) + be64(0x1234) + be32(1) + be32(2) + u8(1) + be32(3) + defaultExcludes},
         {"clear of an entry without a class goes out as a step clear (intended)",
          [] { JXBreakpoint b; b.RequestEventID = 9; b.unregisterBreakPoint(); }, 2, u8(1) + be32(9)},
         {"asynchronous step clear",
