@@ -152,12 +152,7 @@ TEST_F(ModelThreads, APausesRequestsAreClearedOnceAndOnlyInTheirOwnVM)
         out = be32(nextId++);
         return true;
     });
-    const auto cleared = [](std::initializer_list<uint32_t> ids) {
-        std::vector<std::string> out;
-        for (uint32_t id : ids)
-            out.push_back(u8(EK_SINGLE_STEP) + be32(id));
-        return out;
-    };
+    const auto clear = [](uint32_t id) { return u8(EK_SINGLE_STEP) + be32(id); };
     const auto pause = [&] { EXPECT_TRUE(jvm()->SuspendNextStep()); };
     const struct {
         const char* name;
@@ -165,17 +160,14 @@ TEST_F(ModelThreads, APausesRequestsAreClearedOnceAndOnlyInTheirOwnVM)
         std::vector<std::string> clears; // the Clear payloads sent by `act`
     } steps[] = {
         {"the first pause", pause, {}},
-        {"a second pause before any stop", pause, cleared({101, 102})},
+        {"a second pause before any stop", pause, {clear(101), clear(102)}},
         {"a full resume before the stop", [&] { jvm()->ResumeVM(true); }, {}},
         {"the pause's stop, a step event of one thread",
-         [&] { jvm()->GoSingleStep(103, 3, "Module1", 0x10, 0x31, 10, 0); }, cleared({103, 104})},
+         [&] { jvm()->GoSingleStep(103, 3, "Module1", 0x10, 0x31, 10, 0); },
+         {clear(103), clear(104)}},
         {"a breakpoint stop after it", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
-        {"a pause in a session that ended",
-         [&] {
-             pause();
-             jvm()->cleanup();
-         },
-         {}},
+        {"a pause in a session that is about to end", pause, {}},
+        {"the end of that session", [&] { jvm()->cleanup(); }, {}},
         {"a stop in the next session", [&] { jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0); }, {}},
     };
     for (const auto& step : steps) {
@@ -203,7 +195,7 @@ TEST_F(ModelThreads, APausesRequestsAreClearedOnceAndOnlyInTheirOwnVM)
     jvm()->GoBreakpoint(9, 3, "Module1", 0x10, 0x31, 11, 0);
     ASSERT_NE(idle, 0);
     EXPECT_EQ(clearsSeenByTheNestedStop, 1u);
-    EXPECT_EQ(payloadsOf(15, 2), cleared({107, 108}));
+    EXPECT_EQ(payloadsOf(15, 2), (std::vector{clear(107), clear(108)}));
 }
 
 } // namespace
