@@ -136,31 +136,18 @@ class Client extends DebugClient {
         });
     }
 
-    // Bytes straight to the adapter's input, framed or not.
-    write(bytes) {
-        this.process.stdin.write(bytes);
-    }
-
-    // All output text of `category` so far.
-    output(category) {
-        return this.events.filter(e => e.type === 'event' && e.event === 'output' && e.body.category === category)
-            .map(e => e.body.output).join('');
-    }
-
-    // What the program wrote, on either stream.
-    programOutput() {
+    // All output text of the `categories` so far.
+    output(...categories) {
         return this.events.filter(e => e.type === 'event' && e.event === 'output' &&
-            ['stdout', 'stderr'].includes(e.body.category)).map(e => e.body.output).join('');
+            categories.includes(e.body.category)).map(e => e.body.output).join('');
     }
 
-    // Waits until the output of `category` ("program": either stream)
-    // contains `text`.
+    // Waits until the output of `category` contains `text`.
     async outputContaining(category, text, ms = kEventMs) {
-        const so = () => (category === 'program' ? this.programOutput() : this.output(category));
-        if (so().includes(text))
+        if (this.output(category).includes(text))
             return;
-        await this.event('output', () => so().includes(text), ms)
-            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${so()}`); });
+        await this.event('output', () => this.output(category).includes(text), ms)
+            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${this.output(category)}`); });
     }
 
     // The whole response, successful or not, within `ms`.
@@ -223,9 +210,7 @@ class Client extends DebugClient {
     }
 
     launchArgs(mainClass, more = {}) {
-        return {
-            mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more,
-        };
+        return { mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more };
     }
 
     // The next stop: its event and the top frames of its thread.
@@ -263,12 +248,15 @@ class Client extends DebugClient {
         }
     }
 
-    // name -> variable of the scope whose name matches `pattern` in `frameId`.
-    async scope(frameId, pattern) {
+    // The variables reference of each scope of `frameId` by its name (Locals, Statics).
+    async scopes(frameId) {
         const { scopes } = await this.ok('scopes', { frameId });
-        const s = scopes.find(x => pattern.test(x.name));
-        assert.ok(s, `no scope ${pattern} in ${scopes.map(x => x.name)}`);
-        return this.children(s.variablesReference);
+        return Object.fromEntries(scopes.map(s => [s.name, s.variablesReference]));
+    }
+
+    // name -> variable of the locals of `frameId`.
+    async locals(frameId) {
+        return this.children((await this.scopes(frameId)).Locals);
     }
 
     async children(variablesReference, more = {}) {
@@ -290,11 +278,10 @@ class Client extends DebugClient {
         if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
             return;
         await this.raw('disconnect', args, kRequestMs).catch(() => {});
-        const how = await this.closeInput().catch(e => {
+        return this.closeInput().catch(e => {
             this.process.kill('SIGKILL');
             throw e;
         });
-        return how;
     }
 }
 
@@ -361,4 +348,4 @@ class JavaProcess {
     }
 }
 
-module.exports = { Client, JavaProcess, env, lineOf, alive, until, within, kEventMs, session };
+module.exports = { Client, JavaProcess, env, lineOf, alive, until, kEventMs, session };
