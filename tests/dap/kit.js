@@ -39,13 +39,19 @@ function lineOf(file, marker) {
     return at + 1;
 }
 
-function within(promise, ms, what) {
-    let timer;
-    const limit = new Promise((_, reject) => {
-        timer = setTimeout(() => reject(new Error(`${what}: nothing after ${ms} ms`)), ms);
-    });
-    return Promise.race([promise, limit]).finally(() => clearTimeout(timer));
+// Polls `cond` (a message come, a process's output or end, a pid's
+// liveness, which sends no event) until it holds or `ms` passed; `what` says
+// what was awaited and what came instead.
+async function until(cond, ms, what) {
+    const deadline = Date.now() + ms;
+    while (!cond()) {
+        if (Date.now() > deadline)
+            throw new Error(`${what()}: not within ${ms} ms`);
+        await new Promise(r => setTimeout(r, 5));
+    }
 }
+
+const ended = p => p.exitCode !== null || p.signalCode !== null;
 
 class Client extends DebugClient {
     constructor() {
@@ -57,7 +63,6 @@ class Client extends DebugClient {
         this.defaultTimeout = kEventMs;
         this.events = [];
         this.taken = new Set();
-        this.waiters = [];
         this.stderr = '';
     }
 
@@ -75,11 +80,7 @@ class Client extends DebugClient {
             });
         });
         this.watch(cp.spawn(env.adapter, ['--port', String(port)], { env: this.adapterEnv }));
-        await within(new Promise((resolve, reject) => {
-            const look = () => this.stderr.includes('waiting for a client') && resolve();
-            this.process.stderr.on('data', look);
-            this.process.on('exit', () => reject(new Error(`adapter ended: ${this.stderr}`)));
-        }), kRequestMs, 'krvdbg-dap listening');
+        await until(() => this.stderr.includes('waiting for a client'), kRequestMs, () => `listening: ${this.stderr}`);
         await super.start(port);
         this.served = true;
     }
@@ -90,7 +91,6 @@ class Client extends DebugClient {
         // An adapter that ended closes its input: a later write fails with
         // EPIPE, which is for the test's checks to notice, not a crash.
         this.process.stdin.on('error', e => { this.inputError = e; });
-        this.gone = new Promise(resolve => this.process.on('exit', (code, signal) => resolve({ code, signal })));
     }
 
     dispatch(body) {
@@ -102,7 +102,6 @@ class Client extends DebugClient {
             return;
         }
         this.events.push(message);
-        this.waiters = this.waiters.filter(w => !w(message));
         super.dispatch(body);
     }
 
@@ -113,27 +112,12 @@ class Client extends DebugClient {
     }
 
     // The same for any message: responses to what was not a request too.
-    message(pred, ms = kEventMs, what = 'message') {
-        const fits = e => !this.taken.has(e) && pred(e);
-        const seen = this.events.find(fits);
-        if (seen) {
-            this.taken.add(seen);
-            return Promise.resolve(seen);
-        }
-        let waiter;
-        return within(new Promise(resolve => {
-            waiter = e => {
-                if (!fits(e))
-                    return false;
-                this.taken.add(e);
-                resolve(e);
-                return true;
-            };
-            this.waiters.push(waiter);
-        }), ms, `${what}; adapter stderr: ${this.stderr.slice(-2000)}`).catch(e => {
-            this.waiters = this.waiters.filter(w => w !== waiter);
-            throw e;
-        });
+    async message(pred, ms = kEventMs, what = 'message') {
+        const find = () => this.events.find(e => !this.taken.has(e) && pred(e));
+        await until(find, ms, () => `${what}; adapter stderr: ${this.stderr.slice(-2000)}`);
+        const e = find();
+        this.taken.add(e);
+        return e;
     }
 
     // All output text of the `categories` so far.
@@ -143,16 +127,17 @@ class Client extends DebugClient {
     }
 
     // Waits until the output of `category` contains `text`.
-    async outputContaining(category, text, ms = kEventMs) {
-        if (this.output(category).includes(text))
-            return;
-        await this.event('output', () => this.output(category).includes(text), ms)
-            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${this.output(category)}`); });
+    outputContaining(category, text, ms = kEventMs) {
+        return until(() => this.output(category).includes(text), ms,
+            () => `${category} output ${text}; so far: ${this.output(category)}`);
     }
 
     // The whole response, successful or not, within `ms`.
-    raw(command, args, ms = kRequestMs) {
-        return within(new Promise(resolve => this.doSend(command, args, resolve)), ms, `request ${command}`);
+    async raw(command, args, ms = kRequestMs) {
+        let response;
+        this.doSend(command, args, r => { response = r; });
+        await until(() => response, ms, () => `request ${command}`);
+        return response;
     }
 
     async ok(command, args, ms) {
@@ -270,14 +255,14 @@ class Client extends DebugClient {
             this._socket.end();
         else
             this.process.stdin.end();
-        return within(this.gone, kRequestMs, 'adapter exit after its input closed');
+        return until(() => ended(this.process), kRequestMs, () => 'adapter exit after its input closed');
     }
 
     // Ends the session whatever state it is in; the adapter must be gone too.
-    async end(args = { terminateDebuggee: true }) {
-        if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
+    async end() {
+        if (!this.process || ended(this.process))
             return;
-        await this.raw('disconnect', args, kRequestMs).catch(() => {});
+        await this.raw('disconnect', { terminateDebuggee: true }).catch(() => {});
         return this.closeInput().catch(e => {
             this.process.kill('SIGKILL');
             throw e;
@@ -302,49 +287,26 @@ function alive(pid) {
     }
 }
 
-// Polls a condition of another process (a pid's liveness, which sends no
-// event) until it holds or `ms` passed.
-async function until(cond, ms, what) {
-    const deadline = Date.now() + ms;
-    while (!cond()) {
-        if (Date.now() > deadline)
-            throw new Error(`${what}: not within ${ms} ms`);
-        await new Promise(r => setTimeout(r, 20));
-    }
-}
-
 // A Java test program started by the test itself (to be attached to), with
 // its output kept and waited on line by line.
 class JavaProcess {
-    constructor(args, extraEnv = {}) {
+    constructor(args) {
         this.out = '';
-        this.proc = cp.spawn(env.java, args, { env: { ...process.env, ...extraEnv } });
-        this.proc.stdout.on('data', d => { this.out += d; this.proc.emit('more'); });
-        this.proc.stderr.on('data', d => { this.out += d; this.proc.emit('more'); });
-        this.done = new Promise(resolve => this.proc.on('exit', code => resolve(code)));
+        this.proc = cp.spawn(env.java, args);
+        this.proc.stdout.on('data', d => { this.out += d; });
+        this.proc.stderr.on('data', d => { this.out += d; });
     }
 
     // The first match of `re` in the output from `from` on.
-    line(re, from = 0, ms = kEventMs) {
-        const find = () => re.exec(this.out.slice(from));
-        return within(new Promise((resolve, reject) => {
-            const look = () => {
-                const m = find();
-                if (m) {
-                    this.proc.off('more', look);
-                    resolve(m);
-                }
-            };
-            this.proc.on('more', look);
-            this.proc.once('exit', () => setImmediate(() => (find() ? look() : reject(new Error('exited')))));
-            look();
-        }), ms, `output ${re}; so far: ${this.out.slice(-1000)}`);
+    async line(re, from = 0, ms = kEventMs) {
+        await until(() => re.test(this.out.slice(from)), ms, () => `output ${re}; so far: ${this.out.slice(-1000)}`);
+        return re.exec(this.out.slice(from));
     }
 
     kill() {
-        if (this.proc.exitCode === null && this.proc.signalCode === null)
+        if (!ended(this.proc))
             this.proc.kill('SIGKILL');
-        return this.done;
+        return until(() => ended(this.proc), kRequestMs, () => 'java exit after SIGKILL');
     }
 }
 

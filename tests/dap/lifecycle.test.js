@@ -73,7 +73,7 @@ for (const [how, end] of endings) {
         const pid = Number(/sleeper ready pid=(\d+)/.exec(dc.output('stdout'))[1]);
         assert.ok(alive(pid));
         await end(dc);
-        await until(() => !alive(pid), kEventMs, `VM ${pid} still running after ${how}`);
+        await until(() => !alive(pid), kEventMs, () => `VM ${pid} still running after ${how}`);
     });
 }
 
