@@ -127,8 +127,8 @@ class Client extends DebugClient {
     }
 
     // Waits until the output of `category` contains `text`.
-    outputContaining(category, text, ms = kEventMs) {
-        return until(() => this.output(category).includes(text), ms,
+    outputContaining(category, text) {
+        return until(() => this.output(category).includes(text), kEventMs,
             () => `${category} output ${text}; so far: ${this.output(category)}`);
     }
 
@@ -198,10 +198,11 @@ class Client extends DebugClient {
         return { mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more };
     }
 
-    // The next stop: its event and the top frames of its thread.
-    async stopped(reason, ms = kEventMs) {
-        const e = await this.event('stopped', () => true, ms);
-        assert.equal(e.body.reason, reason, `stopped for ${JSON.stringify(e.body)}`);
+    // The next stop, for `reason`: its event and the top frames of its
+    // thread; `what` names the stop awaited when another or none comes.
+    async stopped(reason, what = reason) {
+        const e = await this.message(m => m.type === 'event' && m.event === 'stopped', kEventMs, `stop: ${what}`);
+        assert.equal(e.body.reason, reason, `${what}: stopped for ${JSON.stringify(e.body)}`);
         const st = await this.ok('stackTrace', { threadId: e.body.threadId });
         assert.ok(st.stackFrames.length > 0);
         return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };

@@ -21,7 +21,7 @@ async function listeningSleeper(t) {
     return { vm, port };
 }
 
-test('attach to a listening VM, stop in it, and detach: it runs on', async t => {
+test('attach to a listening VM, stop in it, pause it where it runs, and detach: it runs on', async t => {
     const { vm, port } = await listeningSleeper(t);
     const dc = await session(t);
     const loop = lineOf('Sleeper.java', '// @sleeper-loop');
@@ -29,10 +29,28 @@ test('attach to a listening VM, stop in it, and detach: it runs on', async t => 
     const s = await dc.stopped('breakpoint');
     assert.equal(s.top.line, loop);
     assert.match((await dc.locals(s.top.id)).round.value, /^\d+$/);
+    const source = { path: s.top.source.path };
+    await dc.ok('setBreakpoints', { source, breakpoints: [] });
+    await dc.ok('continue', { threadId: s.threadId });
+    await vm.line(/sleeper round \d+/, vm.out.length);
 
+    const { threads } = await dc.ok('threads');
+    const main = threads.find(th => th.name === 'main');
+    assert.ok(main, JSON.stringify(threads));
+    await dc.ok('pause', { threadId: main.id });
+    await dc.stopped('pause');
+    const st = await dc.ok('stackTrace', { threadId: main.id });
+    assert.ok(st.stackFrames.some(f => /main/.test(f.name) && f.source && /Sleeper\.java$/.test(f.source.path)),
+        JSON.stringify(st.stackFrames.map(f => f.name)));
+    // The JDK's frames (Thread.sleep) have no source here: no frame names a file that is not there.
+    assert.ok(st.stackFrames.length > 1);
+    for (const f of st.stackFrames.filter(f => f.source && f.source.path))
+        assert.ok(fs.existsSync(f.source.path), `${f.name}: ${f.source.path}`);
+
+    await dc.ok('setBreakpoints', { source, breakpoints: [{ line: loop }] });
     await dc.ok('disconnect', { terminateDebuggee: false });
     const from = vm.out.length;
-    // Running on, and not held by the breakpoint it had.
+    // Running on, held neither by the pause nor by the breakpoint it had.
     await vm.line(/sleeper round \d+/, from);
     await vm.line(/sleeper round \d+[^]*sleeper round \d+/, from);
     assert.ok(alive(vm.proc.pid));

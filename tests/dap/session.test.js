@@ -5,7 +5,6 @@
 'use strict';
 
 const assert = require('node:assert/strict');
-const fs = require('node:fs');
 const { test } = require('node:test');
 const { lineOf, session } = require('./kit');
 
@@ -59,10 +58,7 @@ for (const transport of ['socket', 'shmem']) {
         let threadId = call.threadId;
         for (const [request, marker, name] of steps) {
             await dc.ok(request, { threadId });
-            const step = await dc.stopped('step').catch(e => {
-                e.message = `${request} to @${marker}: ${e.message}`;
-                throw e;
-            });
+            const step = await dc.stopped('step', `${request} to @${marker}`);
             assert.deepEqual([step.top.line, name.test(step.top.name)], [at(marker), true],
                 `${request} stopped in ${step.top.name}:${step.top.line}`);
             if (request === 'stepIn' && marker === 'twice-body') {
@@ -200,23 +196,32 @@ test('setVariable gives locals, fields and statics values the program then print
         assert.ok(dc.output('stdout', 'stderr').includes(text), `${text} in ${dc.output('stdout', 'stderr')}`);
 });
 
-// Nested, ended by an exception nothing catches (no filter asks to stop on
-// it): the VM reports its death before it exits; its own status is shown.
-test('breakpoints in a nested, an inner and an anonymous class and in a lambda; output by stream; exit code',
+// Nested, ended by an exception nothing catches: a stop for it, then the VM
+// reports its death before it exits; its own status is the one shown.
+test('breakpoints in nested, inner and anonymous classes and a lambda; an uncaught exception; output by stream',
     async t => {
         const dc = await session(t);
+        const filters = (await dc.initialize()).exceptionBreakpointFilters || [];
+        assert.ok(filters.length > 0 && filters.every(f => f.filter && f.label), JSON.stringify(filters));
+        // The filter that stops on an exception nothing catches, whatever else it stops on.
+        const uncaught = filters.find(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
+        assert.ok(uncaught, JSON.stringify(filters));
         const at = marker => lineOf('Nested.java', `// @${marker}`);
         const markers = ['nested-add', 'inner-twice', 'anonymous-run', 'lambda-body'];
         // Line 1 is a comment: no code there.
         const lines = [...markers.map(at), 1];
         const set = await dc.begin('launch', dc.launchArgs('Nested', { transport: 'shmem', args: ['throw'] }),
-            { 'Nested.java': lines });
+            { 'Nested.java': lines }, [uncaught.filter]);
         for (const marker of markers) {
             const s = await dc.stopped('breakpoint');
             assert.equal(s.top.line, at(marker), `expected a stop at ${marker}, got ${s.top.name}:${s.top.line}`);
             assert.match(s.top.source.path, /Nested\.java$/);
             await dc.ok('continue', { threadId: s.threadId });
         }
+        const x = await dc.stopped('exception');
+        assert.match(`${x.body.description} ${x.body.text}`, /nobody catches 16/);
+        assert.equal(x.top.line, at('uncaught'));
+        await dc.ok('continue', { threadId: x.threadId });
         assert.equal((await dc.event('exited')).body.exitCode, 1);
 
         // Where each breakpoint ended up: its answer, then its breakpoint events.
@@ -231,6 +236,7 @@ test('breakpoints in a nested, an inner and an anonymous class and in a lambda; 
         await dc.event('terminated');
         await dc.outputContaining('stdout', 'anonymous runs\nsquare 16\n');
         await dc.outputContaining('stderr', 'nested to stderr\n');
+        await dc.outputContaining('stderr', 'IllegalStateException: nobody catches 16');
         assert.ok(!dc.output('stdout').includes('nested to stderr'));
         const own = dc.output('console');
         assert.match(own, /\S/);
@@ -272,45 +278,47 @@ test('conditions and hit conditions stop where they hold; an edited one from the
         await dc.outputContaining('stdout', 'loops end 1004 499500');
     });
 
-// The function breakpoints given, the stops they make ([reason, marker,
-// value of the watched name]) and the message of each one that cannot be
-// verified (null: verified once its class is loaded).
-const functionCases = [
-    ['one overload', [{ name: 'Loops$Counter.add(java.lang.String)' }, { name: 'add' }, { name: 'Loops$Counter.nosuch' }],
-        [['counter-add-text', '"done"']], [null, /CLASS\.METHOD/, /no method nosuch/]],
-    ['every overload', [{ name: 'Loops$Counter.add' }],
-        [['counter-add-int', '0'], ['counter-add-int', '1'], ['counter-add-int', '2'], ['counter-add-text', '"done"']],
-        [null]],
-];
-for (const [what, functions, stops, messages] of functionCases) {
-    test(`function breakpoints: ${what}`, async t => {
-        const dc = await session(t);
-        const watch = { [loops('counter-add-int')]: 'n', [loops('counter-add-text')]: 'text' };
-        const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), {}, null, functions);
-        assert.deepEqual(set.functions.map(f => f.verified), functions.map(() => false));
-        assert.deepEqual(await dc.stopsToTheEnd(watch),
-            stops.map(([marker, value]) => ['function breakpoint', loops(marker), value]));
-        for (const [k, bp] of set.functions.map(f => dc.breakpointState(f)).entries()) {
-            assert.equal(bp.verified, messages[k] === null, `${functions[k].name}: ${JSON.stringify(bp)}`);
-            if (messages[k])
-                assert.match(bp.message, messages[k], functions[k].name);
-        }
-    });
-}
-
-test('a condition that does not parse is refused with the reason; one that fails at a hit says why, then stops; ' +
-    'a logpoint writes a line with its place each round and never stops', async t => {
+test('a function breakpoint stops in every overload of its method, verified once its class is loaded', async t => {
     const dc = await session(t);
-    const [add, addText, sum] = ['loops-add', 'loops-add-text', 'counter-sum'].map(loops);
+    const [addInt, addText] = ['counter-add-int', 'counter-add-text'].map(loops);
+    const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), {}, null,
+        [{ name: 'Loops$Counter.add' }]);
+    assert.equal(set.functions[0].verified, false);
+    assert.deepEqual(await dc.stopsToTheEnd({ [addInt]: 'n', [addText]: 'text' }),
+        [[addInt, '0'], [addInt, '1'], [addInt, '2'], [addText, '"done"']].map(s => ['function breakpoint', ...s]));
+    assert.equal(dc.breakpointState(set.functions[0]).verified, true);
+});
+
+// The function breakpoints: one overload, a name that is no CLASS.METHOD,
+// a method the class does not have; the message of each that cannot be
+// verified (null: verified once its class is loaded).
+const functions = [
+    ['Loops$Counter.add(java.lang.String)', null],
+    ['add', /CLASS\.METHOD/],
+    ['Loops$Counter.nosuch', /no method nosuch/],
+];
+test('a condition that does not parse is refused with the reason; one that fails at a hit says why, then stops; ' +
+    'a logpoint writes a line with its place each round and never stops; a function breakpoint on one overload',
+async t => {
+    const dc = await session(t);
+    const [add, addText, sum, counterText] = ['loops-add', 'loops-add-text', 'counter-sum', 'counter-add-text'].map(loops);
     const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['100'] }), { 'Loops.java': [
         { line: add, condition: 'i >' },
         { line: addText, condition: 'nosuch > 1' },
         { line: sum, logMessage: 'round {n} of {{100}}' },
-    ] });
+    ] }, null, functions.map(([name]) => ({ name })));
     const refused = set['Loops.java'][0];
     assert.equal(refused.verified, false);
     assert.match(refused.message, /condition/);
-    assert.deepEqual(await dc.stopsToTheEnd(), [['breakpoint', addText, undefined]]);
+    assert.deepEqual(set.functions.map(f => f.verified), [false, false, false]);
+    assert.deepEqual(await dc.stopsToTheEnd({ [counterText]: 'text' }),
+        [['breakpoint', addText, undefined], ['function breakpoint', counterText, '"done"']]);
+    for (const [k, bp] of set.functions.map(f => dc.breakpointState(f)).entries()) {
+        const [name, message] = functions[k];
+        assert.equal(bp.verified, message === null, `${name}: ${JSON.stringify(bp)}`);
+        if (message)
+            assert.match(bp.message, message, name);
+    }
     const why = dc.events.filter(e => e.event === 'output' && /nosuch/.test(e.body.output));
     assert.equal(why.length, 1, JSON.stringify(why));
     assert.ok(['console', 'stderr'].includes(why[0].body.category), why[0].body.category);
@@ -321,44 +329,4 @@ test('a condition that does not parse is refused with the reason; one that fails
     assert.deepEqual(logged.map(e => e.body.output), Array.from({ length: 100 }, (_, i) => `round ${i} of {100}\n`));
     for (const e of logged)
         assert.deepEqual([e.body.category, e.body.line, /Loops\.java$/.test(e.body.source.path)], ['console', sum, true]);
-});
-
-test('an uncaught exception stops with its text, then the program ends with it', async t => {
-    const dc = await session(t);
-    await dc.initialize();
-    const filters = dc.caps.exceptionBreakpointFilters || [];
-    assert.ok(filters.length > 0, 'no exception filters offered');
-    assert.ok(filters.every(f => f.filter && f.label), JSON.stringify(filters));
-    // The filter that stops on an exception nothing catches, whatever else it stops on.
-    const uncaught = filters.filter(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
-    assert.ok(uncaught.length > 0, JSON.stringify(filters));
-
-    await dc.begin('launch', dc.launchArgs('Nested', { args: ['throw'] }), {}, [uncaught[0].filter]);
-    const s = await dc.stopped('exception');
-    assert.match(`${s.body.description} ${s.body.text}`, /nobody catches 16/);
-    assert.equal(s.top.line, lineOf('Nested.java', '// @uncaught'));
-    await dc.ok('continue', { threadId: s.threadId });
-    assert.equal((await dc.event('exited')).body.exitCode, 1);
-    await dc.outputContaining('stderr', 'IllegalStateException: nobody catches 16');
-});
-
-test('pause stops a running program where it is; continue lets it run on', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Sleeper'));
-    await dc.outputContaining('stdout', 'sleeper round 20');
-    const { threads } = await dc.ok('threads');
-    const main = threads.find(th => th.name === 'main');
-    assert.ok(main, JSON.stringify(threads));
-    await dc.ok('pause', { threadId: main.id });
-    const s = await dc.stopped('pause');
-    const st = await dc.ok('stackTrace', { threadId: main.id });
-    assert.ok(st.stackFrames.some(f => /main/.test(f.name) && f.source && /Sleeper\.java$/.test(f.source.path)),
-        JSON.stringify(st.stackFrames.map(f => f.name)));
-    // The JDK's frames (Thread.sleep) have no source here: no frame names a file that is not there.
-    assert.ok(st.stackFrames.length > 1);
-    for (const f of st.stackFrames.filter(f => f.source && f.source.path))
-        assert.ok(fs.existsSync(f.source.path), `${f.name}: ${f.source.path}`);
-    const before = dc.output('stdout').length;
-    await dc.ok('continue', { threadId: s.threadId });
-    await dc.event('output', () => dc.output('stdout').slice(before).includes('sleeper round'));
 });
