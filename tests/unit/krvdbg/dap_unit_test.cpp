@@ -95,7 +95,8 @@ TEST(DapAdapter, RequestsOutOfPlaceOrMalformedGetErrorResponses)
     std::vector<json> sent;
     DapAdapter adapter([&](const json& m) { sent.push_back(m); });
     int seq = 0;
-    // Sends one request; returns the response's message ("ok" on success).
+    // Sends one request; returns the message of its response ("ok" on
+    // success, "(no response)" while it waits).
     auto ask = [&](const std::string& command, json arguments = json::object()) {
         sent.clear();
         json request = {{"seq", ++seq}, {"type", "request"}, {"command", command}};
@@ -103,8 +104,7 @@ TEST(DapAdapter, RequestsOutOfPlaceOrMalformedGetErrorResponses)
             request["arguments"] = arguments;
         adapter.handle(request);
         for (const auto& m : sent)
-            if (m.value("type", "") == "response") {
-                EXPECT_EQ(m.value("request_seq", -1), seq) << command;
+            if (m.value("type", "") == "response" && m.value("request_seq", -1) == seq) {
                 EXPECT_EQ(m.value("command", ""), command);
                 return m.value("success", false) ? std::string("ok") : m.value("message", std::string("(none)"));
             }
@@ -137,6 +137,9 @@ TEST(DapAdapter, RequestsOutOfPlaceOrMalformedGetErrorResponses)
         {"launch", {{"mainClass", "demo.Shop"}, {"cwd", missing}}, "does not exist"},
         {"attach", {{"port", 0}}, "needs \"port\""},
         {"attach", {{"port", "5005"}}, "needs \"port\""},
+        // A launch waits for configurationDone; a second one meanwhile is refused.
+        {"launch", {{"mainClass", "a.B"}}, "(no response)"},
+        {"launch", {{"mainClass", "a.B"}}, "second time"},
         {"disconnect", json::object(), "ok"},
     };
     for (const auto& s : steps) {
@@ -156,20 +159,6 @@ TEST(DapAdapter, RequestsOutOfPlaceOrMalformedGetErrorResponses)
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_EQ(sent[0].value("success", true), false);
     EXPECT_NE(sent[1].value("message", "").find("bad message header"), std::string::npos);
-}
-
-TEST(DapAdapter, ASecondLaunchAndConfigurationDoneTwiceAreRefused)
-{
-    std::vector<json> sent;
-    DapAdapter adapter([&](const json& m) { sent.push_back(m); });
-    adapter.handle({{"seq", 1}, {"type", "request"}, {"command", "initialize"}, {"arguments", json::object()}});
-    // The launch waits for configurationDone, so it is not answered yet.
-    sent.clear();
-    adapter.handle({{"seq", 2}, {"type", "request"}, {"command", "launch"}, {"arguments", {{"mainClass", "a.B"}}}});
-    EXPECT_TRUE(sent.empty());
-    adapter.handle({{"seq", 3}, {"type", "request"}, {"command", "launch"}, {"arguments", {{"mainClass", "a.B"}}}});
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_NE(sent[0].value("message", "").find("second time"), std::string::npos) << sent[0].dump();
 }
 
 TEST(DapSourceMap, ThePackageLineNamesTheClass)
