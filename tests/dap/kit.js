@@ -54,10 +54,10 @@ async function until(cond, ms, what) {
 const ended = p => p.exitCode !== null || p.signalCode !== null;
 
 class Client extends DebugClient {
-    constructor() {
+    constructor(moreEnv = {}) {
         // DebugClient runs "<runtime> <executable>"; env keeps the adapter's
         // command line empty.
-        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir };
+        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir, ...moreEnv };
         super('/usr/bin/env', env.adapter, 'krvdbg', { env: adapterEnv });
         this.adapterEnv = adapterEnv;
         this.defaultTimeout = kEventMs;
@@ -93,15 +93,9 @@ class Client extends DebugClient {
         this.process.stdin.on('error', e => { this.inputError = e; });
     }
 
+    // Whatever the adapter writes must be JSON: anything else fails here.
     dispatch(body) {
-        let message;
-        try {
-            message = JSON.parse(body);
-        } catch (e) {
-            this.events.push({ type: 'not JSON', body });
-            return;
-        }
-        this.events.push(message);
+        this.events.push(JSON.parse(body));
         super.dispatch(body);
     }
 
@@ -140,15 +134,15 @@ class Client extends DebugClient {
         return response;
     }
 
-    async ok(command, args, ms) {
-        const r = await this.raw(command, args, ms);
+    async ok(command, args) {
+        const r = await this.raw(command, args);
         assert.ok(r.success, `${command} ${JSON.stringify(args)} failed: ${r.message} ${JSON.stringify(r.body)}`);
         return r.body || {};
     }
 
     // A failed response with a message a person can read.
-    async fails(command, args, ms) {
-        const r = await this.raw(command, args, ms);
+    async fails(command, args) {
+        const r = await this.raw(command, args);
         assert.equal(r.success, false, `${command} ${JSON.stringify(args)} succeeded`);
         const text = r.message || (r.body && r.body.error && r.body.error.format) || '';
         assert.ok(text.length > 3, `${command}: no readable message in ${JSON.stringify(r)}`);
@@ -156,10 +150,8 @@ class Client extends DebugClient {
     }
 
     async initialize() {
-        this.caps = await this.ok('initialize', {
-            clientID: 'dap-tests', adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true,
-            pathFormat: 'path', supportsRunInTerminalRequest: false,
-        });
+        this.caps = await this.ok('initialize',
+            { adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true, pathFormat: 'path' });
         return this.caps;
     }
 
@@ -205,7 +197,7 @@ class Client extends DebugClient {
         assert.equal(e.body.reason, reason, `${what}: stopped for ${JSON.stringify(e.body)}`);
         const st = await this.ok('stackTrace', { threadId: e.body.threadId });
         assert.ok(st.stackFrames.length > 0);
-        return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };
+        return { threadId: e.body.threadId, body: e.body, top: st.stackFrames[0] };
     }
 
     // A breakpoint as the adapter last described it: its answer, updated by
@@ -271,9 +263,9 @@ class Client extends DebugClient {
     }
 }
 
-// A started client that ends with the test.
-async function session(t) {
-    const dc = new Client();
+// A started client (its adapter's environment with `moreEnv`) that ends with the test.
+async function session(t, moreEnv = {}) {
+    const dc = new Client(moreEnv);
     await dc.start();
     t.after(() => dc.end());
     return dc;

@@ -82,9 +82,7 @@ for (const transport of ['socket', 'shmem']) {
 
 test('values of every kind, each read with one question per fact the adapter cannot know; a new thread announced',
     async t => {
-        process.env.KRVDBG_DAP_TRACE = '1';
-        const dc = await session(t);
-        delete process.env.KRVDBG_DAP_TRACE;
+        const dc = await session(t, { KRVDBG_DAP_TRACE: '1' });
         await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] },
             null, [{ name: 'Worker.run' }]);
         const s = await dc.stopped('breakpoint');
@@ -92,19 +90,13 @@ test('values of every kind, each read with one question per fact the adapter can
         const from = dc.stderr.length;
         const locals = await dc.children(scopes.Locals);
         const sent = dc.stderr.slice(from).split('\n').filter(l => l.startsWith('-> '));
-        // JDWP command, requests: the values in one read; the text of the three
-        // strings; the class of the six objects, args (a String[]) among them, but
-        // not of arr, an int[] as declared; the signature of String[] alone, whose
-        // class is not known from a prepare event; the length of the two arrays.
-        const questions = [
-            ['Get Stack-Value', 1],
-            ['Resolve UTF8', 3],
-            ['Get Reference-Type', 6],
-            ['Get Signature', 1],
-            ['Get Array-Length', 2],
-        ];
-        for (const [command, count] of questions)
-            assert.equal(sent.filter(l => l.endsWith(command)).length, count, `${command} in\n${sent.join('\n')}`);
+        // The values in one read; the text of the three strings; the class of
+        // the six objects, args (a String[]) among them, but not of arr, an
+        // int[] as declared; the signature of String[] alone, whose class is
+        // not known from a prepare event; the length of the two arrays.
+        const commands = ['Get Stack-Value', 'Resolve UTF8', 'Get Reference-Type', 'Get Signature', 'Get Array-Length'];
+        const asked = command => sent.filter(l => l.endsWith(command)).length;
+        assert.deepEqual(commands.map(asked), [1, 3, 6, 1, 2], sent.join('\n'));
 
         // name, value pattern, expandable
         const expected = [
@@ -125,18 +117,15 @@ test('values of every kind, each read with one question per fact the adapter can
             assert.equal(locals[name].variablesReference > 0, expandable, name);
         }
         const p = await dc.children(locals.p.variablesReference);
-        assert.deepEqual([p.x.value, p.y.value], ['3', '4']);
-        assert.match(p.name.value, /pt/);
+        assert.deepEqual([p.x.value, p.y.value, p.name.value], ['3', '4', '"pt"']);
         const arr = await dc.children(locals.arr.variablesReference);
         assert.deepEqual(Object.values(arr).map(v => v.value), ['1', '2', '3']);
         const page = await dc.children(locals.arr.variablesReference, { start: 1, count: 1 });
         assert.deepEqual(Object.values(page).map(v => v.value), ['2']);
 
         const statics = await dc.children(scopes.Statics);
-        assert.equal(statics.counter.value, '42');
-        assert.match(statics.label.value, /static label/);
-        const hover = await dc.ok('evaluate', { expression: 'p.x', frameId: s.top.id, context: 'hover' });
-        assert.equal(hover.result, '3');
+        assert.deepEqual([statics.counter.value, statics.label.value], ['42', '"static label"']);
+        assert.equal((await dc.ok('evaluate', { expression: 'p.x', frameId: s.top.id, context: 'hover' })).result, '3');
 
         // Worker starts after the launch: its thread event comes as it starts,
         // and another as it ends, without the editor asking.
@@ -149,9 +138,7 @@ test('values of every kind, each read with one question per fact the adapter can
     });
 
 test('setVariable gives locals, fields and statics values the program then prints', async t => {
-    process.env.KRVDBG_DAP_TRACE = '1';
-    const dc = await session(t);
-    delete process.env.KRVDBG_DAP_TRACE;
+    const dc = await session(t, { KRVDBG_DAP_TRACE: '1' });
     await dc.begin('launch', dc.launchArgs('SetValues'),
         { 'SetValues.java': [lineOf('SetValues.java', '// @set-stop')] });
     assert.equal(dc.caps.supportsSetVariable, true);
@@ -159,19 +146,19 @@ test('setVariable gives locals, fields and statics values the program then print
     const { Locals: locals, Statics: statics } = await dc.scopes(s.top.id);
     const g = (await dc.children(locals)).g.variablesReference;
     const set = (variablesReference, name, value) => dc.ok('setVariable', { variablesReference, name, value });
-    // reference, name, value typed, value shown, type
+    // reference, name, value typed (and shown as typed), type
     const rows = [
-        [locals, 'i', '41', '41', 'int'],
-        [locals, 'flag', 'true', 'true', 'boolean'],
-        [locals, 'c', '\'q\'', '\'q\'', 'char'],
-        [locals, 'text', '"dap #1"', '"dap #1"', 'java.lang.String'],
-        [g, 'level', '12', '12', 'int'],
-        [g, 'name', 'null', 'null', 'java.lang.String'],
-        [g, 'level (Dial)', '5', '5', 'int'],
-        [statics, 'total', '8', '8', 'int'],
+        [locals, 'i', '41', 'int'],
+        [locals, 'flag', 'true', 'boolean'],
+        [locals, 'c', '\'q\'', 'char'],
+        [locals, 'text', '"dap #1"', 'java.lang.String'],
+        [g, 'level', '12', 'int'],
+        [g, 'name', 'null', 'java.lang.String'],
+        [g, 'level (Dial)', '5', 'int'],
+        [statics, 'total', '8', 'int'],
     ];
-    for (const [ref, name, typed, shown, type] of rows)
-        assert.deepEqual(await set(ref, name, typed), { value: shown, type, variablesReference: 0 }, name);
+    for (const [ref, name, value, type] of rows)
+        assert.deepEqual(await set(ref, name, value), { value, type, variablesReference: 0 }, name);
     assert.equal((await dc.children(locals)).i.value, '41');
 
     // Refused in words, and no set reaches the VM.
