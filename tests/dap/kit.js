@@ -149,9 +149,13 @@ class Client extends DebugClient {
         return text;
     }
 
+    // initialize; the capabilities the tests rely on must be there.
     async initialize() {
         this.caps = await this.ok('initialize',
             { adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true, pathFormat: 'path' });
+        const needed = ['supportsConfigurationDoneRequest', 'supportsConditionalBreakpoints',
+            'supportsHitConditionalBreakpoints', 'supportsLogPoints', 'supportsFunctionBreakpoints', 'supportsSetVariable'];
+        assert.deepEqual(needed.filter(flag => this.caps[flag] !== true), [], 'capabilities missing');
         return this.caps;
     }
 
@@ -197,7 +201,7 @@ class Client extends DebugClient {
         assert.equal(e.body.reason, reason, `${what}: stopped for ${JSON.stringify(e.body)}`);
         const st = await this.ok('stackTrace', { threadId: e.body.threadId });
         assert.ok(st.stackFrames.length > 0);
-        return { threadId: e.body.threadId, body: e.body, top: st.stackFrames[0] };
+        return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };
     }
 
     // A breakpoint as the adapter last described it: its answer, updated by
