@@ -11,12 +11,7 @@ const net = require('node:net');
 const path = require('node:path');
 const { DebugClient } = require('@vscode/debugadapter-testsupport');
 
-function need(name) {
-    const v = process.env[name];
-    if (!v)
-        throw new Error(`${name} is not set: run these tests through ctest (label dap)`);
-    return v;
-}
+const need = name => process.env[name] || assert.fail(`${name} is not set: run these tests through ctest (label dap)`);
 
 const env = {
     adapter: need('KRVDBG_DAP'),
@@ -248,10 +243,7 @@ class Client extends DebugClient {
 
     // Closes the adapter's input: it must end, within bounded time.
     async closeInput() {
-        if (this.served)
-            this._socket.end();
-        else
-            this.process.stdin.end();
+        (this.served ? this._socket : this.process.stdin).end();
         return until(() => ended(this.process), kRequestMs, () => 'adapter exit after its input closed');
     }
 
