@@ -148,8 +148,8 @@ class Client extends DebugClient {
     async initialize() {
         this.caps = await this.ok('initialize',
             { adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true, pathFormat: 'path' });
-        const needed = ['supportsConfigurationDoneRequest', 'supportsConditionalBreakpoints',
-            'supportsHitConditionalBreakpoints', 'supportsLogPoints', 'supportsFunctionBreakpoints', 'supportsSetVariable'];
+        const needed = ['supportsConfigurationDoneRequest', 'supportsConditionalBreakpoints', 'supportsLogPoints',
+            'supportsHitConditionalBreakpoints', 'supportsFunctionBreakpoints', 'supportsSetVariable'];
         assert.deepEqual(needed.filter(flag => this.caps[flag] !== true), [], 'capabilities missing');
         return this.caps;
     }

@@ -1,7 +1,8 @@
-// How a krvdbg-dap session begins and ends: attaching to a VM that listens,
-// every way of ending that must take a launched VM along or leave an
-// attached one running, and bad input, which gets an error response and
-// leaves the adapter serving.
+// How a krvdbg-dap session begins and ends: attaching to a VM that listens
+// (a stop, a pause, a detach that leaves it running), the adapter served on
+// a port (bad input gets an error response and leaves it serving), every way
+// of ending that must take a launched VM along, and launches that cannot
+// work.
 'use strict';
 
 const assert = require('node:assert/strict');

@@ -1,7 +1,9 @@
 // krvdbg-dap driven as an editor drives it, against real VMs: a whole
-// session over each transport, values, setting them, breakpoints in classes
-// other than the file's own, conditions, hit counts, logpoints and function
-// breakpoints, an exception stop, output, pause and stopOnEntry.
+// session over each transport (with the requests refused while stopped),
+// values and the questions asked for them, setting them, breakpoints in
+// classes other than the file's own with an exception stop, the exit code
+// and the output streams, conditions, hit counts, logpoints and function
+// breakpoints.
 'use strict';
 
 const assert = require('node:assert/strict');
