@@ -321,62 +321,36 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     EXPECT_NE(run.console().find("loops end 16 66"), std::string::npos) << run.console();
 }
 
-TEST(Krvdbg, StepsIntoTheProgramsOwnClassListsThreadsAndPopsAFrame)
-{
-    // No breakpoint and no --target names demo.Cart: it is the program's
-    // because it is in the class path's folder.
-    const int addCall = lineOf(kShop, "@shop-add");
-    const std::string script =
-        "stop at demo.Shop:" + std::to_string(addCall) + "\nrun\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
-    const KrvdbgRun run = runKrvdbg(demoOptions(), script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(run.stops("run"), Stops{at("demo/Shop", addCall)}) << run.output;
-    bool mainSuspended = false;
-    const json threads = run.command("threads");
-    for (const auto& t : threads["result"]["threads"])
-        if (t["ThreadName"] == "main")
-            mainSuspended = t["ThreadSuspended"].get<bool>();
-    EXPECT_TRUE(mainSuspended) << run.command("threads").dump();
-
-    const int inAdd = lineOf(kCart, "@cart-throw") - 1;
-    EXPECT_EQ(run.stops("step"), Stops{at("demo/Cart", inAdd)}) << run.output;
-    const std::string fillAndMain =
-        "demo/Shop.fill:" + std::to_string(addCall) + " demo/Shop.main:" + std::to_string(lineOf(kShop, "@main-fill"));
-    EXPECT_EQ(run.stack(0), "demo/Cart.add:" + std::to_string(inAdd) + " " + fillAndMain);
-    const json popped = run.command("pop");
-    EXPECT_FALSE(popped.contains("error")) << popped.dump();
-    EXPECT_EQ(popped["result"]["MethodName"], "fill");
-    EXPECT_EQ(popped["result"]["LineNr"], addCall);
-    EXPECT_EQ(run.stack(1), fillAndMain);
-
-    // Out of fill (run again from the call after the pop): back in main.
-    const json up = run.command("step up");
-    EXPECT_EQ(up["result"]["ClassName"], "demo/Shop") << up.dump();
-    EXPECT_EQ(run.command("quit")["result"], "quit");
-}
-
+// At a stop before the call of Cart.add (in the demo's folder, or in a jar
+// as a library unless a target pattern names it): the threads, a step into
+// the call or over it, the stack, a popped frame, a step out.
 TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPatternsName)
 {
-    // The demo's classes once more, packed in a jar: a library unless named.
     const std::string jar = buildDir() + "/krvdbg-test-demo.jar";
     const std::string jarTool = javaPath().substr(0, javaPath().rfind('/') + 1) + "jar";
     ASSERT_EQ(ChildProcess({jarTool, "cf", jar, "-C", examplesClassPath(), "demo"}).wait(60000), 0);
-    const int addCall = lineOf(kShop, "@shop-add");
-    const std::string script = "stop at demo.Shop:" + std::to_string(addCall) + "\nrun\nwait\nstep\nquit\n";
+    const int addCall = lineOf(kShop, "@shop-add"), inAdd = lineOf(kCart, "@cart-throw") - 1;
+    const std::string fillAndMain =
+        "demo/Shop.fill:" + std::to_string(addCall) + " demo/Shop.main:" + std::to_string(lineOf(kShop, "@main-fill"));
+    const std::string script = "stop at demo.Shop:" + std::to_string(addCall) +
+                               "\nrun\nwait\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
     const struct {
         const char* name;
         std::string classPath; // empty: attach
         std::vector<std::string> targets;
-        std::string stepsInto;
+        bool entersCart;
     } cases[] = {
-        {"a class in a jar", jar, {}, "demo/Shop"},
-        {"a jar's classes named by a pattern", jar, {"--target", "demo.*"}, "demo/Cart"},
-        {"a class named by a suffix pattern", jar, {"--target", "*.Cart"}, "demo/Cart"},
+        // No breakpoint and no --target names demo.Cart.
+        {"a class in a folder", examplesClassPath(), {}, true},
+        {"a class in a jar", jar, {}, false},
+        {"a jar's classes named by a pattern", jar, {"--target", "demo.*"}, true},
+        {"a class named by a suffix pattern", jar, {"--target", "*.Cart"}, true},
         // Traced. A VM started suspended starts the program when krvdbg
         // attaches, and run waits for the first stop.
-        {"attached, a pattern", "", {"--trace", "--target", "demo.*"}, "demo/Cart"},
+        {"attached, a pattern", "", {"--trace", "--target", "demo.*"}, true},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         std::unique_ptr<ListeningVM> vm;
         std::vector<std::string> options = c.targets;
         if (c.classPath.empty()) {
@@ -386,9 +360,8 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
             options.insert(options.end(), {"--quiet", "-cp", c.classPath, "--java", javaPath(), "demo.Shop"});
         }
         const KrvdbgRun run = runKrvdbg(options, script);
-        EXPECT_EQ(run.status, 0) << c.name << "\n" << run.output;
-        EXPECT_EQ(run.stops("wait"), Stops{at("demo/Shop", addCall)}) << c.name << "\n" << run.output;
-        EXPECT_EQ(run.command("step")["result"].value("ClassName", ""), c.stepsInto) << c.name << "\n" << run.output;
+        EXPECT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(run.stops("wait"), Stops{at("demo/Shop", addCall)}) << run.output;
         const auto traced = [&](const char* way, const char* text) {
             return std::any_of(run.lines.begin(), run.lines.end(), [&](const json& j) {
                 const std::string t = j.value("trace", "");
@@ -396,6 +369,26 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
             });
         };
         EXPECT_EQ(traced("->", " 1/7 ") && traced("<-", "reply err=0"), c.classPath.empty()) << run.output;
+        bool mainSuspended = false;
+        const json threads = run.command("threads");
+        for (const auto& t : threads["result"]["threads"])
+            if (t["ThreadName"] == "main")
+                mainSuspended = t["ThreadSuspended"].get<bool>();
+        EXPECT_TRUE(mainSuspended) << threads.dump();
+        if (!c.entersCart) {
+            EXPECT_EQ(run.command("step")["result"].value("ClassName", ""), "demo/Shop") << run.output;
+            continue;
+        }
+        EXPECT_EQ(run.stops("step"), Stops{at("demo/Cart", inAdd)}) << run.output;
+        EXPECT_EQ(run.stack(0), "demo/Cart.add:" + std::to_string(inAdd) + " " + fillAndMain);
+        const json popped = run.command("pop");
+        EXPECT_FALSE(popped.contains("error")) << popped.dump();
+        EXPECT_EQ(popped["result"]["MethodName"], "fill");
+        EXPECT_EQ(popped["result"]["LineNr"], addCall);
+        EXPECT_EQ(run.stack(1), fillAndMain);
+        // Out of fill (run again from the call after the pop): back in main.
+        EXPECT_EQ(run.command("step up")["result"]["ClassName"], "demo/Shop") << run.output;
+        EXPECT_EQ(run.command("quit")["result"], "quit");
     }
     std::remove(jar.c_str());
 }
