@@ -33,28 +33,22 @@ struct KrvdbgRun {
     std::string output; // stdout and stderr as they came
     std::vector<json> lines;
 
-    // The outcome objects of the commands, in order (all of them, or those
-    // of `command`).
-    std::vector<json> commands(const std::string& command = "") const
+    // The lines with `key` (of that `value` unless it is empty), in order:
+    // the outcomes of the commands, the events of a name.
+    std::vector<json> select(const char* key, const std::string& value) const
     {
         std::vector<json> out;
         for (const auto& j : lines)
-            if (j.contains("command") && (command.empty() || j["command"] == command))
+            if (j.contains(key) && (value.empty() || j[key] == value))
                 out.push_back(j);
         return out;
     }
+    std::vector<json> commands(const std::string& command = "") const { return select("command", command); }
+    std::vector<json> events(const std::string& name) const { return select("event", name); }
     json command(const std::string& command) const
     {
         const auto all = commands(command);
         return all.empty() ? json() : all.front();
-    }
-    std::vector<json> events(const std::string& name) const
-    {
-        std::vector<json> out;
-        for (const auto& j : lines)
-            if (j.value("event", "") == name)
-                out.push_back(j);
-        return out;
     }
     // Where each outcome of `command` stopped ("Class:line"), or how it
     // ended otherwise ("ended", "running"...).
