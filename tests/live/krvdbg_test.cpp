@@ -574,8 +574,7 @@ TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)
     // command's error.
     const auto boxes = runs[1].events("Message");
     ASSERT_EQ(boxes.size(), 1u) << runs[1].output;
-    EXPECT_EQ(boxes[0]["Title"], "Korvane Debugger");
-    EXPECT_EQ(boxes[0]["Buttons"], 16);
+    EXPECT_EQ(std::tuple(boxes[0]["Title"], boxes[0]["Buttons"]), std::tuple("Korvane Debugger", 16));
     EXPECT_NE(boxes[0].dump().find(address), std::string::npos) << boxes[0].dump();
     EXPECT_EQ(runs[1].command("run").value("error", "").rfind("Debugger failed!", 0), 0u) << runs[1].output;
     EXPECT_NE(runs[2].console().find("Could not find or load main class demo.NoSuchShop"), std::string::npos);
