@@ -3,7 +3,7 @@
 // and a String; each hit-count form with and without a condition, also in a
 // second VM; a condition that cannot be evaluated; a logpoint; and method
 // breakpoints on an overloaded method of a class that loads late. Which hits
-// stop is told by the loop variable read at each stop.
+// stop is told by the loop variable read at each stop (as getValue shows it).
 #include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
@@ -14,16 +14,6 @@ namespace {
 class LiveConditions : public LiveSessionTest {
 protected:
     LiveConditions() : LiveSessionTest("tests/java/Hits.java") {}
-    // The value of `name` at the current stop, as getValue shows it after
-    // "name: ".
-    std::string value(const std::string& name)
-    {
-        const std::string text = jvm->getValue(name);
-        const std::string head = name + ": #";
-        if (text.compare(0, head.size(), head) != 0 || text.size() < head.size() + 1)
-            return "?" + text;
-        return text.substr(head.size(), text.size() - head.size() - 1);
-    }
 };
 
 // Each row is a session of its own with a line breakpoint in the loop and
@@ -80,7 +70,7 @@ TEST_F(LiveConditions, WhichHitsStopAtLineAndMethodBreakpointsWithOptions)
         }
         std::vector<std::string> expected;
         for (const std::string& at : c.stopsAt)
-            expected.push_back(at[0] == '@' ? "@" + std::to_string(lineAt(at)) : at);
+            expected.push_back(at[0] == '@' ? "@" + std::to_string(lineAt(at)) : "i: #" + at + "#");
         const size_t inLater = std::count_if(expected.begin(), expected.end(), [](auto& e) { return e[0] == '@'; });
         for (int run = 0; run < (c.again ? 2 : 1); ++run) {
             log->clear();
@@ -100,7 +90,7 @@ TEST_F(LiveConditions, WhichHitsStopAtLineAndMethodBreakpointsWithOptions)
                               // An entry for each overload named, made as Later loaded.
                               EXPECT_EQ(jvm->methodBreakpoints("Later", "over", c.signature).size(), inLater);
                           } else {
-                              seen.push_back(value("i"));
+                              seen.push_back(jvm->getValue("i"));
                           }
                           if (c.failure && seen.size() == 1) {
                               // The reason first, then the stop, then the state.
@@ -163,7 +153,7 @@ TEST_F(LiveConditions, OnALoadedClassOptionsChangeAndHitsShareAnEvent)
     ASSERT_TRUE(jvm->addBreakpoint("Hits", loopLine, counted));
     EXPECT_TRUE(jvm->breakpoints().front()->HitCountedByVM);
     ASSERT_TRUE(resumeToNextStop()) << dump();
-    EXPECT_EQ(value("i"), "5");
+    EXPECT_EQ(jvm->getValue("i"), "i: #5#");
     ASSERT_TRUE(jvm->removeBreakpoint("Hits", loopLine));
     // The class is known: the method breakpoint's entries are made at once.
     // Its location is that of the line breakpoint on the method's first
@@ -182,7 +172,7 @@ TEST_F(LiveConditions, OnALoadedClassOptionsChangeAndHitsShareAnEvent)
     resume();
     ASSERT_EQ(stopsUntilEnd([&] {
                   EXPECT_EQ(lastStop().line, touchLine);
-                  seen.push_back(value("i"));
+                  seen.push_back(jvm->getValue("i"));
                   if (seen.size() == 2) {
                       EXPECT_TRUE(jvm->removeMethodBreakpoint("Later", "over"));
                       EXPECT_TRUE(jvm->methodBreakpoints("Later", "over").empty());
@@ -190,7 +180,7 @@ TEST_F(LiveConditions, OnALoadedClassOptionsChangeAndHitsShareAnEvent)
               }),
               2)
         << dump();
-    EXPECT_EQ(seen, (std::vector<std::string>{"300", "700"}));
+    EXPECT_EQ(seen, (std::vector<std::string>{"i: #300#", "i: #700#"}));
 }
 
 } // namespace

@@ -440,7 +440,7 @@ TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
         {SIGTERM, true},
     };
     for (const auto& c : cases) {
-        const std::string name = std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched");
+        SCOPED_TRACE(std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched"));
         std::unique_ptr<ListeningVM> vm;
         std::unique_ptr<ChildProcess> krvdbg;
         pid_t vmPid = 0;
@@ -449,24 +449,24 @@ TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
             vmPid = sleeperPid(vm->process());
             const ScriptFile script("run\nwait 60000\n");
             krvdbg = startKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm->port())}, script);
-            ASSERT_NE(krvdbg->waitForLine("\"outcome\":\"running\"", 30000), "") << name << krvdbg->output();
+            ASSERT_NE(krvdbg->waitForLine("\"outcome\":\"running\"", 30000), "") << krvdbg->output();
         } else {
             const ScriptFile script("run\n");
             krvdbg = startKrvdbg({"-cp", testsClassPath(), "--java", javaPath(), "Sleeper"}, script);
             vmPid = sleeperPid(*krvdbg);
         }
-        ASSERT_GT(vmPid, 0) << name << krvdbg->output();
+        ASSERT_GT(vmPid, 0) << krvdbg->output();
         ASSERT_TRUE(krvdbg->signal(c.signal));
-        EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << name << krvdbg->output();
+        EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << krvdbg->output();
         if (c.signal != SIGKILL) {
             // Ended as quit ends it: the session's end was reported first.
             EXPECT_NE(krvdbg->readAll(5000).find("{\"event\":\"CloseConnection\"}"), std::string::npos)
-                << name << krvdbg->output();
+                << krvdbg->output();
         }
         if (c.attach)
-            EXPECT_TRUE(processRunning(vmPid)) << name;
+            EXPECT_TRUE(processRunning(vmPid));
         else
-            EXPECT_TRUE(waitUntilGone(vmPid)) << name << ": the VM outlived krvdbg";
+            EXPECT_TRUE(waitUntilGone(vmPid)) << "the VM outlived krvdbg";
     }
 }
 
