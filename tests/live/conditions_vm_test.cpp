@@ -53,7 +53,6 @@ TEST_F(LiveConditions, WhichHitsStopAtLineAndMethodBreakpointsWithOptions)
         {"i", "", {"0"}, false, nullptr, "i is int, not boolean"},
     };
     const int loopLine = lineAt("@loop-body");
-    ASSERT_GT(loopLine, 0);
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.condition) + " | " + c.hits);
         TearDown();
