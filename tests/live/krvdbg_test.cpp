@@ -595,17 +595,16 @@ TEST(Krvdbg, ASuspendedSleepingProgramIsReadInItsOwnFrameAndStepsOutOfTheCall)
                   "run\nsuspend\nwhere\nlocals\nprint i\nnext\nwhere\nquit\n");
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_EQ(run.command("suspend")["result"]["state"], 1) << run.output;
-    const auto wheres = run.commands("where");
-    ASSERT_EQ(wheres.size(), 2u) << run.output;
-    const json frames = wheres[0]["result"]["frames"];
-    ASSERT_GE(frames.size(), 2u) << run.output;
+    const int sleep = lineOf(loops, "Thread.sleep(10)"), loop = lineOf(loops, "for (int i = 0; ; i++)");
+    const json frames = run.commands("where")[0]["result"]["frames"];
+    ASSERT_EQ(frames.size(), 2u) << run.output;
     EXPECT_EQ(frames[0]["MethodName"], "sleep");
-    EXPECT_EQ(frames[0]["codeIndex"], -1);
-    EXPECT_EQ(frames[1]["MethodName"], "main");
+    EXPECT_EQ(frames[0]["codeIndex"], -1) << "a native frame";
+    EXPECT_EQ(frames[1]["LineNr"], sleep);
     EXPECT_EQ(run.command("locals")["result"]["MethodName"], "main") << run.output;
     EXPECT_EQ(run.command("print i")["result"]["found"], true) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("next"), "LoopsForever", lineOf(loops, "for (int i = 0; ; i++)"))) << run.output;
-    EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "main") << run.output;
+    EXPECT_EQ(run.stops("next"), std::vector<std::string>{KrvdbgRun::at("LoopsForever", loop)}) << run.output;
+    EXPECT_EQ(run.stack(1), "LoopsForever.main:" + std::to_string(loop)) << run.output;
 }
 
 } // namespace
