@@ -134,26 +134,16 @@ TEST_F(FactoryTest, RequestsKeepTheirContextAndTakeTheHandlersPacketIds)
 // breakpoint and step requests the model sends.
 TEST_F(FactoryTest, EventRequestsEncodeTheOtherModifierKinds)
 {
-    using Set = std::function<void(JDWPModifier&)>;
-    auto mod = [](ModifierKind kind, const Set& set) {
-        JDWPModifier m;
-        m.Kind = kind;
-        set(m);
-        return m;
-    };
     const struct {
         const char* name;
         JDWPModifier mod;
         std::string bytes;
     } cases[] = {
-        {"class match", mod(MK_ClassMatch, [](auto& m) { m.RefString = "Form1"; }), "\x05\x00\x00\x00\x05" "Form1"s},
+        {"class match", {.Kind = MK_ClassMatch, .RefString = "Form1"}, "\x05\x00\x00\x00\x05" "Form1"s},
         // The exception class is always 0 (any), whatever RefLong says.
-        {"exception", mod(MK_ExceptionOnly, [](auto& m) { m.RefLong = 99; m.RefCaught = true; m.RefUncaught = false; }),
-         "\x08"s + INT0 + "\x01\x00"s},
-        {"source name", mod(MK_SourceNameMatch, [](auto& m) { m.RefString = "*.java"; }),
-         "\x0c\x00\x00\x00\x06" "*.java"s},
-        {"unknown kind: the kind byte alone", mod(static_cast<ModifierKind>(4), [](auto& m) { m.RefLong = 1; }),
-         "\x04"s},
+        {"exception", {.Kind = MK_ExceptionOnly, .RefLong = 99, .RefCaught = true}, "\x08"s + INT0 + "\x01\x00"s},
+        {"source name", {.Kind = MK_SourceNameMatch, .RefString = "*.java"}, "\x0c\x00\x00\x00\x06" "*.java"s},
+        {"unknown kind: the kind byte alone", {.Kind = static_cast<ModifierKind>(4), .RefLong = 1}, "\x04"s},
     };
     for (const auto& c : cases) {
         JDWPDefaultFilter f = factory().getModifier({c.mod}, 1);

@@ -25,8 +25,7 @@ TEST(Ieee, GoldenVectors)
     auto same = [](double a, double b) { return std::isnan(a) ? std::isnan(b) : a == b; };
     using Case = std::tuple<const char*, std::string, bool, double>; // name, bytes, big-endian, value
     const Case doubles[] = {
-        {"one", "\x3f\xf0\x00\x00\x00\x00\x00\x00"s, true, 1},
-        {"one little-endian", "\x00\x00\x00\x00\x00\x00\xf0\x3f"s, false, 1},
+        // Ordinary values in either byte order: the bit-pattern test below.
         {"all zero", "\x00\x00\x00\x00\x00\x00\x00\x00"s, true, 0},
         {"negative zero", "\x80\x00\x00\x00\x00\x00\x00\x00"s, true, -std::ldexp(1.0, -1023)},
         {"smallest subnormal", "\x00\x00\x00\x00\x00\x00\x00\x01"s, true,
@@ -45,7 +44,6 @@ TEST(Ieee, GoldenVectors)
         EXPECT_PRED2(same, ieee.Ieee64stov(bytes, bigEndian), value) << name;
 
     const Case singles[] = {
-        {"one", "\x3f\x80\x00\x00"s, true, 1},
         {"all zero", "\x00\x00\x00\x00"s, true, 0},
         {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
         {"largest finite", "\x7f\x7f\xff\xff"s, true, FLT_MAX},

@@ -123,21 +123,6 @@ TEST_F(MessageTest, RepliesTakeTheirRequestAndReadTheErrorLittleEndian)
         EXPECT_EQ(handler->getMessage(request->myID), nullptr); // taken off the sent table
     }
 
-    // An event and a reply in one socket buffer are taken one at a time.
-    // (How the handler splits received bytes is tested with the session.)
-    auto request = sendCommand(CMDSET_ThreadReference, TR_FrameCount);
-    const std::string event = "\x00\x00\x00\x0f" "\x00\x00\x00\x09" "\x00" "\x40\x64" "\xde\xad\xbe\xef"s;
-    const std::string reply = socketReply(request->myID, "\x00\x00"s, "\x00\x00\x00\x03"s);
-    auto first = std::make_shared<JDWPMessage>(), second = std::make_shared<JDWPMessage>();
-    EXPECT_EQ(first->createMessageSocket(event + reply), 15);
-    EXPECT_EQ(std::tuple(first->myID, first->myFlags, first->myCommandSet, first->myCommand, first->myData),
-              std::tuple(9.0, 0.0, CMDSET_Event, 100.0, "\xde\xad\xbe\xef"s));
-    // The second is read where the first ended, the buffer left as it is.
-    EXPECT_EQ(std::make_shared<JDWPMessage>()->createMessageSocket(event + reply.substr(0, 14), 15), 0);
-    EXPECT_EQ(std::make_shared<JDWPMessage>()->createMessageSocket(event, 16), 0);
-    EXPECT_EQ(second->createMessageSocket(event + reply, 15), 15);
-    EXPECT_EQ(std::tuple(second->myRequestMessage, second->myData), std::tuple(request, "\x00\x00\x00\x03"s));
-
     // A reply nobody waits for: the shared-memory parser refuses the record.
     EXPECT_FALSE(std::make_shared<JDWPMessage>()->createMessageSHMem(
         "\x4d\x00\x00\x00" "\x80" "\x00\x00" "\x00\x00\x00\x00"s));
