@@ -43,6 +43,11 @@ std::string locatedEvent(int kind, uint64_t thread, const std::string& where)
     return u8(kind) + be32(4) + be64(thread) + where;
 }
 
+std::string breakpoint(uint64_t thread, const std::string& where)
+{
+    return locatedEvent(EK_BREAKPOINT, thread, where);
+}
+
 std::string exceptionEvent(const std::string& thrown, const std::string& caught)
 {
     return locatedEvent(EK_EXCEPTION, 0x77, thrown) + "L" + be64(0x66) + caught;
@@ -92,59 +97,71 @@ protected:
 TEST_F(EventDecoders, ResumeAndStopDependOnKindAndSuspendPolicy)
 {
     userClass();
+    userClass(0x11, "Lpkg/NotMine;");
     debugPrintClass();
+    const std::string caughtWhereThrown = exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9));
+    const std::string debugPrint = breakpoint(0x77, location(0x90, 0x91, 0));
     const struct {
         const char* name;
-        std::string payload;
+        int policy;
+        std::string event; // none: a VM death routed through the handler
         size_t resumes;
         std::vector<std::string> events;
+        bool stepping = false; // a step is in progress
     } cases[] = {
-        {"policy 2 thread start resumes", composite(2, {threadEvent(EK_THREAD_START, 9)}), 1, {}},
-        {"policy 1 thread start is not resumed (intended)", composite(1, {threadEvent(EK_THREAD_START, 9)}), 0, {}},
-        {"policy 0 thread death", composite(0, {threadEvent(EK_THREAD_DEATH, 9)}), 0, {}},
-        {"policy 2 inner-class prepare resumes", composite(2, {prepareEvent(0x21, "Lpkg/Outer$1;")}), 1, {}},
+        {"policy 2 thread start resumes", 2, threadEvent(EK_THREAD_START, 9), 1, {}},
+        {"policy 1 thread start is not resumed (intended)", 1, threadEvent(EK_THREAD_START, 9), 0, {}},
+        {"policy 0 thread death", 0, threadEvent(EK_THREAD_DEATH, 9), 0, {}},
+        {"policy 2 inner-class prepare resumes", 2, prepareEvent(0x21, "Lpkg/Outer$1;"), 1, {}},
         // The session's opening Resume has gone out: a start event decoded
         // after it is resumed again rather than left suspended.
-        {"policy 2 VM start after the opening resume", composite(2, {threadEvent(EK_VM_START, 1)}), 1, {}},
-        {"policy 0 VM start reports nothing", composite(0, {threadEvent(EK_VM_START, 1)}), 0, {}},
-        {"policy 2 class load is a stop", composite(2, {u8(EK_CLASS_LOAD)}), 0, {"State(1)"}},
-        {"unknown kind", composite(2, {u8(77)}), 0, {"State(1)"}},
-        {"method entry never stops",
-         composite(2, {locatedEvent(EK_METHOD_ENTRY, 0x77, location(0x10, 0x31, 0))}),
-         1,
-         {}},
-        {"policy 0 breakpoint does nothing",
-         composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0))}),
-         0,
-         {}},
-        {"caught in the throwing class resumes silently",
-         composite(2, {exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9))}),
-         1,
-         {}},
+        {"policy 2 VM start after the opening resume", 2, threadEvent(EK_VM_START, 1), 1, {}},
+        {"policy 0 VM start reports nothing", 0, threadEvent(EK_VM_START, 1), 0, {}},
+        {"policy 2 class load is a stop", 2, u8(EK_CLASS_LOAD), 0, {"State(1)"}},
+        {"unknown kind", 2, u8(77), 0, {"State(1)"}},
+        {"method entry never stops", 2, locatedEvent(EK_METHOD_ENTRY, 0x77, location(0x10, 0x31, 0)), 1, {}},
+        {"policy 0 breakpoint does nothing", 0, breakpoint(0x77, location(0x10, 0x31, 0)), 0, {}},
+        {"caught in the throwing class resumes silently", 2, caughtWhereThrown, 1, {}},
         // The runtime's debug-output class is rejected by the class filters,
         // so its hook is recognised before them.
-        {"the debug-print hook prints its argument without a stop",
-         composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x91, 0))}),
-         1,
-         {"Debug(hello)"}},
-        {"another method of the hook's class",
-         composite(2, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x31, 0))}),
-         1,
-         {}},
-        {"VM death", composite(0, {u8(EK_VM_DEATH)}), 0, {"State(0)"}},
-        {"VM disconnect", composite(0, {u8(EK_VM_DISCONNECTED)}), 0, {"State(0)"}},
-        // Routed through the handler rather than decoded directly.
-        {"routed death", "", 0, {"State(0)"}},
+        {"the debug-print hook prints its argument without a stop", 2, debugPrint, 1, {"Debug(hello)"}},
+        {"another method of the hook's class", 2, breakpoint(0x77, location(0x90, 0x31, 0)), 1, {}},
+        // A step ends at a stop; the events on its way that stop nothing are
+        // resumed with the step request kept, or the step would run on like a
+        // continue.
+        {"stepping: the debug-print hook", 2, debugPrint, 1, {"Debug(hello)"}, true},
+        {"stepping: an exception caught in the class that threw it", 2, caughtWhereThrown, 1, {}, true},
+        {"stepping: a class prepared", 2, prepareEvent(0x26, "Lpkg/Way;"), 1, {"Debug( *** Load pkg#Way)"}, true},
+        {"stepping: a breakpoint in a rejected class", 2, breakpoint(0x78, location(0x11, 0x31, 5)), 1, {}, true},
+        {"stepping: a breakpoint on a user line",
+         2,
+         breakpoint(0x78, location(0x10, 0x31, 5)),
+         0,
+         {"Break(120,Module1,11,0)", "State(1)"},
+         true},
+        {"VM death", 0, u8(EK_VM_DEATH), 0, {"State(0)"}},
+        {"VM disconnect", 0, u8(EK_VM_DISCONNECTED), 0, {"State(0)"}},
+        {"routed death", 0, "", 0, {"State(0)"}},
     };
+    auto step = std::make_shared<JXBreakpoint>();
+    step->JustStepping = true;
+    step->RequestEventID = 55;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         fresh();
-        if (c.payload.empty())
+        jvm()->myLastStepEvent = c.stepping ? step : nullptr;
+        jvm()->myStepInProcess = c.stepping;
+        if (c.event.empty())
             vm->event(composite(0, {u8(EK_VM_DEATH)}));
         else
-            decode(c.payload);
+            decode(composite(c.policy, {c.event}));
         EXPECT_EQ(countOf(1, 9), c.resumes);
         EXPECT_EQ(log->all, c.events);
+        if (c.stepping) {
+            EXPECT_EQ(countOf(15, 2), 0u) << "the step request is not withdrawn";
+            EXPECT_EQ(jvm()->myLastStepEvent, step);
+            EXPECT_EQ(jvm()->myStepInProcess, c.resumes > 0);
+        }
     }
     EXPECT_EQ(jvm()->JVMState(), VMDead);
 
@@ -228,7 +245,7 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
 TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
 {
     userClass();
-    const std::string breakAt11 = locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 7));
+    const std::string breakAt11 = breakpoint(0x77, location(0x10, 0x31, 7));
     const std::string stepAt11 = locatedEvent(EK_SINGLE_STEP, 0x77, location(0x10, 0x31, 7));
     enum Handler { Reads, Resumes, ResumesAndWaits };
     const struct {
@@ -275,7 +292,7 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
     fresh();
     decode(composite(2, {breakAt11}));
     jvm()->ResumeVM(true);
-    decode(composite(2, {locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
+    decode(composite(2, {breakpoint(0x78, location(0x10, 0x31, 9))}));
     pumpScripted([&] { return handler->pendingSentCount() == 0; });
     EXPECT_EQ(handler->pendingSentCount(), 0u) << "the Resume's reply came in";
     EXPECT_EQ(log->all, (std::vector<std::string>{"Break(119,Module1,11,0)", "State(1)", "Break(120,Module1,13,0)"}));
@@ -318,45 +335,6 @@ TEST_F(EventDecoders, ExceptionCaughtElsewhereStopsAndReportsTheObject)
     EXPECT_FALSE(log->hasPrefix("Exception("));
 }
 
-// A step ends at a stop; the events on its way that stop nothing are
-// resumed with the step request kept, or the step would run on like a
-// continue.
-TEST_F(EventDecoders, AStepGoesOnPastEventsThatDoNotEndIt)
-{
-    userClass();
-    userClass(0x11, "Lpkg/NotMine;");
-    debugPrintClass();
-    const struct {
-        const char* name;
-        std::string event;
-        bool stops;
-    } rows[] = {
-        {"the debug-print hook", locatedEvent(EK_BREAKPOINT, 0x77, location(0x90, 0x91, 0)), false},
-        {"an exception caught in the class that threw it",
-         exceptionEvent(location(0x10, 0x31, 5), location(0x10, 0x31, 9)), false},
-        {"a class prepared on the way", prepareEvent(0x26, "Lpkg/Way;"), false},
-        {"a breakpoint in a class the filters reject", locatedEvent(EK_BREAKPOINT, 0x78, location(0x11, 0x31, 5)),
-         false},
-        {"a breakpoint on a user line", locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 5)), true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh();
-        auto step = std::make_shared<JXBreakpoint>();
-        step->JustStepping = true;
-        step->RequestEventID = 55;
-        jvm()->myLastStepEvent = step;
-        jvm()->myStepInProcess = true;
-        decode(composite(2, {row.event}));
-        EXPECT_EQ(countOf(1, 9), row.stops ? 0u : 1u);
-        EXPECT_EQ(countOf(15, 2), 0u) << "the step request is not withdrawn";
-        EXPECT_EQ(jvm()->myLastStepEvent, step);
-        EXPECT_EQ(jvm()->myStepInProcess, !row.stops);
-        EXPECT_EQ(log->hasPrefix("Break("), row.stops);
-    }
-    jvm()->myLastStepEvent.reset();
-}
-
 TEST_F(EventDecoders, ClassPrepareRegistersTheClassAndAsksForItsExceptions)
 {
     decode(composite(1, {prepareEvent(0x22, "Lpkg/Name;")}));
@@ -380,11 +358,10 @@ TEST_F(EventDecoders, CursorRulesOfCompositesAreDeliberate)
     userClass();
     // After a breakpoint the cursor is right, so a second breakpoint is seen.
     fresh();
-    decode(composite(1, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0)),
-                         locatedEvent(EK_BREAKPOINT, 0x78, location(0x10, 0x31, 9))}));
+    decode(composite(1, {breakpoint(0x77, location(0x10, 0x31, 0)), breakpoint(0x78, location(0x10, 0x31, 9))}));
     EXPECT_TRUE(log->has("Break(119,Module1,10,0)") && log->has("Break(120,Module1,13,0)"));
     fresh();
-    decode(composite(0, {locatedEvent(EK_BREAKPOINT, 0x77, location(0x10, 0x31, 0)), u8(EK_VM_DEATH)}));
+    decode(composite(0, {breakpoint(0x77, location(0x10, 0x31, 0)), u8(EK_VM_DEATH)}));
     EXPECT_TRUE(log->has("State(0)"));
 
     // Thread start and death end the composite; class prepare and exception
