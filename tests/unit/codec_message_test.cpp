@@ -30,11 +30,6 @@ std::shared_ptr<JDWPMessage> packet(int32_t set, int32_t command, const std::str
     return m;
 }
 
-std::string socketReply(double id, const std::string& error, const std::string& payload)
-{
-    return NumberToBytes(11.0 + payload.size(), 4) + NumberToBytes(id, 4) + "\x80"s + error + payload;
-}
-
 class MessageTest : public SessionTest {
 protected:
     // A command sent through the handler, so that a reply can find it.
@@ -106,7 +101,9 @@ TEST_F(MessageTest, RepliesTakeTheirRequestAndReadTheErrorLittleEndian)
         SCOPED_TRACE(socket ? "socket" : "shared memory");
         auto request = sendCommand(CMDSET_ThreadReference, TR_Name);
         ASSERT_EQ(handler->getMessage(request->myID), request);
-        const std::string wire = socket ? socketReply(request->myID, "\x00\x14"s, payload)
+        // Error 20 in network order, as the VM writes it.
+        const std::string wire = socket ? "\x00\x00\x00\x10"s + NumberToBytes(request->myID, 4) + "\x80" "\x00\x14"s +
+                                              payload
                                         : NumberToBytes(request->myID, 4, true) + "\x80" "\x00\x14"s +
                                               NumberToBytes(5, 4, true) + payload;
         auto reply = std::make_shared<JDWPMessage>();
@@ -114,12 +111,10 @@ TEST_F(MessageTest, RepliesTakeTheirRequestAndReadTheErrorLittleEndian)
             EXPECT_EQ(reply->createMessageSocket(wire), static_cast<double>(wire.size()));
         else
             EXPECT_TRUE(reply->createMessageSHMem(wire));
-        EXPECT_EQ(reply->myFlags, 128);
-        EXPECT_EQ(static_cast<int32_t>(reply->myErrorCode), 5120); // intended, not 20
-        EXPECT_EQ(reply->myCommandSet, CMDSET_ThreadReference);
-        EXPECT_EQ(reply->myCommand, TR_Name);
-        EXPECT_EQ(reply->myRequestMessage, request);
-        EXPECT_EQ(reply->myData, payload);
+        // The error reads 5120, not 20: intended.
+        EXPECT_EQ(std::tuple(reply->myFlags, static_cast<int32_t>(reply->myErrorCode), reply->myCommandSet,
+                             reply->myCommand, reply->myRequestMessage, reply->myData),
+                  std::tuple(128.0, 5120, CMDSET_ThreadReference, static_cast<double>(TR_Name), request, payload));
         EXPECT_EQ(handler->getMessage(request->myID), nullptr); // taken off the sent table
     }
 

@@ -248,24 +248,19 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
     const std::string breakAt11 = breakpoint(0x77, location(0x10, 0x31, 7));
     const std::string stepAt11 = locatedEvent(EK_SINGLE_STEP, 0x77, location(0x10, 0x31, 7));
     enum Handler { Reads, Resumes, ResumesAndWaits };
+    const std::vector<std::string> resumed{"Break(119,Module1,11,0)", "State(1)", "State(2)"};
     const struct {
         const char* name;
         Handler handler;
-        std::string payload;
-        std::vector<std::string> events; // until the Resume reply has been handled
+        std::vector<std::string> payload; // the events of one composite
+        std::vector<std::string> events;  // until the Resume reply has been handled
     } rows[] = {
-        {"reads only", Reads, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)"}},
-        {"resumes", Resumes, composite(2, {breakAt11}), {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+        {"reads only", Reads, {breakAt11}, {"Break(119,Module1,11,0)", "State(1)"}},
+        {"resumes", Resumes, {breakAt11}, resumed},
         // The VM's "running" is read inside the handler: the stop is told first.
-        {"resumes and waits for the reply",
-         ResumesAndWaits,
-         composite(2, {breakAt11}),
-         {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+        {"resumes and waits for the reply", ResumesAndWaits, {breakAt11}, resumed},
         // The step event beside the breakpoint is the same stop, left behind.
-        {"resumes at the first of two events",
-         Resumes,
-         composite(2, {breakAt11, stepAt11}),
-         {"Break(119,Module1,11,0)", "State(1)", "State(2)"}},
+        {"resumes at the first of two events", Resumes, {breakAt11, stepAt11}, resumed},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -279,7 +274,7 @@ TEST_F(EventDecoders, AHandlerSeesItsStopAndMayResumeFromIt)
             if (handler == ResumesAndWaits)
                 pumpScripted([&] { return jvm()->JVMState() != VMSuspend; });
         };
-        decode(row.payload);
+        decode(composite(2, row.payload));
         pumpScripted([&] { return jvm()->JVMState() != VMSuspend; });
         log->onBreak = nullptr;
         EXPECT_EQ(log->all, row.events);
