@@ -196,7 +196,6 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
         SCOPED_TRACE(name);
         fresh();
         jvm()->unregisterLastStepEvent();
-        vm->clearCommands();
         nextID = 50; // the step out gets 50, the method entry request 51
         jvm()->myStepInProcess = true;
         decode(composite(2, {locatedEvent(EK_SINGLE_STEP, 0x77, where)}));

@@ -190,7 +190,7 @@ protected:
     }
 };
 
-TEST_F(VMValues, StringsAndPlainObjects)
+TEST_F(VMValues, StringsAndInvocationExceptions)
 {
     vm->onPayload(10, 1, jstr("h\xc0\x80i"s));
     const JDWPJVarValue text = valueOf("s\x00\x00\x00\x00\x00\x00\x00\x70"s);
