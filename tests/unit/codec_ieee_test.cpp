@@ -34,7 +34,7 @@ TEST(Ieee, GoldenVectors)
         {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, inf},
         {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -inf},
         {"minus infinity little-endian", "\x00\x00\x00\x00\x00\x00\xf0\xff"s, false, -inf},
-        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
+        // Java's NaN itself is read from a real VM by the live value tests.
         {"negative NaN", "\xff\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\xf0\x00\x00\x00\x00\x00\x01"s, true, nan},
         {"wrong length", "\x3f\xf0\x00"s, true, -1},
