@@ -31,10 +31,9 @@ TEST(Ieee, GoldenVectors)
         {"smallest subnormal", "\x00\x00\x00\x00\x00\x00\x00\x01"s, true,
          std::ldexp(1.0, -1023) * (1 + std::ldexp(1.0, -52))},
         {"largest finite", "\x7f\xef\xff\xff\xff\xff\xff\xff"s, true, DBL_MAX},
-        {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, inf},
-        {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -inf},
         {"minus infinity little-endian", "\x00\x00\x00\x00\x00\x00\xf0\xff"s, false, -inf},
-        // Java's NaN itself is read from a real VM by the live value tests.
+        // Java's NaN and the infinities of either width are read and shown by
+        // the tagged-value table and the live value tests.
         {"negative NaN", "\xff\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\xf0\x00\x00\x00\x00\x00\x01"s, true, nan},
         {"wrong length", "\x3f\xf0\x00"s, true, -1},
@@ -47,9 +46,6 @@ TEST(Ieee, GoldenVectors)
         {"all zero", "\x00\x00\x00\x00"s, true, 0},
         {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
         {"largest finite", "\x7f\x7f\xff\xff"s, true, FLT_MAX},
-        {"infinity", "\x7f\x80\x00\x00"s, true, inf},
-        {"minus infinity", "\xff\x80\x00\x00"s, true, -inf},
-        {"NaN", "\x7f\xc0\x00\x00"s, true, nan},
         {"negative NaN", "\xff\xc0\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\x80\x00\x01"s, true, nan},
         {"little-endian", "\xdb\x0f\x49\x40"s, false, static_cast<double>(3.14159274101257324f)},

@@ -222,7 +222,6 @@ TEST_F(EventDecoders, BreakpointsAndStepsStopAtTheUserLineOrStepOn)
                   std::string::npos);
         EXPECT_EQ(sets[1].payload[0], EK_METHOD_ENTRY);
         EXPECT_NE(sets[1].payload.find(u8(MK_ThreadOnly) + be64(0x77) + skipPackage), std::string::npos);
-        ASSERT_NE(jvm()->myLastStepEvent, nullptr);
 
         // The method entry into the user's code stops the step there, and
         // both requests go.
