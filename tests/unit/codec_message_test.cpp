@@ -75,10 +75,8 @@ TEST_F(MessageTest, SerialisesInBothFramings)
 
 TEST_F(MessageTest, SocketParsingWaitsForWholePacketsAndRejectsImpossibleLengths)
 {
+    // Packets cut at every point are the session's split tests.
     const std::pair<std::string, double> cases[] = {
-        {""s, 0}, {"\x00\x00\x00\x0b\x00\x00\x00\x01"s, 0},
-        {"\x00\x00\x00\x1e" "\x00\x00\x00\x01" "\x00\x40\x64"s + std::string(9, 'x'), 0}, // 20 of 30 bytes
-        {"\x00\x00\x00\x0b\x00\x00\x00\x01\x00"s, 0},
         {"\x04\x00\x00\x00\x00\x00\x00\x01\x00"s, 0}, // the largest length, partial
         {"\x00\x00\x00\x0a\x00\x00\x00\x01\x00\x40\x64"s, -1}, {"\x00\x00\x00\x00\x00\x00\x00\x01\x00\x40\x64"s, -1},
         {"\x04\x00\x00\x01\x00\x00\x00\x01\x00\x40\x64"s, -1}, // above 64 MiB
@@ -97,7 +95,6 @@ TEST_F(MessageTest, RepliesTakeTheirRequestAndReadTheErrorLittleEndian)
     for (bool socket : {true, false}) {
         SCOPED_TRACE(socket ? "socket" : "shared memory");
         auto request = sendCommand(CMDSET_ThreadReference, TR_Name);
-        ASSERT_EQ(handler->getMessage(request->myID), request);
         // Error 20 in network order, as the VM writes it.
         const std::string wire = socket ? replyPacket(static_cast<uint32_t>(request->myID), payload, 20)
                                         : NumberToBytes(request->myID, 4, true) + "\x80" "\x00\x14"s +
