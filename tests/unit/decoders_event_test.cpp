@@ -349,7 +349,6 @@ TEST_F(EventDecoders, CursorRulesOfCompositesAreDeliberate)
 {
     userClass();
     // After a breakpoint the cursor is right, so a second breakpoint is seen.
-    fresh();
     decode(composite(1, {breakpoint(0x77, location(0x10, 0x31, 0)), breakpoint(0x78, location(0x10, 0x31, 9))}));
     EXPECT_TRUE(log->has("Break(119,Module1,10,0)") && log->has("Break(120,Module1,13,0)"));
     fresh();

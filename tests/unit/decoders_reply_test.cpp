@@ -22,10 +22,8 @@ protected:
     void SetUp() override
     {
         HandlerTest::SetUp();
-        cls_->ClassID = 0x10;
-        cls_->ClassSignature = "Lpkg/Name;";
-        jvm()->addClass(cls_);
-        ModelTest::addMethod(cls_, 0x31, "run", "()V");
+        cls_ = registerClass(0x10, "Lpkg/Name;");
+        addMethod(cls_, 0x31, "run", "()V");
     }
     // The reply whose request named class and method, as the routing hands it.
     static D::MsgRef replyTo(double classID, double methodID = 0)
@@ -38,7 +36,7 @@ protected:
         return reply;
     }
 
-    std::shared_ptr<JXClass> cls_ = std::make_shared<JXClass>();
+    std::shared_ptr<JXClass> cls_;
 };
 
 TEST_F(ReplyDecoders, SingleFieldDecodersFillTheirProperty)

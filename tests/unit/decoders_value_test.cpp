@@ -54,11 +54,11 @@ TEST_F(TaggedValues, TagsRenderAndAdvanceAsTheTableSays)
         {"D 1e6 stays plain", "D\x41\x2e\x84\x80\x00\x00\x00\x00"s, 8, VAR_DOUBLE, "1000000", 9},
         {"F pi as a single", "F\x40\x49\x0f\xdb"s, 8, VAR_FLOAT, "3.1415927", 5},
         {"F 0.1 as a single", "F\x3d\xcc\xcc\xcd"s, 8, VAR_FLOAT, "0.1", 5},
-        // Infinities and NaN read as Java prints them, never as a number (the
-        // largest numbers stay numbers: the IEEE golden vectors).
+        // Infinities and NaN read as Java prints them, never as a number.
         {"D 1.0/0", "D\x7f\xf0\x00\x00\x00\x00\x00\x00"s, 8, VAR_DOUBLE, "Infinity", 9},
         {"F NaN", "F\x7f\xc0\x00\x00"s, 8, VAR_FLOAT, "NaN", 5},
         {"F -Infinity", "F\xff\x80\x00\x00"s, 8, VAR_FLOAT, "-Infinity", 5},
+        {"F largest stays a number", "F\x7f\x7f\xff\xff"s, 8, VAR_FLOAT, "3.4028235e+38", 5},
         {"V consumes the tag only", "V\x49\x00"s, 8, VAR_VOID, "", 1},
         {"s with id 0 fetches nothing", "s\x00\x00\x00\x00\x00\x00\x00\x00"s, 8, VAR_STRING, "", 9},
         {"s with 4-byte ids", "s\x00\x00\x00\x00"s, 4, VAR_STRING, "", 5},
