@@ -41,15 +41,11 @@ struct Recorder : JDWPConEvents {
     void disconnected() override { log.push_back("disconnected"); }
     void terminated() override { log.push_back("terminated"); }
     void processevent() override { log.push_back("processevent"); }
-    void pipestream(const std::string& text) override
+    void pipestream(const std::string& text) override { pipe(pipeText, text); }
+    void pipestreamError(const std::string& text) override { pipe(errorText, text); }
+    void pipe(std::string& into, const std::string& text)
     {
-        pipeText += text;
-        if (log.empty() || log.back() != "pipe")
-            log.push_back("pipe");
-    }
-    void pipestreamError(const std::string& text) override
-    {
-        errorText += text;
+        into += text;
         if (log.empty() || log.back() != "pipe")
             log.push_back("pipe");
     }
@@ -119,15 +115,6 @@ protected:
         // Let a captured pipe reach end of file so its watch goes away.
         pumpFor([&] { return pump().sourceCount() == baseline_; });
         EXPECT_EQ(pump().sourceCount(), baseline_);
-    }
-
-    // Connects the transport to `listener` and returns the accepted peer.
-    int connectTo(Listener& listener, const std::string& host = "127.0.0.1")
-    {
-        transport_.ConnectSocket(host, listener.port);
-        if (!pumpFor([&] { return events_.count("connected") > 0; }))
-            return -1;
-        return listener.acceptPeer();
     }
 
     size_t baseline_ = 0;
@@ -214,19 +201,6 @@ TEST_F(TransportTest, RunsProcessesWithConsoleCapturedOrDiscarded)
         ASSERT_TRUE(WIFEXITED(transport_.lastExitStatus()));
         EXPECT_EQ(WEXITSTATUS(transport_.lastExitStatus()), c.exitCode);
     }
-}
-
-TEST_F(TransportTest, StartFailuresAreReported)
-{
-    EXPECT_FALSE(transport_.StartProcess("/nonexistent/java", "-version", false, true));
-    EXPECT_NE(transport_.StatusText().find("/nonexistent/java: No such file or directory"), std::string::npos)
-        << transport_.StatusText();
-    EXPECT_FALSE(transport_.StartProcess("/bin/sh", "-c 'unclosed", false, true));
-    EXPECT_NE(transport_.StatusText().find("unterminated single quote"), std::string::npos);
-    EXPECT_FALSE(transport_.StartProcess("", "", false, false));
-    EXPECT_FALSE(transport_.ProcessRunning());
-    EXPECT_EQ(transport_.ProcessID(), 0);
-    EXPECT_EQ(pump().sourceCount(), baseline_);
 }
 
 TEST_F(TransportTest, KillAndSecondStartReapWithoutTerminatedEvent)
@@ -322,7 +296,9 @@ TEST_F(TransportTest, PeerCloseAfterDataGivesOneDisconnectOrNoneAfterAnExplicitC
         events_ = Recorder{};
         Listener listener;
         ASSERT_TRUE(listener.ok());
-        int peer = connectTo(listener);
+        transport_.ConnectSocket("127.0.0.1", listener.port);
+        ASSERT_TRUE(pumpFor([&] { return events_.count("connected") > 0; }));
+        int peer = listener.acceptPeer();
         ASSERT_GE(peer, 0);
         events_.onReceive = [&](const std::string&) { c.handler(); };
         ASSERT_EQ(::send(peer, "a", 1, 0), 1);
@@ -337,13 +313,18 @@ TEST_F(TransportTest, PeerCloseAfterDataGivesOneDisconnectOrNoneAfterAnExplicitC
     }
 }
 
-TEST_F(TransportTest, FailedConnectsAreReportedThenOneSocketPerAttempt)
+TEST_F(TransportTest, FailedStartsAndConnectsAreReportedThenOneSocketPerAttempt)
 {
     const int port = testing::freeTcpPort(); // nobody listens there
     const struct {
-        std::function<void()> connect;
+        std::function<void()> attempt;
         std::string status;
     } cases[] = {
+        {[&] { EXPECT_FALSE(transport_.StartProcess("/nonexistent/java", "-version", false, true)); },
+         "/nonexistent/java: No such file or directory"},
+        {[&] { EXPECT_FALSE(transport_.StartProcess("/bin/sh", "-c 'unclosed", false, true)); },
+         "unterminated single quote"},
+        {[&] { EXPECT_FALSE(transport_.StartProcess("", "", false, false)); }, ""},
         {[&] { transport_.ConnectSocket("127.0.0.1", port); },
          "Connection refused (127.0.0.1:" + std::to_string(port) + ")"},
         {[&] { transport_.ConnectSocket("127.0.0.1", 0); }, "Invalid port 0 (127.0.0.1:0)"},
@@ -353,43 +334,38 @@ TEST_F(TransportTest, FailedConnectsAreReportedThenOneSocketPerAttempt)
          "no VM is listening"},
     };
     for (const auto& c : cases) {
-        c.connect();
+        c.attempt();
         // The refusal is reported from the pump, the others at once.
         EXPECT_TRUE(pumpFor([&] { return transport_.StatusText().find(c.status) != std::string::npos; }))
             << c.status << " / " << transport_.StatusText();
         EXPECT_FALSE(transport_.TransportConnected());
+        EXPECT_FALSE(transport_.ProcessRunning());
+        EXPECT_EQ(transport_.ProcessID(), 0);
         EXPECT_EQ(pump().sourceCount(), baseline_);
     }
     EXPECT_TRUE(events_.log.empty());
 
-    // A fresh attempt works; calls while pending or connected open nothing.
-    Listener listener;
-    ASSERT_TRUE(listener.ok());
-    transport_.ConnectSocket("127.0.0.1", listener.port);
-    transport_.ConnectSocket("127.0.0.1", listener.port);
-    ASSERT_TRUE(pumpFor([&] { return events_.count("connected") > 0; }));
-    transport_.ConnectSocket("127.0.0.1", listener.port);
-    pump().pumpOnce(0);
-    int peer = listener.acceptPeer();
-    ASSERT_GE(peer, 0);
-    pollfd waiting{listener.fd, POLLIN, 0};
-    EXPECT_EQ(::poll(&waiting, 1, 0), 0) << "a second connection";
-    EXPECT_EQ(events_.log, std::vector<std::string>{"connected"});
-    ::close(peer);
-}
-
-TEST_F(TransportTest, NamesAndIpv6)
-{
-    // "localhost" may resolve to ::1 first, where nobody listens: the next
-    // address is tried before giving up.
-    const std::pair<const char*, const char*> cases[] = {{"127.0.0.1", "localhost"}, {"::1", "::1"}, {"::1", "[::1]"}};
-    for (const auto& [address, host] : cases) {
+    // A fresh attempt works, by address or name; calls while pending or
+    // connected open nothing. "localhost" may resolve to ::1 first, where
+    // nobody listens: the next address is tried before giving up.
+    const std::pair<const char*, const char*> hosts[] = {
+        {"127.0.0.1", "127.0.0.1"}, {"127.0.0.1", "localhost"}, {"::1", "::1"}, {"::1", "[::1]"}};
+    for (const auto& [address, host] : hosts) {
+        SCOPED_TRACE(host);
         Listener listener(address);
         if (!listener.ok())
-            GTEST_SKIP() << "no IPv6 loopback here";
+            continue; // no IPv6 loopback here
         events_ = Recorder{};
-        int peer = connectTo(listener, host);
-        ASSERT_GE(peer, 0) << host;
+        transport_.ConnectSocket(host, listener.port);
+        transport_.ConnectSocket(host, listener.port);
+        ASSERT_TRUE(pumpFor([&] { return events_.count("connected") > 0; }));
+        transport_.ConnectSocket(host, listener.port);
+        pump().pumpOnce(0);
+        int peer = listener.acceptPeer();
+        ASSERT_GE(peer, 0);
+        pollfd waiting{listener.fd, POLLIN, 0};
+        EXPECT_EQ(::poll(&waiting, 1, 0), 0) << "a second connection";
+        EXPECT_EQ(events_.log, std::vector<std::string>{"connected"});
         ::close(peer);
         transport_.CloseTransport();
     }
