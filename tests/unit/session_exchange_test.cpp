@@ -178,14 +178,11 @@ TEST_F(SessionExchange, CommandsSentTogetherEachGetTheirOwnReply)
     const auto replies = handler->sendAllSync(
         {f->createGetThreadNameMessage(1), f->createGetThreadNameMessage(2), refused, f->createGetThreadNameMessage(3)},
         4000);
-    ASSERT_EQ(replies.size(), 4u);
     EXPECT_EQ(sentBeforeAnswer, (std::vector<size_t>{1, 2, 3})) << "each was sent before any answer";
-    ASSERT_NE(replies[0], nullptr);
-    ASSERT_NE(replies[1], nullptr);
-    EXPECT_EQ(replies[0]->myDataContainer()->RequestThreadName, "first");
-    EXPECT_EQ(replies[1]->myDataContainer()->RequestThreadName, "second");
-    EXPECT_EQ(replies[2], nullptr);
-    EXPECT_EQ(replies[3], nullptr);
+    std::vector<std::string> names;
+    for (const auto& reply : replies)
+        names.push_back(reply ? reply->myDataContainer()->RequestThreadName : "nothing");
+    EXPECT_EQ(names, (std::vector<std::string>{"first", "second", "nothing", "nothing"}));
     EXPECT_GE(now, 5000u) << "the unanswered one was waited for";
     EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }

@@ -165,24 +165,16 @@ TEST(ShmemRing, StreamsAreCutIntoRecords)
     EXPECT_TRUE(writer.broken());
 }
 
-// A fake VM and the debugger's channel attached to it.
-class AttachedChannel : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        vm = std::make_unique<FakeVm>(name);
-        ASSERT_TRUE(vm->created);
-        std::string error;
-        ASSERT_TRUE(channel.attach(name, error)) << error;
-    }
-    const std::string name = uniqueName(::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::unique_ptr<FakeVm> vm;
-    ShmemChannel channel;
-};
-
-TEST_F(AttachedChannel, RecordsKeepTheirBoundariesBothWays)
+// One channel's life: attached to a fake VM, records both ways, and the VM
+// closing right after a last record.
+TEST(ShmemChannel, RecordsKeepTheirBoundariesBothWaysUntilTheVmCloses)
 {
+    const std::string name = uniqueName("life");
+    auto vm = std::make_unique<FakeVm>(name);
+    ASSERT_TRUE(vm->created);
+    ShmemChannel channel;
     std::string error;
+    ASSERT_TRUE(channel.attach(name, error)) << error;
     EXPECT_TRUE(channel.isOpen());
     EXPECT_TRUE(channel.attach(name, error)) << "attaching again to the same name is harmless";
     EXPECT_FALSE(objectExists(name)) << "the debugger drops the name once both ends hold the mapping";
@@ -213,19 +205,18 @@ TEST_F(AttachedChannel, RecordsKeepTheirBoundariesBothWays)
     EXPECT_TRUE(vm->read(atVm));
     debuggerWriter.join();
     EXPECT_TRUE(atVm == big);
-}
 
-TEST_F(AttachedChannel, VmClosingDeliversWhatWasSentThenReportsGone)
-{
+    // The VM closes right after a last record: it still arrives, then the
+    // channel reports the VM gone.
     const std::string death("\x07\x00\x00\x00" "\x00" "\x40\x64" "\x00\x00\x00\x00", 11);
     ASSERT_TRUE(vm->end->write(death));
     vm.reset(); // says goodbye and unmaps
-    std::vector<std::string> got;
+    std::vector<std::string> last;
     ASSERT_TRUE(pollReadable(channel.notifyFd()));
-    ASSERT_TRUE(channel.readRecords(got));
-    EXPECT_EQ(got, std::vector<std::string>{death});
+    ASSERT_TRUE(channel.readRecords(last));
+    EXPECT_EQ(last, std::vector<std::string>{death});
     EXPECT_TRUE(pollReadable(channel.notifyFd(), 0)) << "the verdict is still to be fetched";
-    EXPECT_FALSE(channel.readRecords(got));
+    EXPECT_FALSE(channel.readRecords(last));
     EXPECT_FALSE(channel.isOpen());
     EXPECT_FALSE(channel.writeRecord("x"));
     EXPECT_TRUE(channel.waitReadable(1000));
