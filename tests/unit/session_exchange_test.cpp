@@ -1,11 +1,12 @@
 // The request/reply exchange, the opening sequence and the connect loop
-// against the scripted transport: packet ids, framing of received bytes in
-// any split, dispatch order, nested synchronous calls, commands sent
-// together and awaited together, time-outs with an
-// injected tick source, and the handler's reactions to the transport's
-// events. The opening's order on the wire, the console's line ends and the
-// boxes of a failed or dropped connection are checked against a real VM
-// (session_vm_test, sessions_vm_test).
+// against the scripted transport: framing of received bytes in any split,
+// dispatch order, nested synchronous calls, commands sent together and
+// awaited together, time-outs with an injected tick source, and the
+// handler's reactions to the transport's events. The opening's order on the
+// wire, the console's line ends and the boxes of a failed or dropped
+// connection are checked against a real VM (session_vm_test,
+// sessions_vm_test); a peer that breaks the framing or drops the connection
+// during a call in faults_peer_test.
 #include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;

@@ -2,6 +2,8 @@
 // from ShmemRing.h in this process (a crashed VM is played by naming a process
 // that has ended): record framing both ways, records larger than a ring, name
 // checks, claims, a closing or crashed VM, and that nothing is left in /dev/shm.
+// How the real agent's reader notices a debugger that leaves is checked
+// against a real VM (shmem_vm_test).
 // The tables of byte literals keep their hand layout:
 // clang-format off
 #include <gtest/gtest.h>
