@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 
 #include "Process.h"
 
@@ -71,21 +70,18 @@ HostCommand PeerLink::next(int timeoutMs)
     return c;
 }
 
-bool PeerLink::reply(uint32_t id, const std::string& payload, uint16_t error)
+void PeerLink::waitHangUp(int timeoutMs)
 {
-    return send(replyPacket(id, payload, error));
-}
-
-bool PeerLink::event(const std::string& compositePayload, uint32_t id)
-{
-    return send(eventPacket(compositePayload, id));
+    // POLLRDHUP alone: what the host sends meanwhile does not wake it.
+    pollfd p{fd_, POLLRDHUP, 0};
+    ::poll(&p, 1, timeoutMs);
 }
 
 bool PeerLink::answer(const HostCommand& command)
 {
     if (command.set == 1 && command.cmd == 4) // one thread
-        return reply(command.id, be32(1) + be64(1));
-    return reply(command.id, openingAnswer(command.set, command.cmd, nextRequestId_));
+        return send(replyPacket(command.id, be32(1) + be64(1)));
+    return send(replyPacket(command.id, openingAnswer(command.set, command.cmd, nextRequestId_)));
 }
 
 bool PeerLink::open()
@@ -130,9 +126,12 @@ FaultPeer::FaultPeer(Script script)
         if (::poll(&p, 1, 10000) == 1) {
             const int fd = ::accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC);
             if (fd >= 0) {
-                conn_ = fd;
+                {
+                    std::lock_guard<std::mutex> lock(mutex_);
+                    conn_ = fd;
+                }
                 PeerLink link(fd);
-                script(link, *this);
+                script(link);
                 std::lock_guard<std::mutex> lock(mutex_);
                 conn_ = -1;
                 ::close(fd);
@@ -143,30 +142,17 @@ FaultPeer::FaultPeer(Script script)
 
 FaultPeer::~FaultPeer()
 {
-    release();
-    {
-        // Wakes a script blocked in a read: it sees EOF and returns.
-        std::lock_guard<std::mutex> lock(mutex_);
-        const int fd = conn_.load();
-        if (fd >= 0)
-            ::shutdown(fd, SHUT_RDWR);
-    }
+    hangUp();
     ::shutdown(listen_, SHUT_RDWR);
     thread_.join();
     ::close(listen_);
 }
 
-void FaultPeer::release()
+void FaultPeer::hangUp()
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    released_ = true;
-    cv_.notify_all();
-}
-
-bool FaultPeer::waitReleased(int timeoutMs)
-{
-    std::unique_lock<std::mutex> lock(mutex_);
-    return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return released_; });
+    if (conn_ >= 0)
+        ::shutdown(conn_, SHUT_RDWR);
 }
 
 } // namespace jdwpkrvdbg::testing

@@ -12,10 +12,8 @@
 // cannot hang on its peer.
 #pragma once
 
-#include <atomic>
 #include <sys/socket.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -41,9 +39,6 @@ public:
     bool readHandshake(int timeoutMs = 5000) { return read(14, timeoutMs) == "JDWP-Handshake"; }
     bool send(const std::string& bytes);
     HostCommand next(int timeoutMs = 5000);
-
-    bool reply(uint32_t id, const std::string& payload, uint16_t error = 0);
-    bool event(const std::string& compositePayload, uint32_t id = 0x7000);
     // The answer an OpenJDK 17 VM gives to the commands of the opening
     // sequence (8-byte ids, version 17, event request ids counting from 1);
     // an empty reply to anything else.
@@ -55,6 +50,9 @@ public:
     void serve(const std::function<bool(const HostCommand&)>& special = nullptr, int quietMs = 10000);
     // Stops sending (the host reads EOF) but keeps reading.
     void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
+    // Reads nothing until the host closes the connection or the test hangs
+    // up (FaultPeer::hangUp), at most `timeoutMs`.
+    void waitHangUp(int timeoutMs);
 
 private:
     int fd_;
@@ -64,25 +62,22 @@ private:
 
 class FaultPeer {
 public:
-    using Script = std::function<void(PeerLink&, FaultPeer&)>;
+    using Script = std::function<void(PeerLink&)>;
 
     explicit FaultPeer(Script script);
     ~FaultPeer();
 
     int port() const { return port_; }
 
-    // A flag the test raises and the script waits for (e.g. "stop waiting
-    // and close now").
-    void release();
-    bool waitReleased(int timeoutMs);
+    // Shuts the connection down under the script: a read or waitHangUp
+    // returns at once.
+    void hangUp();
 
 private:
     int listen_ = -1;
-    std::atomic<int> conn_{-1};
+    int conn_ = -1;
     int port_ = 0;
     std::mutex mutex_;
-    std::condition_variable cv_;
-    bool released_ = false;
     std::thread thread_;
 };
 
