@@ -5,7 +5,8 @@
 // by themselves. Every session must stop at the
 // breakpoints kept from the first, read values, step, be reported opened and
 // closed once, and leave no pending call, no stale state and nothing in
-// /dev/shm for the next one.
+// /dev/shm for the next one. The first also shows the opening sequence on the
+// wire and the console's line ends.
 #include <unistd.h>
 
 #include <filesystem>
@@ -60,6 +61,21 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
         ASSERT_TRUE(waitDead()) << dump();
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + name));
+        if (round == 0) {
+            // The first session's opening on the wire: handshake, IDSizes, Version, exception request,
+            // the two class-prepare requests, then Resume.
+            std::vector<std::string> sent;
+            for (const auto& l : handler->history().lines())
+                if (l.rfind("->", 0) == 0)
+                    sent.push_back(l.substr(l.find(' ', 3) + 1, l.find(" len") - l.find(' ', 3) - 1));
+            ASSERT_GE(sent.size(), 6u) << dump();
+            EXPECT_EQ(std::vector(sent.begin(), sent.begin() + 6),
+                      (std::vector<std::string>{"1/7", "1/1", "15/1", "15/1", "15/1", "1/9"}));
+            EXPECT_EQ(jvm->VMName.rfind("OpenJDK", 0), 0u) << jvm->VMName;
+            EXPECT_EQ(jvm->VMVersion.rfind("17", 0), 0u) << jvm->VMVersion;
+            EXPECT_TRUE(log->sawDebug(" *** " + jvm->VMName + " " + jvm->VMVersion));
+            EXPECT_NE(log->console.find("values ready\r\nresult "), std::string::npos) << log->console;
+        }
     }
     EXPECT_TRUE(log->boxes.empty()) << log->boxes.front();
 
