@@ -86,12 +86,6 @@ protected:
         }
     }
 
-    bool startWindowManager()
-    {
-        windowManager_ = startIfInstalled({"openbox", "--sm-disable"});
-        return windowManager_ && testing::pumpUntil([] { return ewmhWindowManagerRunning(); }, kServerMs);
-    }
-
     std::optional<std::string> savedDisplay_;
     std::unique_ptr<ChildProcess> server_;
     std::unique_ptr<ChildProcess> windowManager_;
@@ -128,7 +122,8 @@ TEST_F(X11WindowLive, RaisesTheLaunchedVMsFrameWithoutAndUnderAWindowManager)
     // Nothing iconifies a window without a window manager.
     EXPECT_FALSE(iconifyWindow(frame));
 
-    const bool managed = startWindowManager();
+    windowManager_ = startIfInstalled({"openbox", "--sm-disable"});
+    const bool managed = windowManager_ && testing::pumpUntil([] { return ewmhWindowManagerRunning(); }, kServerMs);
     if (managed) {
         ASSERT_TRUE(iconifyWindow(frame));
         s = queryWindowState(frame);
