@@ -24,26 +24,16 @@ std::string composite(int policy, int kind, const std::string& body)
     return eventPacket(u8(policy) + be32(1) + u8(kind) + body);
 }
 
-// The host side: the live fixture, with its session objects open to the
-// rows, and a Version call.
-class Host : public LiveSessionTest {
-public:
-    using LiveSessionTest::clock;
-    using LiveSessionTest::handler;
-    using LiveSessionTest::jvm;
-    using LiveSessionTest::log;
-
-    JDWPHandler::Msg version(int32_t waitMs = 4000)
-    {
-        return handler->sendSync(handler->myFactory()->createGetVersionMessage(), waitMs);
-    }
-};
+JDWPHandler::Msg version(JDWPHandler& handler, int32_t waitMs = 4000)
+{
+    return handler.sendSync(handler.myFactory()->createGetVersionMessage(), waitMs);
+}
 
 struct Row {
     const char* name;
     bool opens; // the opening sequence completes before the fault
     FaultPeer::Script peer;
-    std::function<void(Host&, FaultPeer&)> host = nullptr;
+    std::function<void(JDWPHandler&, TickShift&, FaultPeer&)> host = nullptr;
     bool endsSession = true;    // else the host keeps working: an ordinary call is answered afterwards
     const char* debugText = ""; // a progress line the row must show
 };
@@ -90,7 +80,7 @@ std::vector<Row> faultRows()
                         link.readHandshake();
                         link.waitHangUp(20000);
                     },
-                    [](Host& host, FaultPeer&) { host.clock.advance(4100); }, true,
+                    [](JDWPHandler&, TickShift& clock, FaultPeer&) { clock.advance(4100); }, true,
                     " *** JDWP-Connection failed ... no handshake from the VM"});
     // The Version reply cut short by EOF: the session ends, and the waiting
     // call with it, not with its time-out.
@@ -100,9 +90,9 @@ std::vector<Row> faultRows()
                             link.send(be32(30) + be32(c.id) + std::string("\x80\x00\x00", 3) + partial);
                             link.shutdownWrite();
                         }),
-                        [](Host& host, FaultPeer&) {
+                        [](JDWPHandler& handler, TickShift&, FaultPeer&) {
                             const int64_t start = nowMs();
-                            EXPECT_EQ(host.version(4000), nullptr);
+                            EXPECT_EQ(version(handler), nullptr);
                             EXPECT_LT(nowMs() - start, 3000) << "the call ends with the connection";
                         }});
     rows.push_back({"a length field of 2 GB", true, afterOpen([](PeerLink& link) {
@@ -117,15 +107,15 @@ std::vector<Row> faultRows()
                             composite(2, 8, be32(7) + be64(1) + u8(1) + be64(0x4242) + jstr("LOther;") + be32(7)));
                         link.answer(c);
                     }),
-                    [](Host& host, FaultPeer&) {
-                        ASSERT_NE(host.version(), nullptr);
-                        auto cls = host.jvm->getClassByID(0x4242, false);
+                    [](JDWPHandler& handler, TickShift&, FaultPeer&) {
+                        ASSERT_NE(version(handler), nullptr);
+                        auto cls = handler.myJVM()->getClassByID(0x4242, false);
                         ASSERT_NE(cls, nullptr) << "the event was decoded during the wait";
                         EXPECT_EQ(cls->ClassName(), "Other");
                     },
                     false});
     rows.push_back({"a peer that stops reading", true, afterOpen([](PeerLink& link) { link.waitHangUp(30000); }),
-                    [](Host& host, FaultPeer& peer) {
+                    [](JDWPHandler& handler, TickShift& clock, FaultPeer& peer) {
                         // 16 MiB for a peer that reads nothing: every send
                         // returns at once, the rest waits in the transport;
                         // a call then still gives up on its time-out, on a
@@ -133,51 +123,49 @@ std::vector<Row> faultRows()
                         const int64_t start = nowMs();
                         const std::string classBytes(1 << 20, '\xca');
                         for (int i = 0; i < 16; ++i)
-                            host.handler->sendAsync(
-                                host.handler->myFactory()->createClassRedefineMessage(1, classBytes));
-                        const int idle = MessagePump::instance().addIdle([&] { host.clock.advance(20); });
+                            handler.sendAsync(handler.myFactory()->createClassRedefineMessage(1, classBytes));
+                        const int idle = MessagePump::instance().addIdle([&] { clock.advance(20); });
                         const uint32_t ticks = GetTickCount();
-                        EXPECT_EQ(host.version(1000), nullptr);
+                        EXPECT_EQ(version(handler, 1000), nullptr);
                         const uint32_t waited = GetTickCount() - ticks;
                         MessagePump::instance().removeIdle(idle);
                         EXPECT_LT(nowMs() - start, 3000) << "a send or the wait blocked the host";
                         EXPECT_GE(waited, 1000u) << "gave up before its time-out";
                         EXPECT_LE(waited, 1200u) << "waited past its time-out";
-                        EXPECT_TRUE(host.handler->isConnected());
+                        EXPECT_TRUE(handler.isConnected());
                         peer.hangUp(); // the peer gives up: the session ends
                     }});
     return rows;
 }
 
-class FaultPeerMatrix : public Host, public ::testing::WithParamInterface<size_t> {};
+class FaultPeerMatrix : public LiveSessionTest, public ::testing::WithParamInterface<size_t> {};
 
 TEST_P(FaultPeerMatrix, KeepsTheHostWorkingOrEndsTheSessionCleanly)
 {
     const Row row = faultRows()[GetParam()];
-    Host& host = *this;
     FaultPeer peer(row.peer);
-    ASSERT_TRUE(host.handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
+    ASSERT_TRUE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(peer.port()), true));
     if (row.opens) {
-        ASSERT_TRUE(pumpUntil([&] { return !host.jvm->VMName.empty() && host.jvm->JVMState() == VMRunning; }))
-            << host.handler->history().dump();
+        ASSERT_TRUE(pumpUntil([&] { return !jvm->VMName.empty() && jvm->JVMState() == VMRunning; }))
+            << handler->history().dump();
     }
     if (row.host)
-        row.host(host, peer);
+        row.host(*handler, clock, peer);
     if (row.endsSession) {
-        EXPECT_TRUE(pumpUntil([&] { return host.jvm->JVMState() == VMDead && !host.handler->isConnected(); }, 6000))
-            << host.handler->history().dump();
-        EXPECT_TRUE(host.log->has("Close"));
+        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 6000))
+            << handler->history().dump();
+        EXPECT_TRUE(log->has("Close"));
     } else {
-        host.jvm->VMName.clear();
-        ASSERT_NE(host.version(), nullptr);
-        EXPECT_EQ(host.jvm->VMName, "OpenJDK 64-Bit Server VM");
-        EXPECT_TRUE(host.handler->isConnected());
-        EXPECT_NE(host.jvm->JVMState(), VMDead);
+        jvm->VMName.clear();
+        ASSERT_NE(version(*handler), nullptr);
+        EXPECT_EQ(jvm->VMName, "OpenJDK 64-Bit Server VM");
+        EXPECT_TRUE(handler->isConnected());
+        EXPECT_NE(jvm->JVMState(), VMDead);
     }
     if (*row.debugText) {
-        EXPECT_TRUE(host.log->sawDebug(row.debugText)) << host.handler->history().dump();
+        EXPECT_TRUE(log->sawDebug(row.debugText)) << handler->history().dump();
     }
-    EXPECT_EQ(host.handler->pendingSyncCount(), 0u);
+    EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, FaultPeerMatrix, ::testing::Range<size_t>(0, faultRows().size()),
