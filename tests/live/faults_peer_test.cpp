@@ -51,12 +51,12 @@ FaultPeer::Script afterOpen(std::function<void(PeerLink&)> action)
 
 // Answers the opening, then serves with `onVersion` taking over the first
 // Version command.
-FaultPeer::Script onFirstVersion(std::function<void(PeerLink&, const HostCommand&)> onVersion)
+FaultPeer::Script onFirstVersion(std::function<void(PeerLink&, const Packet&)> onVersion)
 {
     return [onVersion](PeerLink& link) {
         bool done = false;
         if (link.open())
-            link.serve([&](const HostCommand& c) {
+            link.serve([&](const Packet& c) {
                 if (done || c.set != 1 || c.cmd != 1)
                     return false;
                 onVersion(link, c);
@@ -86,7 +86,7 @@ std::vector<Row> faultRows()
     // call with it, not with its time-out.
     for (const auto& [name, partial] : std::vector<std::pair<const char*, std::string>>{
              {"EOF after the 11-byte header of a reply", ""}, {"EOF in the middle of a reply body", "\0\0\0\x04Java"}})
-        rows.push_back({name, true, onFirstVersion([partial = partial](PeerLink& link, const HostCommand& c) {
+        rows.push_back({name, true, onFirstVersion([partial = partial](PeerLink& link, const Packet& c) {
                             link.send(be32(30) + be32(c.id) + std::string("\x80\x00\x00", 3) + partial);
                             link.shutdownWrite();
                         }),
@@ -100,20 +100,19 @@ std::vector<Row> faultRows()
                                   std::string(4096, 'x'));
                     }),
                     nullptr, true, " *** JDWP-Connection failed ... malformed packet length 2147483648"});
-    rows.push_back({"a composite event while a synchronous call waits", true,
-                    onFirstVersion([](PeerLink& link, const HostCommand& c) {
-                        // A class-prepare event for type 0x4242 "LOther;".
-                        link.send(
-                            composite(2, 8, be32(7) + be64(1) + u8(1) + be64(0x4242) + jstr("LOther;") + be32(7)));
-                        link.answer(c);
-                    }),
-                    [](JDWPHandler& handler, TickShift&, FaultPeer&) {
-                        ASSERT_NE(version(handler), nullptr);
-                        auto cls = handler.myJVM()->getClassByID(0x4242, false);
-                        ASSERT_NE(cls, nullptr) << "the event was decoded during the wait";
-                        EXPECT_EQ(cls->ClassName(), "Other");
-                    },
-                    false});
+    rows.push_back(
+        {"a composite event while a synchronous call waits", true, onFirstVersion([](PeerLink& link, const Packet& c) {
+             // A class-prepare event for type 0x4242 "LOther;".
+             link.send(composite(2, 8, be32(7) + be64(1) + u8(1) + be64(0x4242) + jstr("LOther;") + be32(7)));
+             link.answer(c);
+         }),
+         [](JDWPHandler& handler, TickShift&, FaultPeer&) {
+             ASSERT_NE(version(handler), nullptr);
+             auto cls = handler.myJVM()->getClassByID(0x4242, false);
+             ASSERT_NE(cls, nullptr) << "the event was decoded during the wait";
+             EXPECT_EQ(cls->ClassName(), "Other");
+         },
+         false});
     rows.push_back({"a peer that stops reading", true, afterOpen([](PeerLink& link) { link.waitHangUp(30000); }),
                     [](JDWPHandler& handler, TickShift& clock, FaultPeer& peer) {
                         // 16 MiB for a peer that reads nothing: every send

@@ -15,27 +15,27 @@
 
 namespace jdwpkrvdbg::testing {
 
+bool PeerLink::fill(int64_t deadline)
+{
+    char buf[65536];
+    for (;;) {
+        pollfd p{fd_, POLLIN, 0};
+        const int64_t left = deadline - nowMs();
+        const int ready = left > 0 ? ::poll(&p, 1, static_cast<int>(left)) : 0;
+        const ssize_t got = ready > 0 ? ::recv(fd_, buf, sizeof buf, 0) : ready;
+        if (got > 0) {
+            pending_.append(buf, static_cast<size_t>(got));
+            return true;
+        }
+        if (got == 0 || errno != EINTR)
+            return false;
+    }
+}
+
 std::string PeerLink::read(size_t n, int timeoutMs)
 {
     const int64_t deadline = nowMs() + timeoutMs;
-    while (pending_.size() < n) {
-        const int64_t left = deadline - nowMs();
-        if (left <= 0)
-            break;
-        pollfd p{fd_, POLLIN, 0};
-        const int ready = ::poll(&p, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            break;
-        char buf[65536];
-        const ssize_t got = ::recv(fd_, buf, sizeof buf, 0);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        pending_.append(buf, static_cast<size_t>(got));
-    }
+    while (pending_.size() < n && fill(deadline)) {}
     std::string out = pending_.substr(0, n);
     pending_.erase(0, n);
     return out;
@@ -55,19 +55,16 @@ bool PeerLink::send(const std::string& bytes)
     return true;
 }
 
-HostCommand PeerLink::next(int timeoutMs)
+std::optional<Packet> PeerLink::next(int timeoutMs)
 {
-    HostCommand c;
-    const std::string header = read(11, timeoutMs);
-    const auto length = header.size() == 11 ? static_cast<uint32_t>(readBe(header, 0, 4)) : 0u;
-    if (length < 11 || length > (1u << 26))
-        return c;
-    c.payload = read(length - 11, timeoutMs);
-    c.valid = c.payload.size() == length - 11;
-    c.id = static_cast<uint32_t>(readBe(header, 4, 4));
-    c.set = static_cast<unsigned char>(header[9]);
-    c.cmd = static_cast<unsigned char>(header[10]);
-    return c;
+    const int64_t deadline = nowMs() + timeoutMs;
+    bool broken = false;
+    for (;;) {
+        if (auto p = cutPacket(pending_, &broken))
+            return p;
+        if (broken || !fill(deadline))
+            return std::nullopt;
+    }
 }
 
 void PeerLink::waitHangUp(int timeoutMs)
@@ -77,7 +74,7 @@ void PeerLink::waitHangUp(int timeoutMs)
     ::poll(&p, 1, timeoutMs);
 }
 
-bool PeerLink::answer(const HostCommand& command)
+bool PeerLink::answer(const Packet& command)
 {
     if (command.set == 1 && command.cmd == 4) // one thread
         return send(replyPacket(command.id, be32(1) + be64(1)));
@@ -89,23 +86,19 @@ bool PeerLink::open()
     if (!readHandshake() || !send("JDWP-Handshake"))
         return false;
     for (;;) {
-        const HostCommand c = next();
-        if (!c.valid || !answer(c))
+        const auto c = next();
+        if (!c || !answer(*c))
             return false;
-        if (c.set == 1 && c.cmd == 9)
+        if (c->set == 1 && c->cmd == 9)
             return true;
     }
 }
 
-void PeerLink::serve(const std::function<bool(const HostCommand&)>& special, int quietMs)
+void PeerLink::serve(const std::function<bool(const Packet&)>& special, int quietMs)
 {
     for (;;) {
-        const HostCommand c = next(quietMs);
-        if (!c.valid)
-            return;
-        if (special && special(c))
-            continue;
-        if (!answer(c))
+        const auto c = next(quietMs);
+        if (!c || (!(special && special(*c)) && !answer(*c)))
             return;
     }
 }

@@ -17,17 +17,13 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "Wire.h"
 
 namespace jdwpkrvdbg::testing {
-
-// One command as the host sent it (socket framing).
-struct HostCommand : SentCommand {
-    bool valid = false; // false: EOF, time-out or a broken frame
-};
 
 // The accepted connection, as the script sees it.
 class PeerLink {
@@ -38,16 +34,18 @@ public:
     std::string read(size_t n, int timeoutMs = 5000);
     bool readHandshake(int timeoutMs = 5000) { return read(14, timeoutMs) == "JDWP-Handshake"; }
     bool send(const std::string& bytes);
-    HostCommand next(int timeoutMs = 5000);
+    // The host's next command (socket framing); nothing on EOF, time-out or
+    // a broken frame.
+    std::optional<Packet> next(int timeoutMs = 5000);
     // The answer an OpenJDK 17 VM gives to the commands of the opening
     // sequence (8-byte ids, version 17, event request ids counting from 1);
     // an empty reply to anything else.
-    bool answer(const HostCommand& command);
+    bool answer(const Packet& command);
     // Handshake, then answers until the opening sequence's Resume.
     bool open();
     // Answers every command until EOF or `quietMs` without one; `special`
     // may take a command over (return true when it did).
-    void serve(const std::function<bool(const HostCommand&)>& special = nullptr, int quietMs = 10000);
+    void serve(const std::function<bool(const Packet&)>& special = nullptr, int quietMs = 10000);
     // Stops sending (the host reads EOF) but keeps reading.
     void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
     // Reads nothing until the host closes the connection or the test hangs
@@ -55,6 +53,10 @@ public:
     void waitHangUp(int timeoutMs);
 
 private:
+    // One more piece from the host into pending_: false on EOF, an error or
+    // the deadline.
+    bool fill(int64_t deadline);
+
     int fd_;
     std::string pending_;
     uint32_t nextRequestId_ = 1;
