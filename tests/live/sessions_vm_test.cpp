@@ -109,9 +109,7 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
     EXPECT_EQ(log->connections(), expected);
 }
 
-using LiveSession = LiveSessionTest;
-
-TEST_F(LiveSession, APortNobodyListensOnFailsAfterFourSecondsOfTheClock)
+TEST_F(LiveSessionTest, APortNobodyListensOnFailsAfterFourSecondsOfTheClock)
 {
     // The clock moves 20 ms per pump pass, so the 4 s pass without waiting.
     const int idle = MessagePump::instance().addIdle([this] { clock.advance(20); });
@@ -130,7 +128,7 @@ TEST_F(LiveSession, APortNobodyListensOnFailsAfterFourSecondsOfTheClock)
         << log->boxes.back();
 }
 
-TEST_F(LiveSession, ABadSharedNameIsRefusedWithAClearText)
+TEST_F(LiveSessionTest, ABadSharedNameIsRefusedWithAClearText)
 {
     EXPECT_FALSE(handler->startVM("", "", "bad/name", false, false));
     ASSERT_FALSE(log->boxes.empty());
