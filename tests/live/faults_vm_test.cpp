@@ -112,9 +112,7 @@ TEST_P(LiveFaults, KilledWhileACallOrAStepWaitsThenTheNextSessionRuns)
         pid = handler->getProcessID();
         ASSERT_GT(pid, 0);
         ASSERT_NO_FATAL_FAILURE(row.kill());
-        const int64_t begin = nowMs();
-        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 10000)) << dump();
-        EXPECT_LT(nowMs() - begin, 5000);
+        EXPECT_TRUE(pumpUntil([&] { return jvm->JVMState() == VMDead && !handler->isConnected(); }, 5000)) << dump();
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
         EXPECT_FALSE(shmem() && std::filesystem::exists("/dev/shm/krvdbg-" + sharedName));
     }

@@ -68,11 +68,9 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
             // the two class-prepare requests, then Resume.
             std::vector<std::string> sent;
             for (const auto& l : handler->history().lines())
-                if (l.rfind("->", 0) == 0)
+                if (l.rfind("->", 0) == 0 && sent.size() < 6)
                     sent.push_back(l.substr(l.find(' ', 3) + 1, l.find(" len") - l.find(' ', 3) - 1));
-            ASSERT_GE(sent.size(), 6u) << dump();
-            EXPECT_EQ(std::vector(sent.begin(), sent.begin() + 6),
-                      (std::vector<std::string>{"1/7", "1/1", "15/1", "15/1", "15/1", "1/9"}));
+            EXPECT_EQ(sent, (std::vector<std::string>{"1/7", "1/1", "15/1", "15/1", "15/1", "1/9"})) << dump();
             EXPECT_EQ(jvm->VMName.rfind("OpenJDK", 0), 0u) << jvm->VMName;
             EXPECT_EQ(jvm->VMVersion.rfind("17", 0), 0u) << jvm->VMVersion;
             EXPECT_TRUE(log->sawDebug(" *** " + jvm->VMName + " " + jvm->VMVersion));

@@ -76,8 +76,6 @@ void PeerLink::waitHangUp(int timeoutMs)
 
 bool PeerLink::answer(const Packet& command)
 {
-    if (command.set == 1 && command.cmd == 4) // one thread
-        return send(replyPacket(command.id, be32(1) + be64(1)));
     return send(replyPacket(command.id, openingAnswer(command.set, command.cmd, nextRequestId_)));
 }
 
