@@ -89,6 +89,10 @@ std::vector<Row> faultRows()
                             EXPECT_EQ(version(handler), nullptr);
                             EXPECT_LT(nowMs() - start, 3000) << "the call ends with the connection";
                         }});
+    rows.push_back({"a length field below 11", true, afterOpen([](PeerLink& link) {
+                        link.send(std::string("\x00\x00\x00\x05\x00\x00\x00\x09\x80\x00\x00", 11));
+                    }),
+                    nullptr, true, " *** JDWP-Connection failed ... malformed packet length 5"});
     rows.push_back({"a length field of 2 GB", true, afterOpen([](PeerLink& link) {
                         link.send(std::string("\x80\x00\x00\x00\x00\x00\x00\x09\x80\x00\x00", 11) +
                                   std::string(4096, 'x'));
