@@ -132,6 +132,16 @@ TEST_F(FactoryTest, RequestsKeepTheirContextAndTakeTheHandlersPacketIds)
 // modifiers, and the default ones behind a request's own, are pinned by the
 // bytes of the breakpoint and step requests the model sends
 // (ModelBreakpoints.RequestBytes, EventDecoders).
+JDWPModifier modifier(ModifierKind kind, const std::string& text, double number = 0, bool caught = false)
+{
+    JDWPModifier m;
+    m.Kind = kind;
+    m.RefString = text;
+    m.RefLong = number;
+    m.RefCaught = caught;
+    return m;
+}
+
 TEST_F(FactoryTest, EventRequestsEncodeTheOtherModifierKinds)
 {
     const struct {
@@ -139,11 +149,11 @@ TEST_F(FactoryTest, EventRequestsEncodeTheOtherModifierKinds)
         JDWPModifier mod;
         std::string bytes;
     } cases[] = {
-        {"class match", {.Kind = MK_ClassMatch, .RefString = "Form1"}, "\x05\x00\x00\x00\x05" "Form1"s},
+        {"class match", modifier(MK_ClassMatch, "Form1"), "\x05\x00\x00\x00\x05" "Form1"s},
         // The exception class is always 0 (any), whatever RefLong says.
-        {"exception", {.Kind = MK_ExceptionOnly, .RefLong = 99, .RefCaught = true}, "\x08"s + INT0 + "\x01\x00"s},
-        {"source name", {.Kind = MK_SourceNameMatch, .RefString = "*.java"}, "\x0c\x00\x00\x00\x06" "*.java"s},
-        {"unknown kind: the kind byte alone", {.Kind = static_cast<ModifierKind>(4), .RefLong = 1}, "\x04"s},
+        {"exception", modifier(MK_ExceptionOnly, "", 99, true), "\x08"s + INT0 + "\x01\x00"s},
+        {"source name", modifier(MK_SourceNameMatch, "*.java"), "\x0c\x00\x00\x00\x06" "*.java"s},
+        {"unknown kind: the kind byte alone", modifier(static_cast<ModifierKind>(4), "", 1), "\x04"s},
     };
     for (const auto& c : cases) {
         JDWPDefaultFilter f = factory().getModifier({c.mod}, 1);
