@@ -4,8 +4,7 @@
 // awaited together, time-outs with an injected tick source, and the
 // handler's reactions to the transport's events. The opening's order on the
 // wire, the console's line ends and the boxes of a failed or dropped
-// connection are checked against a real VM (session_vm_test,
-// sessions_vm_test); a peer that breaks the framing or drops the connection
+// connection are checked against a real VM (sessions_vm_test); a peer that breaks the framing or drops the connection
 // during a call in faults_peer_test.
 #include "unit_fixtures.h"
 
