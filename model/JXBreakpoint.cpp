@@ -101,7 +101,7 @@ bool JXBreakpoint::unregisterBreakPoint()
     // The request died with its VM: there is nothing to clear, and a failed
     // clear would keep the entry, which then came back in the next run.
     auto handler = getCurrentHandler();
-    if (!handler || !handler->isConnected())
+    if (!handler || !handler->isConnected() || handler->myJVM()->JVMState() == VMDead)
         return true;
     // Intended: an entry without a resolved class is cleared as a step
     // request, any other as a breakpoint.
