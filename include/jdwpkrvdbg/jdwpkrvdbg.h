@@ -25,6 +25,7 @@
 #include "jdwpkrvdbg/session/PacketHistory.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
+#include "jdwpkrvdbg/model/HostEvent.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXField.h"
