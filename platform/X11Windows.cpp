@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <poll.h>
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include <chrono>
 #include <cstdlib>
 #include <vector>
@@ -123,7 +124,7 @@ int countError(Display*, XErrorEvent*)
 // One display connection with our error handler installed; the previous
 // handler is back once the connection is closed (closing flushes requests
 // whose errors must still land with us).
-class X11Connection {
+class X11Connection : NonCopyable {
 public:
     X11Connection()
     {
@@ -148,8 +149,6 @@ public:
             restoreHandler();
         }
     }
-    X11Connection(const X11Connection&) = delete;
-    X11Connection& operator=(const X11Connection&) = delete;
 
     bool ok() const { return display_ != nullptr; }
     const X11Api& x() const { return *api_; }

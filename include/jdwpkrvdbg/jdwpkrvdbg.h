@@ -12,6 +12,7 @@
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 #include "jdwpkrvdbg/protocol/cIEEE.h"
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include "jdwpkrvdbg/support/Pellum.h"
 #include "jdwpkrvdbg/support/cHive.h"
 

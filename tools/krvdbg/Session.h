@@ -16,18 +16,17 @@
 #include "CommandLine.h"
 #include "HostEvents.h"
 #include "Printer.h"
+#include <jdwpkrvdbg/support/NonCopyable.h>
 
 namespace krvdbg {
 
 // Ending: a TERM or HUP asked krvdbg to end.
 enum class WaitOutcome { Stopped, Ended, TimedOut, Interrupted, Ending };
 
-class Session {
+class Session : jdwpkrvdbg::NonCopyable {
 public:
     Session(const Options& options, Printer& printer);
     ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
 
     // Launches the VM (or attaches) and returns once the transport is up;
     // false with failureText() set when the VM could not be started or
