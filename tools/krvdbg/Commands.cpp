@@ -280,8 +280,11 @@ const std::vector<Commands::Verb>& Commands::verbs()
         {{"suspend"},
          0,
          {{"suspend | resume", "suspend or resume the whole VM (resume does not wait)"}},
-         plain<&Commands::suspend>},
-        {{"resume"}, 0, {}, plain<&Commands::resume>},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.suspendOrResume(cmd, true); }},
+        {{"resume"},
+         0,
+         {},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.suspendOrResume(cmd, false); }},
         {{"pop"}, 0, {{"pop", "drop the top frame of the stopped thread"}}, plain<&Commands::pop>},
         {{"redefine"},
          -1,
@@ -956,40 +959,32 @@ CommandOutcome Commands::threads(const std::string& cmd)
     return o;
 }
 
-CommandOutcome Commands::suspend(const std::string& cmd)
+CommandOutcome Commands::suspendOrResume(const std::string& cmd, bool suspend)
 {
     if (auto refused = requireAlive(cmd))
         return *refused;
     // A second suspend would have to be resumed twice (the VM counts them).
-    if (session_.suspended())
+    if (suspend && session_.suspended())
         return CommandOutcome::failure(cmd, "the VM is already suspended");
     auto& jvm = session_.jvm();
-    jvm.SuspendVM();
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); }, kStateConfirmMs);
+    if (suspend) {
+        jvm.SuspendVM();
+    } else {
+        session_.events().noteResume();
+        jvm.ResumeVM(true);
+    }
+    MessagePump::instance().pumpUntil([&] { return (jvm.JVMState() == VMSuspend) == suspend || session_.ended(); },
+                                      kStateConfirmMs);
     session_.printer().flush();
-    CommandOutcome o;
-    o.command = cmd;
-    const bool done = jvm.JVMState() == VMSuspend;
-    if (done)
+    const bool suspended = jvm.JVMState() == VMSuspend;
+    if (suspend && suspended)
         session_.events().noteSuspended();
-    o.result = {{"state", static_cast<int>(jvm.JVMState())}};
-    o.text.push_back(done ? "VM suspended." : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
-    return o;
-}
-
-CommandOutcome Commands::resume(const std::string& cmd)
-{
-    if (auto refused = requireAlive(cmd))
-        return *refused;
-    auto& jvm = session_.jvm();
-    session_.events().noteResume();
-    jvm.ResumeVM(true);
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() != VMSuspend || session_.ended(); }, kStateConfirmMs);
-    session_.printer().flush();
     CommandOutcome o;
     o.command = cmd;
     o.result = {{"state", static_cast<int>(jvm.JVMState())}};
-    o.text.push_back("VM resumed.");
+    o.text.push_back(!suspend    ? "VM resumed."
+                     : suspended ? "VM suspended."
+                                 : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
     return o;
 }
 
