@@ -98,10 +98,15 @@ bool JXBreakpoint::unregisterBreakPoint()
 {
     if (!(RequestEventID > 0))
         return true;
+    // The request died with its VM: there is nothing to clear, and a failed
+    // clear would keep the entry, which then came back in the next run.
+    auto handler = getCurrentHandler();
+    if (!handler || !handler->isConnected())
+        return true;
     // Intended: an entry without a resolved class is cleared as a step
     // request, any other as a breakpoint.
     const EVENT_KIND kind = myLocation_.ClassID == 0 ? EK_SINGLE_STEP : EK_BREAKPOINT;
-    auto reply = requestSync(getCurrentHandler()->myFactory()->createClearEventRequestMessage(kind, RequestEventID));
+    auto reply = requestSync(handler->myFactory()->createClearEventRequestMessage(kind, RequestEventID));
     // RequestEventID and UsedByVM keep their values; the caller drops the entry.
     return replyOk(reply);
 }

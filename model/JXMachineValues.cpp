@@ -158,10 +158,31 @@ void JXMachine::readFrameID(bool bIgnoreError)
     const auto& list = frames->myDataContainer()->requestFrame();
     if (list.empty())
         return;
-    myCurrentFrameID = list.front().FrameID;
-    myFrameMethodID_ = list.front().FrameLocation.MethodID;
+    JDWPJFrame frame = list.front();
+    if (myCurrentMethodID != 0 && frame.FrameLocation.MethodID != myCurrentMethodID)
+        frame = frameOfCurrentMethod(frame);
+    myCurrentFrameID = frame.FrameID;
+    myFrameMethodID_ = frame.FrameLocation.MethodID;
     myFrameValid = true;
     noteFrameSighting(myCurrentFrameID);
+}
+
+JDWPJFrame JXMachine::frameOfCurrentMethod(const JDWPJFrame& top)
+{
+    // The host named a method below the top frame: a program suspended
+    // while it sleeps or waits is in a native or library frame, and the
+    // host shows the program's own frame under it. Values are read there;
+    // frame 0 would hold none of that method's slots. Costs a round trip
+    // only when the two differ, which a stop's own place never does.
+    constexpr double kAllFrames = 4294967295.0; // -1 as the unsigned length
+    auto handler = getCurrentHandler();
+    auto frames =
+        handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, kAllFrames), kReplyWaitMs);
+    if (frames && frames->myErrorCode == 0)
+        for (const auto& f : frames->myDataContainer()->requestFrame())
+            if (f.FrameLocation.MethodID == myCurrentMethodID && f.FrameLocation.ClassID == myCurrentClassID)
+                return f;
+    return top;
 }
 
 void JXMachine::noteFrameSighting(double frameID)

@@ -19,7 +19,8 @@
 namespace jdwpkrvdbg {
 
 namespace {
-constexpr int64_t kStaticBit = 8; // ACC_STATIC
+constexpr int64_t kStaticBit = 8;      // ACC_STATIC
+constexpr int64_t kNativeBit = 0x0100; // ACC_NATIVE
 } // namespace
 
 using model_detail::lowerText;
@@ -30,6 +31,11 @@ bool JXMethod::isStatic() const
     if (!std::isfinite(MethodBits))
         return false;
     return (static_cast<int64_t>(MethodBits) & kStaticBit) != 0;
+}
+
+bool JXMethod::isNative() const
+{
+    return std::isfinite(MethodBits) && (static_cast<int64_t>(MethodBits) & kNativeBit) != 0;
 }
 
 std::shared_ptr<JXClass> JXMethod::OwnerClass() const

@@ -170,7 +170,9 @@ int64_t ReadLocation(const std::string& buffer, int64_t position, JDWPJLocation&
     // Class id with the object-id width, as EncodeLocation writes it. Intended.
     pos += ReadNumber(buffer, pos, out.ClassID, objectWidth);
     pos += ReadNumber(buffer, pos, out.MethodID, methodWidth);
-    pos += ReadNumber(buffer, pos, out.Index, 8);
+    // The index is signed: a native method's frame is at -1, which read
+    // unsigned came out as 2^64 (a double cannot hold 2^64 - 1).
+    pos += ReadSignedNumber(buffer, pos, out.Index, 8);
     return pos - position;
 }
 

@@ -11,12 +11,7 @@ const net = require('node:net');
 const path = require('node:path');
 const { DebugClient } = require('@vscode/debugadapter-testsupport');
 
-function need(name) {
-    const v = process.env[name];
-    if (!v)
-        throw new Error(`${name} is not set: run these tests through ctest (label dap)`);
-    return v;
-}
+const need = name => process.env[name] || assert.fail(`${name} is not set: run these tests through ctest (label dap)`);
 
 const env = {
     adapter: need('KRVDBG_DAP'),
@@ -39,25 +34,30 @@ function lineOf(file, marker) {
     return at + 1;
 }
 
-function within(promise, ms, what) {
-    let timer;
-    const limit = new Promise((_, reject) => {
-        timer = setTimeout(() => reject(new Error(`${what}: nothing after ${ms} ms`)), ms);
-    });
-    return Promise.race([promise, limit]).finally(() => clearTimeout(timer));
+// Polls `cond` (a message come, a process's output or end, a pid's
+// liveness, which sends no event) until it holds or `ms` passed; `what` says
+// what was awaited and what came instead.
+async function until(cond, ms, what) {
+    const deadline = Date.now() + ms;
+    while (!cond()) {
+        if (Date.now() > deadline)
+            throw new Error(`${what()}: not within ${ms} ms`);
+        await new Promise(r => setTimeout(r, 5));
+    }
 }
 
+const ended = p => p.exitCode !== null || p.signalCode !== null;
+
 class Client extends DebugClient {
-    constructor() {
+    constructor(moreEnv = {}) {
         // DebugClient runs "<runtime> <executable>"; env keeps the adapter's
         // command line empty.
-        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir };
+        const adapterEnv = { ...process.env, JDWPKRVDBG_SHMEM_DIR: env.shmemDir, ...moreEnv };
         super('/usr/bin/env', env.adapter, 'krvdbg', { env: adapterEnv });
         this.adapterEnv = adapterEnv;
         this.defaultTimeout = kEventMs;
         this.events = [];
         this.taken = new Set();
-        this.waiters = [];
         this.stderr = '';
     }
 
@@ -75,11 +75,7 @@ class Client extends DebugClient {
             });
         });
         this.watch(cp.spawn(env.adapter, ['--port', String(port)], { env: this.adapterEnv }));
-        await within(new Promise((resolve, reject) => {
-            const look = () => this.stderr.includes('waiting for a client') && resolve();
-            this.process.stderr.on('data', look);
-            this.process.on('exit', () => reject(new Error(`adapter ended: ${this.stderr}`)));
-        }), kRequestMs, 'krvdbg-dap listening');
+        await until(() => this.stderr.includes('waiting for a client'), kRequestMs, () => `listening: ${this.stderr}`);
         await super.start(port);
         this.served = true;
     }
@@ -90,19 +86,11 @@ class Client extends DebugClient {
         // An adapter that ended closes its input: a later write fails with
         // EPIPE, which is for the test's checks to notice, not a crash.
         this.process.stdin.on('error', e => { this.inputError = e; });
-        this.gone = new Promise(resolve => this.process.on('exit', (code, signal) => resolve({ code, signal })));
     }
 
+    // Whatever the adapter writes must be JSON: anything else fails here.
     dispatch(body) {
-        let message;
-        try {
-            message = JSON.parse(body);
-        } catch (e) {
-            this.events.push({ type: 'not JSON', body });
-            return;
-        }
-        this.events.push(message);
-        this.waiters = this.waiters.filter(w => !w(message));
+        this.events.push(JSON.parse(body));
         super.dispatch(body);
     }
 
@@ -113,81 +101,56 @@ class Client extends DebugClient {
     }
 
     // The same for any message: responses to what was not a request too.
-    message(pred, ms = kEventMs, what = 'message') {
-        const fits = e => !this.taken.has(e) && pred(e);
-        const seen = this.events.find(fits);
-        if (seen) {
-            this.taken.add(seen);
-            return Promise.resolve(seen);
-        }
-        let waiter;
-        return within(new Promise(resolve => {
-            waiter = e => {
-                if (!fits(e))
-                    return false;
-                this.taken.add(e);
-                resolve(e);
-                return true;
-            };
-            this.waiters.push(waiter);
-        }), ms, `${what}; adapter stderr: ${this.stderr.slice(-2000)}`).catch(e => {
-            this.waiters = this.waiters.filter(w => w !== waiter);
-            throw e;
-        });
+    async message(pred, ms = kEventMs, what = 'message') {
+        const find = () => this.events.find(e => !this.taken.has(e) && pred(e));
+        await until(find, ms, () => `${what}; adapter stderr: ${this.stderr.slice(-2000)}`);
+        const e = find();
+        this.taken.add(e);
+        return e;
     }
 
-    // Bytes straight to the adapter's input, framed or not.
-    write(bytes) {
-        this.process.stdin.write(bytes);
-    }
-
-    // All output text of `category` so far.
-    output(category) {
-        return this.events.filter(e => e.type === 'event' && e.event === 'output' && e.body.category === category)
-            .map(e => e.body.output).join('');
-    }
-
-    // What the program wrote, on either stream.
-    programOutput() {
+    // All output text of the `categories` so far.
+    output(...categories) {
         return this.events.filter(e => e.type === 'event' && e.event === 'output' &&
-            ['stdout', 'stderr'].includes(e.body.category)).map(e => e.body.output).join('');
+            categories.includes(e.body.category)).map(e => e.body.output).join('');
     }
 
-    // Waits until the output of `category` ("program": either stream)
-    // contains `text`.
-    async outputContaining(category, text, ms = kEventMs) {
-        const so = () => (category === 'program' ? this.programOutput() : this.output(category));
-        if (so().includes(text))
-            return;
-        await this.event('output', () => so().includes(text), ms)
-            .catch(e => { throw new Error(`${e.message}\n${category} so far: ${so()}`); });
+    // Waits until the output of `category` contains `text`.
+    outputContaining(category, text) {
+        return until(() => this.output(category).includes(text), kEventMs,
+            () => `${category} output ${text}; so far: ${this.output(category)}`);
     }
 
     // The whole response, successful or not, within `ms`.
-    raw(command, args, ms = kRequestMs) {
-        return within(new Promise(resolve => this.doSend(command, args, resolve)), ms, `request ${command}`);
+    async raw(command, args, ms = kRequestMs) {
+        let response;
+        this.doSend(command, args, r => { response = r; });
+        await until(() => response, ms, () => `request ${command}`);
+        return response;
     }
 
-    async ok(command, args, ms) {
-        const r = await this.raw(command, args, ms);
+    async ok(command, args) {
+        const r = await this.raw(command, args);
         assert.ok(r.success, `${command} ${JSON.stringify(args)} failed: ${r.message} ${JSON.stringify(r.body)}`);
         return r.body || {};
     }
 
     // A failed response with a message a person can read.
-    async fails(command, args, ms) {
-        const r = await this.raw(command, args, ms);
+    async fails(command, args) {
+        const r = await this.raw(command, args);
         assert.equal(r.success, false, `${command} ${JSON.stringify(args)} succeeded`);
         const text = r.message || (r.body && r.body.error && r.body.error.format) || '';
         assert.ok(text.length > 3, `${command}: no readable message in ${JSON.stringify(r)}`);
         return text;
     }
 
+    // initialize; the capabilities the tests rely on must be there.
     async initialize() {
-        this.caps = await this.ok('initialize', {
-            clientID: 'dap-tests', adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true,
-            pathFormat: 'path', supportsRunInTerminalRequest: false,
-        });
+        this.caps = await this.ok('initialize',
+            { adapterID: 'krvdbg', linesStartAt1: true, columnsStartAt1: true, pathFormat: 'path' });
+        const needed = ['supportsConfigurationDoneRequest', 'supportsConditionalBreakpoints', 'supportsLogPoints',
+            'supportsHitConditionalBreakpoints', 'supportsFunctionBreakpoints', 'supportsSetVariable'];
+        assert.deepEqual(needed.filter(flag => this.caps[flag] !== true), [], 'capabilities missing');
         return this.caps;
     }
 
@@ -223,15 +186,14 @@ class Client extends DebugClient {
     }
 
     launchArgs(mainClass, more = {}) {
-        return {
-            mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more,
-        };
+        return { mainClass, classPaths: [env.testsCp], sourcePaths: [env.testsSrc], javaExec: env.java, ...more };
     }
 
-    // The next stop: its event and the top frames of its thread.
-    async stopped(reason, ms = kEventMs) {
-        const e = await this.event('stopped', () => true, ms);
-        assert.equal(e.body.reason, reason, `stopped for ${JSON.stringify(e.body)}`);
+    // The next stop, for `reason`: its event and the top frames of its
+    // thread; `what` names the stop awaited when another or none comes.
+    async stopped(reason, what = reason) {
+        const e = await this.message(m => m.type === 'event' && m.event === 'stopped', kEventMs, `stop: ${what}`);
+        assert.equal(e.body.reason, reason, `${what}: stopped for ${JSON.stringify(e.body)}`);
         const st = await this.ok('stackTrace', { threadId: e.body.threadId });
         assert.ok(st.stackFrames.length > 0);
         return { threadId: e.body.threadId, body: e.body, frames: st.stackFrames, top: st.stackFrames[0] };
@@ -263,12 +225,15 @@ class Client extends DebugClient {
         }
     }
 
-    // name -> variable of the scope whose name matches `pattern` in `frameId`.
-    async scope(frameId, pattern) {
+    // The variables reference of each scope of `frameId` by its name (Locals, Statics).
+    async scopes(frameId) {
         const { scopes } = await this.ok('scopes', { frameId });
-        const s = scopes.find(x => pattern.test(x.name));
-        assert.ok(s, `no scope ${pattern} in ${scopes.map(x => x.name)}`);
-        return this.children(s.variablesReference);
+        return Object.fromEntries(scopes.map(s => [s.name, s.variablesReference]));
+    }
+
+    // name -> variable of the locals of `frameId`.
+    async locals(frameId) {
+        return this.children((await this.scopes(frameId)).Locals);
     }
 
     async children(variablesReference, more = {}) {
@@ -278,29 +243,25 @@ class Client extends DebugClient {
 
     // Closes the adapter's input: it must end, within bounded time.
     async closeInput() {
-        if (this.served)
-            this._socket.end();
-        else
-            this.process.stdin.end();
-        return within(this.gone, kRequestMs, 'adapter exit after its input closed');
+        (this.served ? this._socket : this.process.stdin).end();
+        return until(() => ended(this.process), kRequestMs, () => 'adapter exit after its input closed');
     }
 
     // Ends the session whatever state it is in; the adapter must be gone too.
-    async end(args = { terminateDebuggee: true }) {
-        if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
+    async end() {
+        if (!this.process || ended(this.process))
             return;
-        await this.raw('disconnect', args, kRequestMs).catch(() => {});
-        const how = await this.closeInput().catch(e => {
+        await this.raw('disconnect', { terminateDebuggee: true }).catch(() => {});
+        return this.closeInput().catch(e => {
             this.process.kill('SIGKILL');
             throw e;
         });
-        return how;
     }
 }
 
-// A started client that ends with the test.
-async function session(t) {
-    const dc = new Client();
+// A started client (its adapter's environment with `moreEnv`) that ends with the test.
+async function session(t, moreEnv = {}) {
+    const dc = new Client(moreEnv);
     await dc.start();
     t.after(() => dc.end());
     return dc;
@@ -315,50 +276,27 @@ function alive(pid) {
     }
 }
 
-// Polls a condition of another process (a pid's liveness, which sends no
-// event) until it holds or `ms` passed.
-async function until(cond, ms, what) {
-    const deadline = Date.now() + ms;
-    while (!cond()) {
-        if (Date.now() > deadline)
-            throw new Error(`${what}: not within ${ms} ms`);
-        await new Promise(r => setTimeout(r, 20));
-    }
-}
-
 // A Java test program started by the test itself (to be attached to), with
 // its output kept and waited on line by line.
 class JavaProcess {
-    constructor(args, extraEnv = {}) {
+    constructor(args) {
         this.out = '';
-        this.proc = cp.spawn(env.java, args, { env: { ...process.env, ...extraEnv } });
-        this.proc.stdout.on('data', d => { this.out += d; this.proc.emit('more'); });
-        this.proc.stderr.on('data', d => { this.out += d; this.proc.emit('more'); });
-        this.done = new Promise(resolve => this.proc.on('exit', code => resolve(code)));
+        this.proc = cp.spawn(env.java, args);
+        this.proc.stdout.on('data', d => { this.out += d; });
+        this.proc.stderr.on('data', d => { this.out += d; });
     }
 
     // The first match of `re` in the output from `from` on.
-    line(re, from = 0, ms = kEventMs) {
-        const find = () => re.exec(this.out.slice(from));
-        return within(new Promise((resolve, reject) => {
-            const look = () => {
-                const m = find();
-                if (m) {
-                    this.proc.off('more', look);
-                    resolve(m);
-                }
-            };
-            this.proc.on('more', look);
-            this.proc.once('exit', () => setImmediate(() => (find() ? look() : reject(new Error('exited')))));
-            look();
-        }), ms, `output ${re}; so far: ${this.out.slice(-1000)}`);
+    async line(re, from = 0, ms = kEventMs) {
+        await until(() => re.test(this.out.slice(from)), ms, () => `output ${re}; so far: ${this.out.slice(-1000)}`);
+        return re.exec(this.out.slice(from));
     }
 
     kill() {
-        if (this.proc.exitCode === null && this.proc.signalCode === null)
+        if (!ended(this.proc))
             this.proc.kill('SIGKILL');
-        return this.done;
+        return until(() => ended(this.proc), kRequestMs, () => 'java exit after SIGKILL');
     }
 }
 
-module.exports = { Client, JavaProcess, env, lineOf, alive, until, within, kEventMs, session };
+module.exports = { Client, JavaProcess, env, lineOf, alive, until, kEventMs, session };

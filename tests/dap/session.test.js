@@ -1,11 +1,12 @@
 // krvdbg-dap driven as an editor drives it, against real VMs: a whole
-// session over each transport, values, setting them, breakpoints in classes
-// other than the file's own, conditions, hit counts, logpoints and function
-// breakpoints, an exception stop, output, pause and stopOnEntry.
+// session over each transport (with the requests refused while stopped),
+// values and the questions asked for them, setting them, breakpoints in
+// classes other than the file's own with an exception stop, the exit code
+// and the output streams, conditions, hit counts, logpoints and function
+// breakpoints.
 'use strict';
 
 const assert = require('node:assert/strict');
-const fs = require('node:fs');
 const { test } = require('node:test');
 const { lineOf, session } = require('./kit');
 
@@ -13,7 +14,8 @@ for (const transport of ['socket', 'shmem']) {
     test(`launch, inspect, step and run to the end over ${transport}`, async t => {
         const dc = await session(t);
         const at = marker => lineOf('Stepper.java', `// @${marker}`);
-        await dc.begin('launch', dc.launchArgs('Stepper', { transport }), { 'Stepper.java': [at('main-a')] });
+        await dc.begin('launch', dc.launchArgs('Stepper', { transport }),
+            { 'Stepper.java': [at('main-a'), at('main-call')] });
 
         const s = await dc.stopped('breakpoint');
         assert.equal(s.top.line, at('main-a'));
@@ -23,12 +25,31 @@ for (const transport of ['socket', 'shmem']) {
         assert.ok(threads.some(th => th.id === s.threadId), JSON.stringify(threads));
         assert.ok(dc.events.some(e => e.event === 'thread' && e.body.reason === 'started' &&
             e.body.threadId === s.threadId), 'no thread event for the stopped thread');
-        const locals = await dc.scope(s.top.id, /local/i);
+        // References and ids that do not exist, and a second launch or attach,
+        // fail in words and leave the stop as it was.
+        for (const [command, args] of [
+            ['variables', { variablesReference: 987654 }],
+            ['scopes', { frameId: 987654 }],
+            ['stackTrace', { threadId: 987654 }],
+            ['evaluate', { expression: 'no.such.thing', frameId: s.top.id, context: 'watch' }],
+            ['launch', dc.launchArgs('Stepper')],
+            ['attach', { hostName: '127.0.0.1', port: 1 }],
+        ])
+            await dc.fails(command, args);
+        const locals = await dc.locals(s.top.id);
         assert.ok(locals.args && !locals.a, `before a is set: ${Object.keys(locals)}`);
 
+        await dc.ok('continue', { threadId: s.threadId });
+        const call = await dc.stopped('breakpoint');
+        assert.equal(call.top.line, at('main-call'));
+        assert.equal((await dc.locals(call.top.id)).a.value, '2');
+        for (const context of ['repl', 'watch', 'hover'])
+            assert.equal((await dc.ok('evaluate', { expression: 'a', frameId: call.top.id, context })).result, '2');
+
         // Each step: the request, where it must stop, the top frame's name.
+        // The step out ends on main-call's line, which has a breakpoint, but
+        // not at the breakpoint: it is a step.
         const steps = [
-            ['next', 'main-call', /main/],
             ['stepIn', 'twice-body', /twice/],
             ['stepOut', 'main-call', /main/],
             ['next', 'main-after', /main/],
@@ -36,34 +57,23 @@ for (const transport of ['socket', 'shmem']) {
             // String.valueOf is JDK code: stepped through, not entered.
             ['stepIn', 'main-print', /main/],
         ];
-        let threadId = s.threadId;
+        let threadId = call.threadId;
         for (const [request, marker, name] of steps) {
             await dc.ok(request, { threadId });
-            const step = await dc.stopped('step').catch(e => {
-                e.message = `${request} to @${marker}: ${e.message}`;
-                throw e;
-            });
+            const step = await dc.stopped('step', `${request} to @${marker}`);
             assert.deepEqual([step.top.line, name.test(step.top.name)], [at(marker), true],
                 `${request} stopped in ${step.top.name}:${step.top.line}`);
-            if (marker === 'main-call' && request === 'next') {
-                assert.equal((await dc.scope(step.top.id, /local/i)).a.value, '2');
-                for (const context of ['repl', 'watch', 'hover']) {
-                    const ev = await dc.ok('evaluate', { expression: 'a', frameId: step.top.id, context });
-                    assert.equal(ev.result, '2', context);
-                }
-            }
             if (request === 'stepIn' && marker === 'twice-body') {
                 // The caller's frame alone, through startFrame and levels.
                 const page = await dc.ok('stackTrace', { threadId: step.threadId, startFrame: 1, levels: 1 });
-                assert.equal(page.stackFrames.length, 1);
-                assert.match(page.stackFrames[0].name, /main/);
-                assert.equal(page.stackFrames[0].line, at('main-call'));
+                assert.deepEqual(page.stackFrames.map(f => [/main/.test(f.name), f.line]), [[true, at('main-call')]]);
             }
             threadId = step.threadId;
         }
 
         await dc.ok('continue', { threadId });
-        await dc.event('exited');
+        // The VM reports its death before it exits; its own status is the one shown.
+        assert.equal((await dc.event('exited')).body.exitCode, 0);
         await dc.event('terminated');
         await dc.outputContaining('stdout', 'stepper end');
         assert.match(dc.output('stdout'), /stepper start[^]*total 6/);
@@ -72,124 +82,84 @@ for (const transport of ['socket', 'shmem']) {
     });
 }
 
-// A program that ends by itself: transport, program, arguments, exit code.
-// The VM reports its death before it exits; its own status is the one shown.
-const endings = [
-    ['socket', 'TestHello', [], 0],
-    ['shmem', 'TestHello', [], 0],
-    ['socket', 'Nested', ['throw'], 1],
-    ['shmem', 'Nested', ['throw'], 1],
-];
-for (const [transport, program, args, code] of endings) {
-    test(`${program} ${args.join(' ')} over ${transport} reports exit code ${code}`, async t => {
-        const dc = await session(t);
-        await dc.begin('launch', dc.launchArgs(program, { transport, args }));
-        assert.equal((await dc.event('exited')).body.exitCode, code);
+test('values of every kind, each read with one question per fact the adapter cannot know; a new thread announced',
+    async t => {
+        const dc = await session(t, { KRVDBG_DAP_TRACE: '1' });
+        await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] },
+            null, [{ name: 'Worker.run' }]);
+        const s = await dc.stopped('breakpoint');
+        const scopes = await dc.scopes(s.top.id);
+        const from = dc.stderr.length;
+        const locals = await dc.children(scopes.Locals);
+        const sent = dc.stderr.slice(from).split('\n').filter(l => l.startsWith('-> '));
+        // The values in one read; the text of the three strings; the class of
+        // the six objects, args (a String[]) among them, but not of arr, an
+        // int[] as declared; the signature of String[] alone, whose class is
+        // not known from a prepare event; the length of the two arrays.
+        const commands = ['Get Stack-Value', 'Resolve UTF8', 'Get Reference-Type', 'Get Signature', 'Get Array-Length'];
+        const asked = command => sent.filter(l => l.endsWith(command)).length;
+        assert.deepEqual(commands.map(asked), [1, 3, 6, 1, 2], sent.join('\n'));
+
+        // name, value pattern, expandable
+        const expected = [
+            ['i', /^-7$/, false],
+            ['l', /^1234567890123L?$/, false],
+            ['d', /^2\.5$/, false],
+            ['z', /^true$/, false],
+            ['c', /^'A'$/, false],
+            ['str', /^"Grüße 😀"$/, false],
+            ['longText', /^"(0123456789){10}/, false],
+            ['nothing', /null/i, false],
+            ['p', /Point/, true],
+            ['arr', /int\[3\]/, true],
+        ];
+        for (const [name, value, expandable] of expected) {
+            assert.ok(locals[name], `no local ${name} in ${Object.keys(locals)}`);
+            assert.match(locals[name].value, value, name);
+            assert.equal(locals[name].variablesReference > 0, expandable, name);
+        }
+        const p = await dc.children(locals.p.variablesReference);
+        assert.deepEqual([p.x.value, p.y.value, p.name.value], ['3', '4', '"pt"']);
+        const arr = await dc.children(locals.arr.variablesReference);
+        assert.deepEqual(Object.values(arr).map(v => v.value), ['1', '2', '3']);
+        const page = await dc.children(locals.arr.variablesReference, { start: 1, count: 1 });
+        assert.deepEqual(Object.values(page).map(v => v.value), ['2']);
+
+        const statics = await dc.children(scopes.Statics);
+        assert.deepEqual([statics.counter.value, statics.label.value], ['42', '"static label"']);
+        assert.equal((await dc.ok('evaluate', { expression: 'p.x', frameId: s.top.id, context: 'hover' })).result, '3');
+
+        // Worker starts after the launch: its thread event comes as it starts,
+        // and another as it ends, without the editor asking.
+        await dc.ok('continue', { threadId: s.threadId });
+        const w = await dc.stopped('function breakpoint');
+        await dc.event('thread', b => b.reason === 'started' && b.threadId === w.threadId);
+        await dc.ok('continue', { threadId: w.threadId });
+        await dc.event('thread', b => b.reason === 'exited' && b.threadId === w.threadId);
         await dc.event('terminated');
     });
-}
-
-test('values: locals, statics, objects and arrays expanded, arrays paged', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] });
-    const s = await dc.stopped('breakpoint');
-    const locals = await dc.scope(s.top.id, /local/i);
-    // name, value pattern, expandable
-    const expected = [
-        ['i', /^-7$/, false],
-        ['l', /^1234567890123L?$/, false],
-        ['d', /^2\.5$/, false],
-        ['z', /^true$/, false],
-        ['c', /^'A'$/, false],
-        ['str', /^"Grüße 😀"$/, false],
-        ['longText', /^"(0123456789){10}/, false],
-        ['nothing', /null/i, false],
-        ['p', /Point/, true],
-        ['arr', /int\[3\]/, true],
-    ];
-    for (const [name, value, expandable] of expected) {
-        assert.ok(locals[name], `no local ${name} in ${Object.keys(locals)}`);
-        assert.match(locals[name].value, value, name);
-        assert.equal(locals[name].variablesReference > 0, expandable, name);
-    }
-    const p = await dc.children(locals.p.variablesReference);
-    assert.deepEqual([p.x.value, p.y.value], ['3', '4']);
-    assert.match(p.name.value, /pt/);
-    const arr = await dc.children(locals.arr.variablesReference);
-    assert.deepEqual(Object.values(arr).map(v => v.value), ['1', '2', '3']);
-    const page = await dc.children(locals.arr.variablesReference, { start: 1, count: 1 });
-    assert.deepEqual(Object.values(page).map(v => v.value), ['2']);
-
-    const statics = await dc.scope(s.top.id, /static/i);
-    assert.equal(statics.counter.value, '42');
-    assert.match(statics.label.value, /static label/);
-    const hover = await dc.ok('evaluate', { expression: 'p.x', frameId: s.top.id, context: 'hover' });
-    assert.equal(hover.result, '3');
-});
-
-test('a thread the program starts and ends is announced without the editor asking', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Values'), {}, null, [{ name: 'Worker.run' }]);
-    const s = await dc.stopped('function breakpoint');
-    // Worker started after the launch: its thread event came as it started.
-    await dc.event('thread', b => b.reason === 'started' && b.threadId === s.threadId);
-    await dc.ok('continue', { threadId: s.threadId });
-    await dc.event('thread', b => b.reason === 'exited' && b.threadId === s.threadId);
-    await dc.event('terminated');
-});
-
-test('the locals are read with one question per fact the adapter cannot know', async t => {
-    process.env.KRVDBG_DAP_TRACE = '1';
-    const dc = await session(t);
-    delete process.env.KRVDBG_DAP_TRACE;
-    await dc.begin('launch', dc.launchArgs('Values'), { 'Values.java': [lineOf('Values.java', '// @values-stop')] });
-    const s = await dc.stopped('breakpoint');
-    const { scopes } = await dc.ok('scopes', { frameId: s.top.id });
-    const from = dc.stderr.length;
-    const locals = await dc.children(scopes.find(x => /local/i.test(x.name)).variablesReference);
-    assert.match(locals.arr.value, /int\[3\]/);
-    const sent = dc.stderr.slice(from).split('\n').filter(l => l.startsWith('-> '));
-    // JDWP command, requests: the values in one read; the text of the three
-    // strings; the class of the six objects, args (a String[]) among them, but
-    // not of arr, an int[] as declared; the signature of String[] alone, whose
-    // class is not known from a prepare event; the length of the two arrays.
-    const expected = [
-        ['Get Stack-Value', 1],
-        ['Resolve UTF8', 3],
-        ['Get Reference-Type', 6],
-        ['Get Signature', 1],
-        ['Get Array-Length', 2],
-    ];
-    for (const [command, count] of expected)
-        assert.equal(sent.filter(l => l.endsWith(command)).length, count, `${command} in\n${sent.join('\n')}`);
-});
 
 test('setVariable gives locals, fields and statics values the program then prints', async t => {
-    process.env.KRVDBG_DAP_TRACE = '1';
-    const dc = await session(t);
-    delete process.env.KRVDBG_DAP_TRACE;
+    const dc = await session(t, { KRVDBG_DAP_TRACE: '1' });
     await dc.begin('launch', dc.launchArgs('SetValues'),
         { 'SetValues.java': [lineOf('SetValues.java', '// @set-stop')] });
-    assert.equal(dc.caps.supportsSetVariable, true);
     const s = await dc.stopped('breakpoint');
-    const { scopes } = await dc.ok('scopes', { frameId: s.top.id });
-    const locals = scopes.find(x => /local/i.test(x.name)).variablesReference;
-    const statics = scopes.find(x => /static/i.test(x.name)).variablesReference;
+    const { Locals: locals, Statics: statics } = await dc.scopes(s.top.id);
     const g = (await dc.children(locals)).g.variablesReference;
     const set = (variablesReference, name, value) => dc.ok('setVariable', { variablesReference, name, value });
-    // reference, name, value typed, value shown, type
+    // reference, name, value typed (and shown as typed), type
     const rows = [
-        [locals, 'i', '41', '41', 'int'],
-        [locals, 'flag', 'true', 'true', 'boolean'],
-        [locals, 'c', '\'q\'', '\'q\'', 'char'],
-        [locals, 'text', '"dap #1"', '"dap #1"', 'java.lang.String'],
-        [g, 'level', '12', '12', 'int'],
-        [g, 'name', 'null', 'null', 'java.lang.String'],
-        [g, 'level (Dial)', '5', '5', 'int'],
-        [statics, 'total', '8', '8', 'int'],
+        [locals, 'i', '41', 'int'],
+        [locals, 'flag', 'true', 'boolean'],
+        [locals, 'c', '\'q\'', 'char'],
+        [locals, 'text', '"dap #1"', 'java.lang.String'],
+        [g, 'level', '12', 'int'],
+        [g, 'name', 'null', 'java.lang.String'],
+        [g, 'level (Dial)', '5', 'int'],
+        [statics, 'total', '8', 'int'],
     ];
-    for (const [ref, name, typed, shown, type] of rows)
-        assert.deepEqual(await set(ref, name, typed), { value: shown, type, variablesReference: 0 }, name);
+    for (const [ref, name, value, type] of rows)
+        assert.deepEqual(await set(ref, name, value), { value, type, variablesReference: 0 }, name);
     assert.equal((await dc.children(locals)).i.value, '41');
 
     // Refused in words, and no set reaches the VM.
@@ -211,209 +181,135 @@ test('setVariable gives locals, fields and statics values the program then print
     await dc.event('terminated');
     for (const text of ['locals i=41 ', 'flag=true c=q', 'text=dap #1', 'fields level=12 ', 'name=null', 'base=5',
         'statics total=8 title=before LIMIT=10'])
-        assert.ok(dc.programOutput().includes(text), `${text} in ${dc.programOutput()}`);
+        assert.ok(dc.output('stdout', 'stderr').includes(text), `${text} in ${dc.output('stdout', 'stderr')}`);
 });
 
-test('breakpoints in a nested, an inner and an anonymous class and in a lambda', async t => {
-    const dc = await session(t);
-    const at = marker => lineOf('Nested.java', `// @${marker}`);
-    const markers = ['nested-add', 'inner-twice', 'anonymous-run', 'lambda-body'];
-    // Line 1 is a comment: no code there.
-    const lines = [...markers.map(at), 1];
-    const set = await dc.begin('launch', dc.launchArgs('Nested'), { 'Nested.java': lines });
-    for (const marker of markers) {
-        const s = await dc.stopped('breakpoint');
-        assert.equal(s.top.line, at(marker), `expected a stop at ${marker}, got ${s.top.name}:${s.top.line}`);
-        assert.match(s.top.source.path, /Nested\.java$/);
-        await dc.ok('continue', { threadId: s.threadId });
-    }
-    await dc.event('exited');
+// Nested, ended by an exception nothing catches: a stop for it, then the VM
+// reports its death before it exits; its own status is the one shown.
+test('breakpoints in nested, inner and anonymous classes and a lambda; an uncaught exception; output by stream',
+    async t => {
+        const dc = await session(t);
+        const filters = (await dc.initialize()).exceptionBreakpointFilters || [];
+        assert.ok(filters.length > 0 && filters.every(f => f.filter && f.label), JSON.stringify(filters));
+        // The filter that stops on an exception nothing catches, whatever else it stops on.
+        const uncaught = filters.find(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
+        assert.ok(uncaught, JSON.stringify(filters));
+        const at = marker => lineOf('Nested.java', `// @${marker}`);
+        const markers = ['nested-add', 'inner-twice', 'anonymous-run', 'lambda-body'];
+        // Line 1 is a comment: no code there.
+        const lines = [...markers.map(at), 1];
+        const set = await dc.begin('launch', dc.launchArgs('Nested', { transport: 'shmem', args: ['throw'] }),
+            { 'Nested.java': lines }, [uncaught.filter]);
+        for (const marker of markers) {
+            const s = await dc.stopped('breakpoint');
+            assert.equal(s.top.line, at(marker), `expected a stop at ${marker}, got ${s.top.name}:${s.top.line}`);
+            assert.match(s.top.source.path, /Nested\.java$/);
+            await dc.ok('continue', { threadId: s.threadId });
+        }
+        const x = await dc.stopped('exception');
+        assert.match(`${x.body.description} ${x.body.text}`, /nobody catches 16/);
+        assert.equal(x.top.line, at('uncaught'));
+        await dc.ok('continue', { threadId: x.threadId });
+        assert.equal((await dc.event('exited')).body.exitCode, 1);
 
-    // Where each breakpoint ended up: its answer, then its breakpoint events.
-    const final = set['Nested.java'].map(bp => dc.breakpointState(bp));
-    for (const [k, bp] of final.slice(0, markers.length).entries())
-        assert.equal(bp.verified, true, `${markers[k]}: ${JSON.stringify(bp)}`);
-    const noCode = final[markers.length];
-    assert.equal(noCode.verified, false, JSON.stringify(noCode));
-    assert.ok(noCode.message, `no reason given for line 1: ${JSON.stringify(noCode)}`);
-});
+        // Where each breakpoint ended up: its answer, then its breakpoint events.
+        const final = set['Nested.java'].map(bp => dc.breakpointState(bp));
+        for (const [k, bp] of final.slice(0, markers.length).entries())
+            assert.equal(bp.verified, true, `${markers[k]}: ${JSON.stringify(bp)}`);
+        const noCode = final[markers.length];
+        assert.equal(noCode.verified, false, JSON.stringify(noCode));
+        assert.ok(noCode.message, `no reason given for line 1: ${JSON.stringify(noCode)}`);
+
+        // The program's streams as such, the adapter's own lines as console.
+        await dc.event('terminated');
+        await dc.outputContaining('stdout', 'anonymous runs\nsquare 16\n');
+        await dc.outputContaining('stderr', 'nested to stderr\n');
+        await dc.outputContaining('stderr', 'IllegalStateException: nobody catches 16');
+        assert.ok(!dc.output('stdout').includes('nested to stderr'));
+        const own = dc.output('console');
+        assert.match(own, /\S/);
+        assert.ok(!own.includes('square'));
+        // A line for every class the VM loads would bury the rest.
+        assert.ok(!own.includes('*** Load'), own);
+    });
 
 // Loops.java: a loop (1,000 rounds unless its argument says otherwise) that
 // calls Loops$Counter.add(int) each round, then add(String) once.
 const loops = marker => lineOf('Loops.java', `// @${marker}`);
 
-test('a condition true once in a loop of 1,000 stops there once, with its value; an edited one from there on', async t => {
-    const dc = await session(t);
-    const caps = await dc.initialize();
-    for (const flag of ['supportsConditionalBreakpoints', 'supportsHitConditionalBreakpoints', 'supportsLogPoints',
-        'supportsFunctionBreakpoints'])
-        assert.equal(caps[flag], true, flag);
-    const add = loops('loops-add');
-    await dc.begin('launch', dc.launchArgs('Loops'), { 'Loops.java': [{ line: add, condition: 'i == 500' }] });
-    const s = await dc.stopped('breakpoint');
-    assert.equal((await dc.ok('evaluate', { expression: 'i', frameId: s.top.id, context: 'watch' })).result, '500');
-    // Edited while stopped, as an editor sends it: the new condition holds from here on.
-    await dc.ok('setBreakpoints', { source: { path: s.top.source.path }, breakpoints: [{ line: add, condition: 'i == 700' }] });
-    await dc.ok('continue', { threadId: s.threadId });
-    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i' }), [['breakpoint', add, '700']]);
-    await dc.outputContaining('stdout', 'loops end 1004 499500');
-});
-
-test('hit conditions: the Nth hit of a condition, from the Nth hit on, every Nth hit', async t => {
-    const dc = await session(t);
-    const [add, addInt, sum] = ['loops-add', 'counter-add-int', 'counter-sum'].map(loops);
-    await dc.begin('launch', dc.launchArgs('Loops'), { 'Loops.java': [
-        { line: add, condition: 'i >= 100', hitCondition: '3' },
-        { line: addInt, hitCondition: '>= 999' },
-        { line: sum, hitCondition: '% 400' },
-    ] });
-    assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i', [addInt]: 'n', [sum]: 'n' }), [
-        ['breakpoint', add, '102'],
-        ['breakpoint', sum, '399'],
-        ['breakpoint', sum, '799'],
-        ['breakpoint', addInt, '998'],
-        ['breakpoint', addInt, '999'],
-    ]);
-});
-
-test('a logpoint writes a line with its place each round and never stops', async t => {
-    const dc = await session(t);
-    const add = loops('loops-add');
-    await dc.begin('launch', dc.launchArgs('Loops', { args: ['100'] }),
-        { 'Loops.java': [{ line: add, logMessage: 'round {i} of {{100}}' }] });
-    await dc.event('exited');
-    const logged = dc.events.filter(e => e.event === 'output' && /^round /.test(e.body.output));
-    assert.deepEqual(logged.map(e => e.body.output), Array.from({ length: 100 }, (_, i) => `round ${i} of {100}\n`));
-    for (const e of logged) {
-        assert.equal(e.body.category, 'console');
-        assert.equal(e.body.line, add);
-        assert.match(e.body.source.path, /Loops\.java$/);
-    }
-    assert.deepEqual(dc.events.filter(e => e.event === 'stopped'), []);
-});
-
-// The function breakpoints given, the stops they make ([reason, marker,
-// value of the watched name]) and the message of each one that cannot be
-// verified (null: verified once its class is loaded).
-const functionCases = [
-    ['one overload', [{ name: 'Loops$Counter.add(java.lang.String)' }, { name: 'add' }, { name: 'Loops$Counter.nosuch' }],
-        [['counter-add-text', '"done"']], [null, /CLASS\.METHOD/, /no method nosuch/]],
-    ['every overload', [{ name: 'Loops$Counter.add' }],
-        [['counter-add-int', '0'], ['counter-add-int', '1'], ['counter-add-int', '2'], ['counter-add-text', '"done"']],
-        [null]],
-];
-for (const [what, functions, stops, messages] of functionCases) {
-    test(`function breakpoints: ${what}`, async t => {
-        const dc = await session(t);
-        const watch = { [loops('counter-add-int')]: 'n', [loops('counter-add-text')]: 'text' };
-        const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), {}, null, functions);
-        assert.deepEqual(set.functions.map(f => f.verified), functions.map(() => false));
-        assert.deepEqual(await dc.stopsToTheEnd(watch),
-            stops.map(([marker, value]) => ['function breakpoint', loops(marker), value]));
-        for (const [k, bp] of set.functions.map(f => dc.breakpointState(f)).entries()) {
-            assert.equal(bp.verified, messages[k] === null, `${functions[k].name}: ${JSON.stringify(bp)}`);
-            if (messages[k])
-                assert.match(bp.message, messages[k], functions[k].name);
-        }
-    });
-}
-
-test('a condition that does not parse is refused with the reason; one that fails at a hit says why, then stops',
+test('conditions and hit conditions stop where they hold; an edited one from there on, the others counting on',
     async t => {
         const dc = await session(t);
-        const [add, addText] = ['loops-add', 'loops-add-text'].map(loops);
-        const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), { 'Loops.java': [
-            { line: add, condition: 'i >' },
-            { line: addText, condition: 'nosuch > 1' },
-        ] });
-        const refused = set['Loops.java'][0];
-        assert.equal(refused.verified, false);
-        assert.match(refused.message, /condition/);
-        assert.deepEqual(await dc.stopsToTheEnd(), [['breakpoint', addText, undefined]]);
-        const why = dc.events.filter(e => e.event === 'output' && /nosuch/.test(e.body.output));
-        assert.equal(why.length, 1, JSON.stringify(why));
-        assert.ok(['console', 'stderr'].includes(why[0].body.category), why[0].body.category);
-        assert.ok(dc.events.indexOf(why[0]) < dc.events.findIndex(e => e.event === 'stopped'), 'said after the stop');
-        assert.equal(dc.breakpointState(refused).verified, false);
+        const [add, addInt, sum] = ['loops-add', 'counter-add-int', 'counter-sum'].map(loops);
+        // The Nth hit of a condition, from the Nth hit on, every Nth hit.
+        const others = [{ line: addInt, hitCondition: '>= 999' }, { line: sum, hitCondition: '% 400' }];
+        await dc.begin('launch', dc.launchArgs('Loops'),
+            { 'Loops.java': [{ line: add, condition: 'i >= 100', hitCondition: '3' }, ...others] });
+        const s = await dc.stopped('breakpoint');
+        assert.equal((await dc.ok('evaluate', { expression: 'i', frameId: s.top.id, context: 'watch' })).result, '102');
+        // Edited while stopped, as an editor sends it, the file's other
+        // breakpoints with it: they keep their counts.
+        await dc.ok('setBreakpoints',
+            { source: { path: s.top.source.path }, breakpoints: [{ line: add, condition: 'i == 700' }, ...others] });
+        await dc.ok('continue', { threadId: s.threadId });
+        assert.deepEqual(await dc.stopsToTheEnd({ [add]: 'i', [addInt]: 'n', [sum]: 'n' }), [
+            ['breakpoint', sum, '399'],
+            ['breakpoint', add, '700'],
+            ['breakpoint', sum, '799'],
+            ['breakpoint', addInt, '998'],
+            ['breakpoint', addInt, '999'],
+        ]);
+        await dc.outputContaining('stdout', 'loops end 1004 499500');
     });
 
-test('an uncaught exception stops with its text, then the program ends with it', async t => {
+test('a function breakpoint stops in every overload of its method, verified once its class is loaded', async t => {
     const dc = await session(t);
-    await dc.initialize();
-    const filters = dc.caps.exceptionBreakpointFilters || [];
-    assert.ok(filters.length > 0, 'no exception filters offered');
-    assert.ok(filters.every(f => f.filter && f.label), JSON.stringify(filters));
-    // The filter that stops on an exception nothing catches, whatever else it stops on.
-    const uncaught = filters.filter(f => /uncaught/i.test(`${f.filter} ${f.label} ${f.description || ''}`));
-    assert.ok(uncaught.length > 0, JSON.stringify(filters));
-
-    await dc.begin('launch', dc.launchArgs('Nested', { args: ['throw'] }), {}, [uncaught[0].filter]);
-    const s = await dc.stopped('exception');
-    assert.match(`${s.body.description} ${s.body.text}`, /nobody catches 16/);
-    assert.equal(s.top.line, lineOf('Nested.java', '// @uncaught'));
-    await dc.ok('continue', { threadId: s.threadId });
-    await dc.event('exited');
-    await dc.outputContaining('program', 'IllegalStateException: nobody catches 16');
+    const [addInt, addText] = ['counter-add-int', 'counter-add-text'].map(loops);
+    const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['3'] }), {}, null,
+        [{ name: 'Loops$Counter.add' }]);
+    assert.equal(set.functions[0].verified, false);
+    assert.deepEqual(await dc.stopsToTheEnd({ [addInt]: 'n', [addText]: 'text' }),
+        [[addInt, '0'], [addInt, '1'], [addInt, '2'], [addText, '"done"']].map(s => ['function breakpoint', ...s]));
+    assert.equal(dc.breakpointState(set.functions[0]).verified, true);
 });
 
-test('the program\'s output arrives as stdout, the adapter\'s own lines as console', async t => {
+// The function breakpoints: one overload, a name that is no CLASS.METHOD,
+// a method the class does not have; the message of each that cannot be
+// verified (null: verified once its class is loaded).
+const functions = [
+    ['Loops$Counter.add(java.lang.String)', null],
+    ['add', /CLASS\.METHOD/],
+    ['Loops$Counter.nosuch', /no method nosuch/],
+];
+test('a condition that does not parse is refused with the reason; one that fails at a hit says why, then stops; ' +
+    'a logpoint writes a line with its place each round and never stops; a function breakpoint on one overload',
+async t => {
     const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Nested'));
-    await dc.event('terminated');
-    await dc.outputContaining('stdout', 'anonymous runs\nsquare 16\n');
-    assert.match(dc.output('console'), /\S/);
-    assert.ok(!dc.output('console').includes('square'));
-    // A line for every class the VM loads would bury the rest.
-    assert.ok(!dc.output('console').includes('*** Load'), dc.output('console'));
-});
+    const [add, addText, sum, counterText] = ['loops-add', 'loops-add-text', 'counter-sum', 'counter-add-text'].map(loops);
+    const set = await dc.begin('launch', dc.launchArgs('Loops', { args: ['100'] }), { 'Loops.java': [
+        { line: add, condition: 'i >' },
+        { line: addText, condition: 'nosuch > 1' },
+        { line: sum, logMessage: 'round {n} of {{100}}' },
+    ] }, null, functions.map(([name]) => ({ name })));
+    const refused = set['Loops.java'][0];
+    assert.equal(refused.verified, false);
+    assert.match(refused.message, /condition/);
+    assert.deepEqual(set.functions.map(f => f.verified), [false, false, false]);
+    assert.deepEqual(await dc.stopsToTheEnd({ [counterText]: 'text' }),
+        [['breakpoint', addText, undefined], ['function breakpoint', counterText, '"done"']]);
+    for (const [k, bp] of set.functions.map(f => dc.breakpointState(f)).entries()) {
+        const [name, message] = functions[k];
+        assert.equal(bp.verified, message === null, `${name}: ${JSON.stringify(bp)}`);
+        if (message)
+            assert.match(bp.message, message, name);
+    }
+    const why = dc.events.filter(e => e.event === 'output' && /nosuch/.test(e.body.output));
+    assert.deepEqual(why.map(e => e.body.category), ['console'], JSON.stringify(why));
+    assert.ok(dc.events.indexOf(why[0]) < dc.events.findIndex(e => e.event === 'stopped'), 'said after the stop');
+    assert.equal(dc.breakpointState(refused).verified, false);
 
-test('the program\'s stderr arrives as stderr', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Nested'));
-    await dc.event('terminated');
-    await dc.outputContaining('stderr', 'nested to stderr\n');
-    assert.ok(!dc.output('stdout').includes('nested to stderr'));
-});
-
-test('a step that ends on a breakpoint\'s line, not at the breakpoint, is a step', async t => {
-    const dc = await session(t);
-    const call = lineOf('Stepper.java', '// @main-call');
-    await dc.begin('launch', dc.launchArgs('Stepper'), { 'Stepper.java': [call] });
-    let s = await dc.stopped('breakpoint');
-    await dc.ok('stepIn', { threadId: s.threadId });
-    s = await dc.stopped('step');
-    await dc.ok('stepOut', { threadId: s.threadId });
-    s = await dc.stopped('step');
-    assert.equal(s.top.line, call);
-});
-
-test('pause stops a running program where it is; continue lets it run on', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('Sleeper'));
-    await dc.outputContaining('stdout', 'sleeper round 20');
-    const { threads } = await dc.ok('threads');
-    const main = threads.find(th => th.name === 'main');
-    assert.ok(main, JSON.stringify(threads));
-    await dc.ok('pause', { threadId: main.id });
-    const s = await dc.stopped('pause');
-    const st = await dc.ok('stackTrace', { threadId: main.id });
-    assert.ok(st.stackFrames.some(f => /main/.test(f.name) && f.source && /Sleeper\.java$/.test(f.source.path)),
-        JSON.stringify(st.stackFrames.map(f => f.name)));
-    // The JDK's frames (Thread.sleep) have no source here: no frame names a file that is not there.
-    assert.ok(st.stackFrames.length > 1);
-    for (const f of st.stackFrames.filter(f => f.source && f.source.path))
-        assert.ok(fs.existsSync(f.source.path), `${f.name}: ${f.source.path}`);
-    const before = dc.output('stdout').length;
-    await dc.ok('continue', { threadId: s.threadId });
-    await dc.event('output', () => dc.output('stdout').slice(before).includes('sleeper round'));
-});
-
-test('stopOnEntry stops before the program runs', async t => {
-    const dc = await session(t);
-    await dc.begin('launch', dc.launchArgs('TestHello', { stopOnEntry: true }));
-    const s = await dc.stopped('entry');
-    assert.ok(!dc.output('stdout').includes('Hello'), dc.output('stdout'));
-    await dc.ok('continue', { threadId: s.threadId });
-    await dc.event('exited');
-    await dc.outputContaining('stdout', 'Hello from the debuggee\nBye\n');
+    const logged = dc.events.filter(e => e.event === 'output' && /^round /.test(e.body.output));
+    assert.deepEqual(logged.map(e => e.body.output), Array.from({ length: 100 }, (_, i) => `round ${i} of {100}\n`));
+    for (const e of logged)
+        assert.deepEqual([e.body.category, e.body.line, /Loops\.java$/.test(e.body.source.path)], ['console', sum, true]);
 });

@@ -5,16 +5,13 @@
 // evaluation is under way.
 public class Soak {
     static long sum;
-    static volatile boolean looping = true;
 
     public static void main(String[] args) throws Exception {
         long rounds = args.length > 0 ? Long.parseLong(args[0]) : 10;
-        System.out.println("soak ready");
-        for (long i = 0; i < rounds && looping; i++) {
+        for (long i = 0; i < rounds; i++) {
             sum += i;                                   // @soak-hit
             sum ^= i >> 3;                              // @soak-next
         }
-        System.out.println("soak loop done");
         Slow slow = new Slow();
         slow.pause(60000);                              // @soak-slow-call
         System.out.println("soak end " + sum);

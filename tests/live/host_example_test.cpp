@@ -10,6 +10,7 @@
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
 #include <cstdio>
+#include <tuple>
 
 #include "LiveVM.h"
 
@@ -31,18 +32,13 @@ struct Host : JXMachineEvents {
 // --- end of the README's host ---
 
 struct Watched : Host {
-    struct AtStop {
-        VMState state;
-        bool threadIsTheStops;
-        int32_t line;
-    };
-    std::vector<AtStop> atStops;
+    std::vector<std::tuple<VMState, bool, int32_t>> atStops; // the state, whether the thread is the stop's, the line
     std::vector<VMState> states;
     std::vector<std::string> exceptions;
     void Breakpoint(double thread, const std::string& cls, int32_t line, int32_t offset) override
     {
         auto jvm = getCurrentHandler()->myJVM();
-        atStops.push_back({jvm->JVMState(), jvm->currentThreadID() == thread, line});
+        atStops.emplace_back(jvm->JVMState(), jvm->currentThreadID() == thread, line);
         Host::Breakpoint(thread, cls, line, offset);
     }
     void VMStateChanged(VMState s) override { states.push_back(s); }
@@ -79,9 +75,8 @@ TEST(HostExample, ReadsTheStopsValuesAndResumesFromItsHandlerWhileTheStateFollow
     for (size_t i = 0; i < std::size(expected); ++i) {
         SCOPED_TRACE(expected[i]);
         EXPECT_EQ(host->names[i].rfind("#item.name: " + std::string(expected[i]) + "#\r\n", 0), 0u) << host->names[i];
-        EXPECT_EQ(host->atStops[i].state, VMSuspend) << "the handler runs at a suspended VM";
-        EXPECT_TRUE(host->atStops[i].threadIsTheStops);
-        EXPECT_EQ(host->atStops[i].line, i < 3 ? 17 : 15);
+        // The handler runs at a suspended VM, with the stop's thread current.
+        EXPECT_EQ(host->atStops[i], std::make_tuple(VMSuspend, true, i < 3 ? 17 : 15));
     }
     // Resumed from inside each handler, the VM is reported running again
     // after every stop, and never suspended while the program runs to its

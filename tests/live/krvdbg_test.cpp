@@ -1,9 +1,10 @@
 // krvdbg end to end: the program is run as a child with --json and a script,
 // against the demo program of examples/demo, and the JSON lines it writes
 // are checked: stops, values, steps, the stack, console text, the exception
-// stop and the end; values set at a stop; malformed commands that must not
+// stop and the end (over shared memory); values set at a stop; malformed commands that must not
 // end the session; the failures that end it with a non-zero status; which
-// classes a step enters; attaching to a program that runs; and what signals
+// classes a step enters (and the packet trace); attaching to a program that
+// runs; and what signals
 // to krvdbg do to the VM (Ctrl-C in a real pseudo-terminal).
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -31,29 +33,52 @@ struct KrvdbgRun {
     std::string output; // stdout and stderr as they came
     std::vector<json> lines;
 
-    // The outcome objects of the commands, in order (all of them, or those
-    // of `command`).
-    std::vector<json> commands(const std::string& command = "") const
+    // The lines with `key` (of that `value` unless it is empty), in order:
+    // the outcomes of the commands, the events of a name.
+    std::vector<json> select(const char* key, const std::string& value) const
     {
         std::vector<json> out;
         for (const auto& j : lines)
-            if (j.contains("command") && (command.empty() || j["command"] == command))
+            if (j.contains(key) && (value.empty() || j[key] == value))
                 out.push_back(j);
         return out;
     }
+    std::vector<json> commands(const std::string& command = "") const { return select("command", command); }
+    std::vector<json> events(const std::string& name) const { return select("event", name); }
     json command(const std::string& command) const
     {
         const auto all = commands(command);
         return all.empty() ? json() : all.front();
     }
-    std::vector<json> events(const std::string& name) const
+    // Where each outcome of `command` stopped ("Class:line"), or how it
+    // ended otherwise ("ended", "running"...).
+    std::vector<std::string> stops(const std::string& command) const
     {
-        std::vector<json> out;
-        for (const auto& j : lines)
-            if (j.value("event", "") == name)
-                out.push_back(j);
+        std::vector<std::string> out;
+        for (const json& c : commands(command)) {
+            const json& r = c["result"];
+            const std::string outcome = r.is_object() ? r.value("outcome", "?") : "?";
+            out.push_back(outcome != "stopped" ? outcome : at(r.value("ClassName", ""), r.value("LineNr", -1)));
+        }
         return out;
     }
+    // The value printed by the k-th `command`.
+    std::string value(const std::string& command, size_t k = 0) const
+    {
+        const auto all = commands(command);
+        return k < all.size() ? all[k]["result"].value("value", "?") : "(none)";
+    }
+    // The frames of the k-th where, "Class.method:line" each, apart by spaces.
+    std::string stack(size_t k = 0) const
+    {
+        std::string out;
+        const auto all = commands("where");
+        for (const json& f : k < all.size() ? all[k]["result"]["frames"] : json::array())
+            out += (out.empty() ? "" : " ") + f.value("ClassName", "") + "." + f.value("MethodName", "") + ":" +
+                   std::to_string(f.value("LineNr", -1));
+        return out;
+    }
+    static std::string at(const std::string& cls, int line) { return cls + ":" + std::to_string(line); }
     std::string console() const
     {
         std::string text;
@@ -91,12 +116,9 @@ KrvdbgRun runKrvdbg(const std::vector<std::string>& options, const std::string& 
     auto child = startKrvdbg(options, file);
     KrvdbgRun run;
     run.status = child->wait(90000);
-    // The rest of the output, up to the end of the pipe.
-    child->waitForLine("\x01 never printed", 5000);
-    run.output = child->output();
-    for (size_t start = 0, end = 0; start < run.output.size(); start = end + 1) {
-        end = std::min(run.output.find('\n', start), run.output.size());
-        const std::string line = run.output.substr(start, end - start);
+    run.output = child->readAll(5000); // up to the end of the pipe
+    std::istringstream lines(run.output);
+    for (std::string line; std::getline(lines, line);) {
         if (line.empty() || line.front() != '{')
             continue;
         json j = json::parse(line, nullptr, false);
@@ -112,17 +134,13 @@ std::vector<std::string> demoOptions(const std::string& mainClass = "demo.Shop")
     return {"--quiet", "-cp", examplesClassPath(), "--java", javaPath(), mainClass};
 }
 
-bool stoppedAt(const json& outcome, const std::string& cls, int line)
-{
-    const json& r = outcome["result"];
-    return r.is_object() && r.value("outcome", "") == "stopped" && r.value("ClassName", "") == cls &&
-           r.value("LineNr", -1) == line;
-}
+const auto at = KrvdbgRun::at;
+using Stops = std::vector<std::string>;
 
+// Over shared memory (the other sessions here use a socket).
 TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsToTheEnd)
 {
     const int store = lineOf(kCart, "@cart-store");
-    const int throwLine = lineOf(kCart, "@cart-throw");
     const std::string stopAt = "stop at demo.Cart:" + std::to_string(store);
     // Malformed commands say what is expected, and the session goes on.
     const std::vector<std::pair<std::string, std::string>> bad{
@@ -145,7 +163,9 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
               "\nrun\nrun\nwhere\nlocals\nprint item.name\nprint item.nosuchfield\nnext\nnext\n"
               "print this.count\nstop in demo.Shop.fill+32\nclear " +
               stopAt.substr(8) + "\ncont\nprint cart.total\nclear demo.Shop.fill+32\ncont\nprint item.name\ncont\n";
-    KrvdbgRun run = runKrvdbg(demoOptions(), script);
+    auto options = demoOptions();
+    options.insert(options.begin(), "--shmem");
+    KrvdbgRun run = runKrvdbg(options, script);
     ASSERT_EQ(run.status, 0) << run.output;
     auto commands = run.commands();
     ASSERT_GT(commands.size(), bad.size()) << run.output;
@@ -154,29 +174,22 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
         EXPECT_NE(commands[i].value("error", "").find(bad[i].second), std::string::npos) << commands[i].dump();
     }
     run.lines.erase(run.lines.begin(), std::find(run.lines.begin(), run.lines.end(), commands[bad.size()]));
-    commands = run.commands();
-    for (const auto& c : commands)
+    for (const auto& c : run.commands())
         EXPECT_EQ(c.contains("error"), c == run.commands("run").back()) << c.dump();
     EXPECT_NE(run.commands("run").back().value("error", "").find("already running"), std::string::npos);
 
     // The breakpoint was set before the class was loaded and hit later.
     EXPECT_EQ(run.command(stopAt)["result"]["registered"], false);
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", store)) << run.command("run").dump();
+    EXPECT_EQ(run.stops("run").front(), at("demo/Cart", store)) << run.output;
     const auto stops = run.events("Breakpoint");
     ASSERT_GE(stops.size(), 5u) << run.output;
     EXPECT_EQ(stops[0]["Offset"], 0);
     EXPECT_GT(stops[0]["threadID"].get<double>(), 0);
 
-    const json frames = run.command("where")["result"]["frames"];
-    ASSERT_EQ(frames.size(), 3u) << frames.dump();
-    EXPECT_EQ(frames[0]["ClassName"], "demo/Cart");
-    EXPECT_EQ(frames[0]["MethodName"], "add");
-    EXPECT_EQ(frames[0]["MethodSignature"], "(Ldemo/Item;)V");
-    EXPECT_EQ(frames[0]["LineNr"], store);
-    EXPECT_EQ(frames[1]["MethodName"], "fill");
-    EXPECT_EQ(frames[2]["MethodName"], "main");
-    EXPECT_EQ(frames[2]["ClassName"], "demo/Shop");
-
+    EXPECT_EQ(run.stack(), "demo/Cart.add:" + std::to_string(store) +
+                               " demo/Shop.fill:" + std::to_string(lineOf(kShop, "@shop-add")) +
+                               " demo/Shop.main:" + std::to_string(lineOf(kShop, "@main-fill")));
+    EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodSignature"], "(Ldemo/Item;)V");
     std::map<std::string, std::string> locals;
     const json localsOutcome = run.command("locals");
     for (const auto& l : localsOutcome["result"]["locals"])
@@ -186,38 +199,29 @@ TEST(Krvdbg, TheDemoSessionRefusesMalformedCommandsStopsStepsShowsValuesAndRunsT
     EXPECT_NE(locals["this"].find("demo/Cart"), std::string::npos) << locals["this"];
 
     const json name = run.command("print item.name")["result"];
-    EXPECT_EQ(name["found"], true);
-    EXPECT_EQ(name["value"], "apple");
-    ASSERT_EQ(name["steps"].size(), 1u);
+    EXPECT_EQ(std::tuple(name["found"], name["value"], name["steps"].size()), std::tuple(true, "apple", 1u));
     EXPECT_EQ(name["steps"][0]["path"], "item");
     const json missing = run.command("print item.nosuchfield")["result"];
-    EXPECT_EQ(missing["found"], false);
-    EXPECT_EQ(missing["missing"], "item.nosuchfield");
+    EXPECT_EQ(std::tuple(missing["found"], missing["missing"]), std::tuple(false, "item.nosuchfield"));
 
-    // Two steps over lines, then the field that the first one changed.
-    const auto nexts = run.commands("next");
-    ASSERT_EQ(nexts.size(), 2u);
-    EXPECT_TRUE(stoppedAt(nexts[0], "demo/Cart", store + 1)) << nexts[0].dump();
-    EXPECT_TRUE(stoppedAt(nexts[1], "demo/Cart", store + 2)) << nexts[1].dump();
-    EXPECT_EQ(run.command("print this.count")["result"]["value"], "1");
-
-    // The stop point reports its code offset; a dotted path through a field.
+    // Two steps over lines, then the field that the first one changed; the
+    // stop point with its code offset and a dotted path through a field;
+    // the cart throws, the shop catches: an exception stop in the cart; the
+    // end.
+    EXPECT_EQ(run.stops("next"), (Stops{at("demo/Cart", store + 1), at("demo/Cart", store + 2)}));
+    EXPECT_EQ(run.value("print this.count"), "1");
+    EXPECT_EQ(run.stops("cont"), (Stops{at("demo/Shop", lineOf(kShop, "@shop-added")),
+                                        at("demo/Cart", lineOf(kCart, "@cart-throw")), "ended"}));
     const auto conts = run.commands("cont");
-    ASSERT_EQ(conts.size(), 3u);
-    EXPECT_TRUE(stoppedAt(conts[0], "demo/Shop", lineOf(kShop, "@shop-added"))) << conts[0].dump();
     EXPECT_EQ(conts[0]["result"]["Offset"], 32);
-    EXPECT_EQ(run.command("print cart.total")["result"]["value"], "120");
-
-    // The cart throws, the shop catches: an exception stop in the cart.
-    EXPECT_TRUE(stoppedAt(conts[1], "demo/Cart", throwLine)) << conts[1].dump();
+    EXPECT_EQ(run.value("print cart.total"), "120");
     EXPECT_NE(conts[1]["result"].value("exception", "").find("CartFullException"), std::string::npos);
     const auto exceptions = run.events("Exception");
     ASSERT_EQ(exceptions.size(), 1u);
     EXPECT_EQ(exceptions[0]["s"], "demo/CartFullException\r\ndemo.CartFullException: the cart holds only 3 items");
-    EXPECT_EQ(run.commands("print item.name").back()["result"]["value"], "dates");
+    EXPECT_EQ(run.value("print item.name", 1), "dates");
 
-    // The end: the whole console output, the VM dead, the last cont ended.
-    EXPECT_EQ(conts[2]["result"]["outcome"], "ended");
+    // The whole console output, the VM dead.
     const std::string console = run.console();
     for (const char* text :
          {"Welcome to the Corner Shop\r\n", "Added apple (120 cents)\r\n",
@@ -262,45 +266,35 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     // The list shows what each does.
     const json list = run.commands("stop").front()["result"];
     ASSERT_EQ(list.size(), 5u) << list.dump();
-    const auto listed = [&](const char* key, const std::string& value) {
-        return std::count_if(list.begin(), list.end(), [&](const json& b) { return b.value(key, "") == value; });
-    };
-    EXPECT_EQ(listed("Condition", "i == 7"), 1) << list.dump();
-    EXPECT_EQ(listed("HitCondition", "% 5"), 1) << list.dump();
-    EXPECT_EQ(listed("LogMessage", "n is {n}"), 1) << list.dump();
-    EXPECT_EQ(listed("Signature", "(java.lang.String)"), 1) << list.dump();
+    Stops shown;
+    for (const json& b : list)
+        for (const char* key : {"Condition", "HitCondition", "LogMessage", "Signature"})
+            if (!b.value(key, "").empty())
+                shown.push_back(key + ("=" + b.value(key, "")));
+    std::sort(shown.begin(), shown.end());
+    EXPECT_EQ(shown, (Stops{"Condition=i == 7", "Condition=nosuch > 1", "HitCondition=% 5", "LogMessage=n is {n}",
+                            "Signature=(java.lang.String)"}))
+        << list.dump();
     EXPECT_EQ(run.commands("stop").back()["result"].size(), 4u) << "cleared: " << run.output;
 
     // Every 5th pass over the sum, i == 7 once, the failed condition, the
     // one overload; the logpoint never stops.
-    EXPECT_TRUE(stoppedAt(run.command("run"), "Loops$Counter", sum)) << run.output;
-    const auto conts = run.commands("cont");
-    ASSERT_EQ(conts.size(), 5u) << run.output;
-    EXPECT_TRUE(stoppedAt(conts[0], "Loops", add)) << conts[0].dump();
-    EXPECT_TRUE(stoppedAt(conts[1], "Loops$Counter", sum)) << conts[1].dump();
-    EXPECT_TRUE(stoppedAt(conts[2], "Loops", addText)) << conts[2].dump();
-    EXPECT_TRUE(stoppedAt(conts[3], "Loops$Counter", textEntry)) << conts[3].dump();
-    EXPECT_EQ(conts[4]["result"]["outcome"], "ended");
-    const auto printed = [&](const std::string& command, size_t k) {
-        const auto all = run.commands(command);
-        return k < all.size() ? all[k]["result"].value("value", "?") : "(none)";
-    };
-    EXPECT_EQ(
-        std::make_tuple(printed("print n", 0), printed("print i", 0), printed("print n", 1), printed("print text", 0)),
-        std::make_tuple("4", "7", "9", "done"))
+    EXPECT_EQ(run.stops("run"), Stops{at("Loops$Counter", sum)}) << run.output;
+    EXPECT_EQ(run.stops("cont"), (Stops{at("Loops", add), at("Loops$Counter", sum), at("Loops", addText),
+                                        at("Loops$Counter", textEntry), "ended"}))
         << run.output;
-    // The fields of a nested class's object, by their names alone.
-    EXPECT_EQ(std::make_tuple(printed("print count", 0), printed("print label", 0)), std::make_tuple("5", "counter"))
+    // The fields of a nested class's object by their names alone: count,
+    // label.
+    EXPECT_EQ(Stops({run.value("print n"), run.value("print count"), run.value("print label"), run.value("print i"),
+                     run.value("print n", 1), run.value("print text")}),
+              (Stops{"4", "5", "counter", "7", "9", "done"}))
         << run.output;
 
-    std::vector<std::string> logged;
-    for (const auto& e : run.events("LogpointMessage")) {
-        EXPECT_EQ(std::make_tuple(e["ClassName"], e["LineNr"]), std::make_tuple(json("Loops$Counter"), json(addInt)));
-        logged.push_back(e.value("text", ""));
-    }
-    std::vector<std::string> expected;
+    Stops logged, expected;
+    for (const auto& e : run.events("LogpointMessage"))
+        logged.push_back(at(e.value("ClassName", ""), e.value("LineNr", 0)) + " " + e.value("text", ""));
     for (int n = 0; n < 12; ++n)
-        expected.push_back("n is " + std::to_string(n));
+        expected.push_back(at("Loops$Counter", addInt) + " n is " + std::to_string(n));
     EXPECT_EQ(logged, expected);
 
     // The reason comes before the stop it explains.
@@ -317,63 +311,36 @@ TEST(Krvdbg, ConditionsHitCountsLogpointsAndMethodBreakpointsStopWhereTheySay)
     EXPECT_NE(run.console().find("loops end 16 66"), std::string::npos) << run.console();
 }
 
-TEST(Krvdbg, StepsIntoTheProgramsOwnClassListsThreadsAndPopsAFrame)
-{
-    // No breakpoint and no --target names demo.Cart: it is the program's
-    // because it is in the class path's folder.
-    const int addCall = lineOf(kShop, "@shop-add");
-    const std::string script =
-        "stop at demo.Shop:" + std::to_string(addCall) + "\nrun\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
-    const KrvdbgRun run = runKrvdbg(demoOptions(), script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Shop", addCall)) << run.output;
-
-    bool mainSuspended = false;
-    const json threads = run.command("threads");
-    for (const auto& t : threads["result"]["threads"])
-        if (t["ThreadName"] == "main")
-            mainSuspended = t["ThreadSuspended"].get<bool>();
-    EXPECT_TRUE(mainSuspended) << run.command("threads").dump();
-
-    EXPECT_TRUE(stoppedAt(run.command("step"), "demo/Cart", lineOf(kCart, "@cart-throw") - 1)) << run.output;
-    const auto wheres = run.commands("where");
-    ASSERT_EQ(wheres.size(), 2u);
-    ASSERT_EQ(wheres[0]["result"]["frames"].size(), 3u) << wheres[0].dump();
-    EXPECT_EQ(wheres[0]["result"]["frames"][0]["MethodName"], "add");
-    const json popped = run.command("pop");
-    EXPECT_FALSE(popped.contains("error")) << popped.dump();
-    EXPECT_EQ(popped["result"]["MethodName"], "fill");
-    EXPECT_EQ(popped["result"]["LineNr"], addCall);
-    ASSERT_EQ(wheres[1]["result"]["frames"].size(), 2u) << wheres[1].dump();
-    EXPECT_EQ(wheres[1]["result"]["frames"][0]["MethodName"], "fill");
-
-    // Out of fill (run again from the call after the pop): back in main.
-    const json up = run.command("step up");
-    EXPECT_EQ(up["result"]["ClassName"], "demo/Shop") << up.dump();
-    EXPECT_EQ(run.command("quit")["result"], "quit");
-}
-
+// At a stop before the call of Cart.add (in the demo's folder, or in a jar
+// as a library unless a target pattern names it): the threads, a step into
+// the call or over it, the stack, a popped frame, a step out.
 TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPatternsName)
 {
-    // The demo's classes once more, packed in a jar: a library unless named.
     const std::string jar = buildDir() + "/krvdbg-test-demo.jar";
     const std::string jarTool = javaPath().substr(0, javaPath().rfind('/') + 1) + "jar";
     ASSERT_EQ(ChildProcess({jarTool, "cf", jar, "-C", examplesClassPath(), "demo"}).wait(60000), 0);
-    const std::string script =
-        "stop at demo.Shop:" + std::to_string(lineOf(kShop, "@shop-add")) + "\nrun\nwait\nstep\nquit\n";
+    const int addCall = lineOf(kShop, "@shop-add"), inAdd = lineOf(kCart, "@cart-throw") - 1;
+    const std::string fillAndMain =
+        "demo/Shop.fill:" + std::to_string(addCall) + " demo/Shop.main:" + std::to_string(lineOf(kShop, "@main-fill"));
+    const std::string script = "stop at demo.Shop:" + std::to_string(addCall) +
+                               "\nrun\nwait\nthreads\nstep\nwhere\npop\nwhere\nstep up\nquit\n";
     const struct {
         const char* name;
         std::string classPath; // empty: attach
         std::vector<std::string> targets;
-        std::string stepsInto;
+        bool entersCart;
     } cases[] = {
-        {"a class in a folder", examplesClassPath(), {}, "demo/Cart"},
-        {"a class in a jar", jar, {}, "demo/Shop"},
-        {"a jar's classes named by a pattern", jar, {"--target", "demo.*"}, "demo/Cart"},
-        {"a class named by a suffix pattern", jar, {"--target", "*.Cart"}, "demo/Cart"},
-        {"attached, a pattern", "", {"--target", "demo.*"}, "demo/Cart"},
+        // No breakpoint and no --target names demo.Cart.
+        {"a class in a folder", examplesClassPath(), {}, true},
+        {"a class in a jar", jar, {}, false},
+        {"a jar's classes named by a pattern", jar, {"--target", "demo.*"}, true},
+        {"a class named by a suffix pattern", jar, {"--target", "*.Cart"}, true},
+        // Traced. A VM started suspended starts the program when krvdbg
+        // attaches, and run waits for the first stop.
+        {"attached, a pattern", "", {"--trace", "--target", "demo.*"}, true},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
         std::unique_ptr<ListeningVM> vm;
         std::vector<std::string> options = c.targets;
         if (c.classPath.empty()) {
@@ -383,8 +350,35 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
             options.insert(options.end(), {"--quiet", "-cp", c.classPath, "--java", javaPath(), "demo.Shop"});
         }
         const KrvdbgRun run = runKrvdbg(options, script);
-        EXPECT_EQ(run.status, 0) << c.name << "\n" << run.output;
-        EXPECT_EQ(run.command("step")["result"].value("ClassName", ""), c.stepsInto) << c.name << "\n" << run.output;
+        EXPECT_EQ(run.status, 0) << run.output;
+        EXPECT_EQ(run.stops("wait"), Stops{at("demo/Shop", addCall)}) << run.output;
+        const auto traced = [&](const char* way, const char* text) {
+            return std::any_of(run.lines.begin(), run.lines.end(), [&](const json& j) {
+                const std::string t = j.value("trace", "");
+                return t.rfind(way, 0) == 0 && t.find(text) != std::string::npos;
+            });
+        };
+        EXPECT_EQ(traced("->", " 1/7 ") && traced("<-", "reply err=0"), c.classPath.empty()) << run.output;
+        bool mainSuspended = false;
+        const json threads = run.command("threads");
+        for (const auto& t : threads["result"]["threads"])
+            if (t["ThreadName"] == "main")
+                mainSuspended = t["ThreadSuspended"].get<bool>();
+        EXPECT_TRUE(mainSuspended) << threads.dump();
+        if (!c.entersCart) {
+            EXPECT_EQ(run.command("step")["result"].value("ClassName", ""), "demo/Shop") << run.output;
+            continue;
+        }
+        EXPECT_EQ(run.stops("step"), Stops{at("demo/Cart", inAdd)}) << run.output;
+        EXPECT_EQ(run.stack(0), "demo/Cart.add:" + std::to_string(inAdd) + " " + fillAndMain);
+        const json popped = run.command("pop");
+        EXPECT_FALSE(popped.contains("error")) << popped.dump();
+        EXPECT_EQ(popped["result"]["MethodName"], "fill");
+        EXPECT_EQ(popped["result"]["LineNr"], addCall);
+        EXPECT_EQ(run.stack(1), fillAndMain);
+        // Out of fill (run again from the call after the pop): back in main.
+        EXPECT_EQ(run.command("step up")["result"]["ClassName"], "demo/Shop") << run.output;
+        EXPECT_EQ(run.command("quit")["result"], "quit");
     }
     std::remove(jar.c_str());
 }
@@ -392,19 +386,17 @@ TEST(Krvdbg, StepEntersTheClassesInTheClassPathsFoldersAndThoseThatTargetPattern
 TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
 {
     // The breakpoint is set before the attach, in a class loaded long before.
-    const int loop = lineOf("tests/java/Sleeper.java", "@sleeper-loop");
-    const int addInt = lineOf("tests/java/Loops.java", "@counter-add-int");
+    const std::string loop = std::to_string(lineOf("tests/java/Sleeper.java", "@sleeper-loop"));
+    const std::string addInt = std::to_string(lineOf("tests/java/Loops.java", "@counter-add-int"));
     const struct {
         const char* program;
         const char* ready;
         std::string breakpoint;
-        std::string stopClass;
-        int stopLine;
-        std::string method; // of the top frame
+        std::string top; // the frame of the stop
     } cases[] = {
-        {"Sleeper", "sleeper ready", "stop at Sleeper:" + std::to_string(loop), "Sleeper", loop, "main"},
-        {"LoopsForever", "loops forever ready", "stop in Loops$Counter.add(int) if n >= 3", "Loops$Counter", addInt,
-         "add"},
+        {"Sleeper", "sleeper ready", "stop at Sleeper:" + loop, "Sleeper.main:" + loop},
+        {"LoopsForever", "loops forever ready", "stop in Loops$Counter.add(int) if n >= 3",
+         "Loops$Counter.add:" + addInt},
     };
     for (const auto& c : cases) {
         ListeningVM vm(c.program, testsClassPath(), false);
@@ -414,8 +406,9 @@ TEST(Krvdbg, RunReturnsAfterAttachingToARunningProgramAndItsBreakpointsAreSet)
         const KrvdbgRun run = runKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
         ASSERT_EQ(run.status, 0) << run.output;
         EXPECT_EQ(run.command("run")["result"]["outcome"], "running") << run.output;
-        EXPECT_TRUE(stoppedAt(run.command("wait 30000"), c.stopClass, c.stopLine)) << c.program << run.output;
-        EXPECT_EQ(run.command("where")["result"]["frames"][0]["MethodName"], c.method) << run.output;
+        const std::string stop = c.top.substr(0, c.top.find('.')) + c.top.substr(c.top.find(':'));
+        EXPECT_EQ(run.stops("wait 30000"), Stops{stop}) << run.output;
+        EXPECT_EQ(run.stack().substr(0, run.stack().find(' ')), c.top) << run.output;
         // quit lets an attached VM go: it keeps running.
         EXPECT_TRUE(processRunning(vm.process().pid()));
     }
@@ -447,7 +440,7 @@ TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
         {SIGTERM, true},
     };
     for (const auto& c : cases) {
-        const std::string name = std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched");
+        SCOPED_TRACE(std::string(strsignal(c.signal)) + (c.attach ? ", attached" : ", launched"));
         std::unique_ptr<ListeningVM> vm;
         std::unique_ptr<ChildProcess> krvdbg;
         pid_t vmPid = 0;
@@ -456,25 +449,24 @@ TEST(Krvdbg, ALaunchedVMEndsWithKrvdbgHoweverItEndsAndAnAttachedOneKeepsRunning)
             vmPid = sleeperPid(vm->process());
             const ScriptFile script("run\nwait 60000\n");
             krvdbg = startKrvdbg({"--attach", "127.0.0.1:" + std::to_string(vm->port())}, script);
-            ASSERT_NE(krvdbg->waitForLine("\"outcome\":\"running\"", 30000), "") << name << krvdbg->output();
+            ASSERT_NE(krvdbg->waitForLine("\"outcome\":\"running\"", 30000), "") << krvdbg->output();
         } else {
             const ScriptFile script("run\n");
             krvdbg = startKrvdbg({"-cp", testsClassPath(), "--java", javaPath(), "Sleeper"}, script);
             vmPid = sleeperPid(*krvdbg);
         }
-        ASSERT_GT(vmPid, 0) << name << krvdbg->output();
+        ASSERT_GT(vmPid, 0) << krvdbg->output();
         ASSERT_TRUE(krvdbg->signal(c.signal));
-        EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << name << krvdbg->output();
+        EXPECT_EQ(krvdbg->wait(20000), 128 + c.signal) << krvdbg->output();
         if (c.signal != SIGKILL) {
             // Ended as quit ends it: the session's end was reported first.
-            krvdbg->waitForLine("\x01 never printed", 5000);
-            EXPECT_NE(krvdbg->output().find("{\"event\":\"CloseConnection\"}"), std::string::npos)
-                << name << krvdbg->output();
+            EXPECT_NE(krvdbg->readAll(5000).find("{\"event\":\"CloseConnection\"}"), std::string::npos)
+                << krvdbg->output();
         }
         if (c.attach)
-            EXPECT_TRUE(processRunning(vmPid)) << name;
+            EXPECT_TRUE(processRunning(vmPid));
         else
-            EXPECT_TRUE(waitUntilGone(vmPid)) << name << ": the VM outlived krvdbg";
+            EXPECT_TRUE(waitUntilGone(vmPid)) << "the VM outlived krvdbg";
     }
 }
 
@@ -510,44 +502,6 @@ TEST(Krvdbg, CtrlCInATerminalSuspendsTheProgramInsteadOfKillingIt)
     EXPECT_TRUE(waitUntilGone(vmPid));
 }
 
-TEST(Krvdbg, AttachesToAListeningVMAndTracesThePackets)
-{
-    ListeningVM vm("demo.Shop", examplesClassPath());
-    ASSERT_GT(vm.port(), 0);
-    const int store = lineOf(kCart, "@cart-store");
-    // A VM started suspended starts the program when krvdbg attaches, and
-    // run waits for the first stop (wait then says it is there already).
-    const std::string script =
-        "stop at demo.Cart:" + std::to_string(store) + "\nrun\nwait\nprint item.name\ncont\nquit\n";
-    const KrvdbgRun run = runKrvdbg({"--trace", "--attach", "127.0.0.1:" + std::to_string(vm.port())}, script);
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("wait"), "demo/Cart", store)) << run.output;
-    EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
-    EXPECT_TRUE(stoppedAt(run.command("cont"), "demo/Cart", store));
-    bool sawIdSizes = false, sawReply = false;
-    for (const auto& j : run.lines) {
-        const std::string t = j.value("trace", "");
-        sawIdSizes = sawIdSizes || (t.rfind("->", 0) == 0 && t.find(" 1/7 ") != std::string::npos);
-        sawReply = sawReply || (t.rfind("<-", 0) == 0 && t.find("reply err=0") != std::string::npos);
-    }
-    EXPECT_TRUE(sawIdSizes) << run.output;
-    EXPECT_TRUE(sawReply) << run.output;
-}
-
-TEST(Krvdbg, DebugsOverSharedMemory)
-{
-    const std::string stopAt = "demo.Cart:" + std::to_string(lineOf(kCart, "@cart-store"));
-    auto options = demoOptions();
-    options.insert(options.begin(), "--shmem");
-    const KrvdbgRun run =
-        runKrvdbg(options, "stop at " + stopAt + "\nrun\nprint item.name\nclear " + stopAt + "\ncont\ncont\n");
-    ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_TRUE(stoppedAt(run.command("run"), "demo/Cart", lineOf(kCart, "@cart-store"))) << run.output;
-    EXPECT_EQ(run.command("print item.name")["result"]["value"], "apple");
-    EXPECT_EQ(run.commands("cont").back()["result"]["outcome"], "ended") << run.output;
-    EXPECT_NE(run.console().find("Total: 850 cents for 3 items\r\n"), std::string::npos) << run.output;
-}
-
 // A toString that never returns: print says so, the program is running with
 // the call, suspend brings the thread back and where shows it inside the
 // call; quit ends the session.
@@ -566,12 +520,8 @@ TEST(Krvdbg, AnEvaluationThatNeverReturnsSaysSoAndSuspendFindsTheThread)
     ASSERT_EQ(wheres.size(), 2u) << run.output;
     EXPECT_NE(wheres[0].value("error", "").find("the VM is running"), std::string::npos) << wheres[0].dump();
     EXPECT_EQ(run.command("suspend")["result"]["state"], 1) << run.output;
-    const json frames = wheres[1]["result"]["frames"];
-    ASSERT_GE(frames.size(), 2u) << wheres[1].dump();
-    EXPECT_EQ(frames[0]["ClassName"], "Spinner");
-    EXPECT_EQ(frames[0]["MethodName"], "toString");
-    EXPECT_EQ(frames[0]["LineNr"], lineOf(values, "@spin"));
-    EXPECT_EQ(frames.back()["MethodName"], "main");
+    EXPECT_EQ(run.stack(1), "Spinner.toString:" + std::to_string(lineOf(values, "@spin")) +
+                                " Values.main:" + std::to_string(lineOf(values, "@values-stop")));
     EXPECT_EQ(run.command("quit")["result"], "quit");
 }
 
@@ -592,7 +542,7 @@ TEST(Krvdbg, SetGivesNewValuesThatPrintShowsAndTheProgramUses)
         {"set SetValues.title = \"t\"", "t"},
     };
     for (const auto& [command, value] : done)
-        EXPECT_EQ(run.command(command)["result"].value("value", ""), value) << run.command(command).dump();
+        EXPECT_EQ(run.value(command), value) << run.command(command).dump();
     const std::pair<std::string, std::string> refused[] = {
         {"set i = 2.5", "i: an int takes a whole number"},
         {"set i", "expected set NAME"},
@@ -600,7 +550,7 @@ TEST(Krvdbg, SetGivesNewValuesThatPrintShowsAndTheProgramUses)
     };
     for (const auto& [command, why] : refused)
         EXPECT_NE(run.command(command).value("error", "").find(why), std::string::npos) << run.command(command).dump();
-    EXPECT_EQ(run.command("print i")["result"]["value"], "41");
+    EXPECT_EQ(run.value("print i"), "41");
     const std::string console = run.console();
     for (const char* text : {"locals i=41 ", "text=a #1\r\n", "fields level=9 ", "statics total=6 title=t "})
         EXPECT_NE(console.find(text), std::string::npos) << text << " in " << console;
@@ -624,12 +574,37 @@ TEST(Krvdbg, FailuresEndWithTheirStatusAndSayWhy)
     // command's error.
     const auto boxes = runs[1].events("Message");
     ASSERT_EQ(boxes.size(), 1u) << runs[1].output;
-    EXPECT_EQ(boxes[0]["Title"], "Korvane Debugger");
-    EXPECT_EQ(boxes[0]["Buttons"], 16);
+    EXPECT_EQ(std::tuple(boxes[0]["Title"], boxes[0]["Buttons"]), std::tuple("Korvane Debugger", 16));
     EXPECT_NE(boxes[0].dump().find(address), std::string::npos) << boxes[0].dump();
     EXPECT_EQ(runs[1].command("run").value("error", "").rfind("Debugger failed!", 0), 0u) << runs[1].output;
     EXPECT_NE(runs[2].console().find("Could not find or load main class demo.NoSuchShop"), std::string::npos);
     EXPECT_EQ(runs[2].command("run")["result"]["outcome"], "ended");
+}
+
+// A program suspended while it sleeps: its own frame under the native call
+// is the current place (locals and print read it), where shows the native
+// frame as such, and next steps out of the call to a stop that is kept.
+TEST(Krvdbg, ASuspendedSleepingProgramIsReadInItsOwnFrameAndStepsOutOfTheCall)
+{
+    const std::string loops = "tests/java/Loops.java";
+    ListeningVM vm("LoopsForever", testsClassPath(), false);
+    ASSERT_GT(vm.port(), 0);
+    ASSERT_NE(vm.process().waitForLine("loops forever ready", 20000), "");
+    const KrvdbgRun run =
+        runKrvdbg({"-cp", testsClassPath(), "--attach", "127.0.0.1:" + std::to_string(vm.port()), "LoopsForever"},
+                  "run\nsuspend\nwhere\nlocals\nprint i\nnext\nwhere\nquit\n");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(run.command("suspend")["result"]["state"], 1) << run.output;
+    const int sleep = lineOf(loops, "Thread.sleep(10)"), loop = lineOf(loops, "for (int i = 0; ; i++)");
+    const json frames = run.commands("where")[0]["result"]["frames"];
+    ASSERT_EQ(frames.size(), 2u) << run.output;
+    EXPECT_EQ(frames[0]["MethodName"], "sleep");
+    EXPECT_EQ(frames[0]["codeIndex"], -1) << "a native frame";
+    EXPECT_EQ(frames[1]["LineNr"], sleep);
+    EXPECT_EQ(run.command("locals")["result"]["MethodName"], "main") << run.output;
+    EXPECT_EQ(run.command("print i")["result"]["found"], true) << run.output;
+    EXPECT_EQ(run.stops("next"), std::vector<std::string>{KrvdbgRun::at("LoopsForever", loop)}) << run.output;
+    EXPECT_EQ(run.stack(1), "LoopsForever.main:" + std::to_string(loop)) << run.output;
 }
 
 } // namespace

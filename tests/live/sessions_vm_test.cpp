@@ -5,7 +5,10 @@
 // by themselves. Every session must stop at the
 // breakpoints kept from the first, read values, step, be reported opened and
 // closed once, and leave no pending call, no stale state and nothing in
-// /dev/shm for the next one.
+// /dev/shm for the next one. The first also shows the opening sequence on the
+// wire and the console's line ends. Then starts that cannot connect: a port
+// nobody listens on, a bad shared memory name. Peers that break the wire are
+// in faults_peer_test; VMs killed mid-request in faults_vm_test.
 #include <unistd.h>
 
 #include <filesystem>
@@ -60,6 +63,19 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
         ASSERT_TRUE(waitDead()) << dump();
         EXPECT_EQ(handler->pendingSyncCount(), 0u);
         EXPECT_FALSE(std::filesystem::exists("/dev/shm/krvdbg-" + name));
+        if (round == 0) {
+            // The first session's opening on the wire: handshake, IDSizes, Version, exception request,
+            // the two class-prepare requests, then Resume.
+            std::vector<std::string> sent;
+            for (const auto& l : handler->history().lines())
+                if (l.rfind("->", 0) == 0 && sent.size() < 6)
+                    sent.push_back(l.substr(l.find(' ', 3) + 1, l.find(" len") - l.find(' ', 3) - 1));
+            EXPECT_EQ(sent, (std::vector<std::string>{"1/7", "1/1", "15/1", "15/1", "15/1", "1/9"})) << dump();
+            EXPECT_EQ(jvm->VMName.rfind("OpenJDK", 0), 0u) << jvm->VMName;
+            EXPECT_EQ(jvm->VMVersion.rfind("17", 0), 0u) << jvm->VMVersion;
+            EXPECT_TRUE(log->sawDebug(" *** " + jvm->VMName + " " + jvm->VMVersion));
+            EXPECT_NE(log->console.find("values ready\r\nresult "), std::string::npos) << log->console;
+        }
     }
     EXPECT_TRUE(log->boxes.empty()) << log->boxes.front();
 
@@ -89,6 +105,32 @@ TEST_F(LiveSessionTest, OneSessionAfterAnotherOnTheSameObjects)
     for (int round = 0; round < 8; ++round)
         expected.insert(expected.end(), {"Open", "Close"});
     EXPECT_EQ(log->connections(), expected);
+}
+
+TEST_F(LiveSessionTest, APortNobodyListensOnFailsAfterFourSecondsOfTheClock)
+{
+    // The clock moves 20 ms per pump pass, so the 4 s pass without waiting.
+    const int idle = MessagePump::instance().addIdle([this] { clock.advance(20); });
+    const int port = freeTcpPort();
+    const uint32_t start = GetTickCount();
+    EXPECT_FALSE(handler->startVM("", "", "", false, false, 0, "127.0.0.1", std::to_string(port), true));
+    const uint32_t waited = GetTickCount() - start;
+    MessagePump::instance().removeIdle(idle);
+    EXPECT_GE(waited, 4000u);
+    EXPECT_LE(waited, 4600u);
+    EXPECT_TRUE(log->sawDebug(" *** JDWP-Connection failed ..."));
+    ASSERT_FALSE(log->boxes.empty());
+    EXPECT_EQ(log->boxes.back().rfind("Debugger failed!", 0), 0u) << log->boxes.back();
+    EXPECT_NE(log->boxes.back().find("Connection refused (127.0.0.1:" + std::to_string(port) + ")|16|Korvane Debugger"),
+              std::string::npos)
+        << log->boxes.back();
+}
+
+TEST_F(LiveSessionTest, ABadSharedNameIsRefusedWithAClearText)
+{
+    EXPECT_FALSE(handler->startVM("", "", "bad/name", false, false));
+    ASSERT_FALSE(log->boxes.empty());
+    EXPECT_NE(log->boxes.back().find("bad/name"), std::string::npos) << log->boxes.back();
 }
 
 } // namespace

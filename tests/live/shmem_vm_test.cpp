@@ -65,10 +65,10 @@ void expectRanToItsEnd(ChildProcess& vm, const std::string& name)
     EXPECT_FALSE(objectExists(name));
 }
 
-// Records from the VM in arrival order, fetched the way the pump does:
-// wait for the descriptor, then take everything readRecords has.
+// A debugger's channel and the records from the VM in arrival order,
+// fetched the way the pump does: wait for the descriptor, then take
+// everything readRecords has.
 struct Inbox {
-    explicit Inbox(ShmemChannel& c) : channel(c) {}
     bool next(std::string& record)
     {
         while (queue.empty()) {
@@ -93,22 +93,17 @@ struct Inbox {
         }
         return got;
     }
-    ShmemChannel& channel;
+    // Attaches to `name`, shakes hands and reads the VM's first record (a
+    // suspended VM's VM_START).
+    bool attach(const std::string& name, std::string& vmStart)
+    {
+        std::string error, answer;
+        EXPECT_TRUE(channel.attach(name, error)) << error;
+        return channel.writeRecord("JDWP-Handshake") && next(answer) && answer == "JDWP-Handshake" && next(vmStart);
+    }
+    ShmemChannel channel;
     std::deque<std::string> queue;
 };
-
-bool attachAndShakeHands(const std::string& name, ShmemChannel& channel, Inbox& inbox)
-{
-    std::string error, answer;
-    EXPECT_TRUE(channel.attach(name, error)) << error;
-    return channel.writeRecord("JDWP-Handshake") && inbox.next(answer) && answer == "JDWP-Handshake";
-}
-
-bool isReply(const std::string& record) { return record.size() >= 11 && uint8_t(record[4]) == 0x80; }
-
-const std::string kIdSizesReply = std::string("\x01\x00\x00\x00" "\x80" "\x00\x00" "\x14\x00\x00\x00", 11) +
-                                  std::string("\x00\x00\x00\x08" "\x00\x00\x00\x08" "\x00\x00\x00\x08"
-                                              "\x00\x00\x00\x08" "\x00\x00\x00\x08", 20);
 
 // The VM either runs to its death or is killed (and then not reaped before
 // the check: a zombie must count as dead); either way the channel says so
@@ -119,20 +114,20 @@ TEST(ShmemVm, HandshakeCommandsAndVmDeath)
         SCOPED_TRACE(killed ? "killed" : "runs to its end");
         const std::string name = uniqueName(killed ? "kill" : "hello");
         auto vm = startVm(name);
-        ShmemChannel channel;
-        Inbox inbox(channel);
-        ASSERT_TRUE(attachAndShakeHands(name, channel, inbox));
+        Inbox inbox;
+        std::string record;
+        ASSERT_TRUE(inbox.attach(name, record));
         EXPECT_FALSE(objectExists(name));
 
         // suspend=y: the VM announces itself with VM_START (90), policy all, request 0, and its thread.
-        std::string record;
-        ASSERT_TRUE(inbox.next(record));
         ASSERT_EQ(record.size(), 29u);
         EXPECT_EQ(record.substr(4, 14), std::string("\x00" "\x40\x64" "\x12\x00\x00\x00"
                                                     "\x02" "\x00\x00\x00\x01" "\x5a", 14));
-        ASSERT_TRUE(channel.writeRecord(shmemCommand(1, 1, 7)));
+        ASSERT_TRUE(inbox.channel.writeRecord(shmemCommand(1, 1, 7)));
         ASSERT_TRUE(inbox.next(record));
-        EXPECT_EQ(record, kIdSizesReply);
+        EXPECT_EQ(record, std::string("\x01\x00\x00\x00" "\x80" "\x00\x00" "\x14\x00\x00\x00"
+                                      "\x00\x00\x00\x08" "\x00\x00\x00\x08" "\x00\x00\x00\x08"
+                                      "\x00\x00\x00\x08" "\x00\x00\x00\x08", 31));
 
         auto noticedWithinASecond = [&] {
             auto start = Clock::now();
@@ -142,18 +137,18 @@ TEST(ShmemVm, HandshakeCommandsAndVmDeath)
         if (killed) {
             ASSERT_TRUE(vm->signal(SIGKILL));
             noticedWithinASecond();
-            EXPECT_FALSE(channel.writeRecord(shmemCommand(2, 1, 1)));
-            EXPECT_TRUE(channel.waitReadable(kReplyFailsafeMs));
+            EXPECT_FALSE(inbox.channel.writeRecord(shmemCommand(2, 1, 1)));
+            EXPECT_TRUE(inbox.channel.waitReadable(kReplyFailsafeMs));
             vm->wait(kStartFailsafeMs);
             EXPECT_FALSE(objectExists(name));
             continue;
         }
         // Resume: its reply and the VM's death come from different agent threads, in either order.
-        ASSERT_TRUE(channel.writeRecord(shmemCommand(2, 1, 9)));
+        ASSERT_TRUE(inbox.channel.writeRecord(shmemCommand(2, 1, 9)));
         std::string first, second;
         ASSERT_TRUE(inbox.next(first));
         ASSERT_TRUE(inbox.next(second));
-        if (!isReply(first))
+        if (first.substr(4, 1) != "\x80") // the reply goes first
             std::swap(first, second);
         EXPECT_EQ(first, std::string("\x02\x00\x00\x00" "\x80" "\x00\x00" "\x00\x00\x00\x00", 11));
         // Composite event (64/100), any id; suspend policy none, one event:
@@ -164,7 +159,7 @@ TEST(ShmemVm, HandshakeCommandsAndVmDeath)
                                                 17));
         EXPECT_TRUE(inbox.queue.empty());
         noticedWithinASecond();
-        channel.close();
+        inbox.channel.close();
         expectRanToItsEnd(*vm, name);
     }
 }
@@ -185,23 +180,18 @@ TEST(ShmemVm, TheVmFinishesWhenTheDebuggerLeaves)
          [](const std::string& name) {
              pid_t child = fork();
              if (child == 0) {
-                 ShmemChannel channel;
-                 Inbox inbox(channel);
+                 Inbox inbox;
                  std::string vmStart;
-                 _exit(attachAndShakeHands(name, channel, inbox) && inbox.next(vmStart) ? 0 : 3);
+                 _exit(inbox.attach(name, vmStart) ? 0 : 3);
              }
              int status = -1;
              return child > 0 && waitpid(child, &status, 0) == child ? status : -1;
          }},
         {"resumes and closes at once",
          [](const std::string& name) {
-             ShmemChannel channel;
-             Inbox inbox(channel);
+             Inbox inbox;
              std::string vmStart;
-             return attachAndShakeHands(name, channel, inbox) && inbox.next(vmStart) &&
-                            channel.writeRecord(shmemCommand(1, 1, 9))
-                        ? 0
-                        : 1;
+             return inbox.attach(name, vmStart) && inbox.channel.writeRecord(shmemCommand(1, 1, 9)) ? 0 : 1;
          }},
     };
     for (const auto& c : cases) {

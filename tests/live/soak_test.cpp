@@ -15,7 +15,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "LiveVM.h"
+#include "LiveSessionTest.h"
 
 using namespace jdwpkrvdbg;
 using namespace jdwpkrvdbg::testing;
@@ -57,8 +57,8 @@ long residentKiB()
     return resident * (::sysconf(_SC_PAGESIZE) / 1024);
 }
 
-// A host that only counts: a recording host would itself grow with every
-// stop.
+// A host that only counts, in place of the fixture's event log: a recording
+// host would itself grow with every stop.
 struct CountingHost : JXMachineEvents {
     size_t stops = 0;
     int32_t lastLine = 0;
@@ -69,23 +69,20 @@ struct CountingHost : JXMachineEvents {
     }
 };
 
-TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
+using LiveSoak = LiveSessionTest;
+
+TEST_F(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
 {
     const size_t hits = countFromEnvironment("JDWPKRVDBG_SOAK_HITS", kDefaultHits);
     const size_t steps = countFromEnvironment("JDWPKRVDBG_SOAK_STEPS", kDefaultSteps);
     const int hitLine = lineOf("tests/java/Soak.java", "// @soak-hit");
 
-    auto handler = JDWPHandler::create();
-    auto jvm = handler->myJVM();
     auto host = std::make_shared<CountingHost>();
     jvm->setEvents(host);
     jvm->setTargetClassName({"Soak"});
     jvm->addBreakpoint("Soak", hitLine);
-    const int port = freeTcpPort();
     // Enough rounds of the loop for every hit and step, and then some.
-    const std::string rounds = std::to_string(hits + steps + 1000);
-    ASSERT_TRUE(handler->startVM(javaPath(), socketAgent(port) + " -cp " + testsClassPath() + " Soak " + rounds, "",
-                                 false, true, 0, "127.0.0.1", std::to_string(port), true));
+    ASSERT_TRUE(launch("Soak " + std::to_string(hits + steps + 1000)));
     auto nextStop = [&](size_t seen) {
         return pumpUntil([&] { return host->stops > seen || jvm->JVMState() == VMDead; }, 10000) && host->stops > seen;
     };
@@ -100,7 +97,7 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     };
     const size_t every = std::max<size_t>(hits / 50, 1);
     for (size_t n = 0; n < hits; ++n) {
-        ASSERT_TRUE(nextStop(n)) << "hit " << n << "\n" << handler->history().dump();
+        ASSERT_TRUE(nextStop(n)) << "hit " << n << "\n" << dump();
         ASSERT_EQ(host->lastLine, hitLine);
         if (n >= hits / 10 && (n % every == 0 || n + 1 == hits))
             sample();
@@ -114,8 +111,8 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     const size_t stepEvery = std::max<size_t>(steps / 20, 1);
     for (size_t n = 0; n < steps; ++n) {
         const size_t seen = host->stops;
-        ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << "step " << n << "\n" << handler->history().dump();
-        ASSERT_TRUE(nextStop(seen)) << "step " << n << "\n" << handler->history().dump();
+        ASSERT_TRUE(jvm->ResumeVMStepByStep(false, 0, SD_OVER)) << "step " << n << "\n" << dump();
+        ASSERT_TRUE(nextStop(seen)) << "step " << n << "\n" << dump();
         if (n % stepEvery == 0 || n + 1 == steps)
             sample();
     }
@@ -130,10 +127,6 @@ TEST(LiveSoak, BreakpointHitsAndStepsKeepMemoryAndTablesFlat)
     if (kBoundMemory) {
         EXPECT_LE(highest - afterWarmUp, kGrowthBoundKiB) << "resident KiB after warm-up " << afterWarmUp;
     }
-
-    handler->Disconnect();
-    jvm->setEvents(nullptr);
-    setCurrentHandler(nullptr);
 }
 
 } // namespace

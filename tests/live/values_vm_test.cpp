@@ -3,7 +3,7 @@
 // the runtime's wrapper classes, the text layout of missing names,
 // truncation and escaping, evaluation calls whose events are kept from the
 // host while the program's own next stop is not; then the stack three calls
-// deep and popping a frame. Also a stop in run() of a Thread subclass,
+// deep, popping a frame, and a stop in run() of a Thread subclass. Also
 // values set at a stop of tests/java/SetValues (read back, and seen by the
 // program once it runs on), and frame 0 of a stop named without asking the
 // VM (tests/java/Soak's loop).
@@ -16,32 +16,41 @@ using namespace jdwpkrvdbg::testing;
 
 namespace {
 
-int line(const std::string& marker)
-{
-    return lineOf("tests/java/Values.java", "// " + marker);
-}
-
 class LiveValues : public LiveSessionTest {
 protected:
-    int invocations()
+    LiveValues() : LiveSessionTest("tests/java/Values.java") {}
+    // The commands of these sets and numbers ("9/6") sent since the history
+    // was cleared.
+    int sent(std::initializer_list<const char*> commands)
     {
         int n = 0;
         for (const auto& l : handler->history().lines())
-            n += l.rfind("->", 0) == 0 && (l.find(" 9/6 ") != std::string::npos || l.find(" 3/3 ") != std::string::npos);
+            for (const char* command : commands)
+                n += l.rfind("->", 0) == 0 && l.find(std::string(" ") + command + " ") != std::string::npos;
         return n;
+    }
+    int invocations() { return sent({"9/6", "3/3"}); }
+    // "Class.method(signature):line" of each frame, apart by spaces.
+    std::string stack()
+    {
+        std::string out;
+        for (const auto& f : jvm->getStackTrace())
+            out += (out.empty() ? "" : " ") + f[1] + "." + f[2] + f[3] + ":" + f[4];
+        return out;
     }
 };
 
 TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
 {
-    jvm->setTargetClassName({"Values", "Point"});
-    jvm->addBreakpoint("Values", line("@values-stop"));
-    jvm->addBreakpoint("Values", line("@level3"));
+    jvm->setTargetClassName({"Values", "Point", "Worker"});
+    jvm->addBreakpoint("Values", lineAt("@values-stop"));
+    jvm->addBreakpoint("Values", lineAt("@level3"));
     // A breakpoint inside the getter that the evaluation invokes.
-    jvm->addBreakpoint("Point", line("@getter"));
+    jvm->addBreakpoint("Point", lineAt("@getter"));
+    jvm->addBreakpoint("Worker", lineAt("@in-run"));
     ASSERT_TRUE(launch("Values"));
     ASSERT_TRUE(waitStop(0)) << dump();
-    ASSERT_EQ(lastStop().line, line("@values-stop"));
+    ASSERT_EQ(lastStop().line, lineAt("@values-stop"));
 
     const std::vector<std::pair<std::string, std::string>> expected{
         {"i", "i: #-7#"}, {"l", "l: #1234567890123#"}, {"d", "d: #2.5#"}, {"f", "f: #1.5#"}, {"c", "c: #65#"},
@@ -95,35 +104,24 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
     jvm->setMaxValueSize(12);
     EXPECT_EQ(jvm->getValue("longText"), "longText: #012345678901#");
     EXPECT_EQ(jvm->getValue("hashes"), "hashes: #a{~}b{~}c#");
+    jvm->setMaxValueSize(512);
 
     // The program's next stop, right after the evaluations' calls, is
     // reported.
-    const size_t seen = log->stops.size();
-    resume();
-    ASSERT_TRUE(waitStop(seen)) << "the stop after an evaluation was resumed unreported\n" << dump();
-    ASSERT_EQ(lastStop().line, line("@level3"));
-    auto trace = jvm->getStackTrace();
-    ASSERT_GE(trace.size(), 4u);
-    const std::vector<std::pair<std::string, int>> frames{
-        {"level3", line("@level3")}, {"level2", line("@level2")}, {"level1", line("@level1")}};
-    for (size_t i = 0; i < frames.size(); ++i) {
-        EXPECT_EQ(trace[i][1], "Values");
-        EXPECT_EQ(trace[i][2], frames[i].first);
-        EXPECT_EQ(trace[i][3], "(I)I");
-        EXPECT_EQ(trace[i][4], std::to_string(frames[i].second));
-    }
-    EXPECT_EQ(trace[3][2], "main");
-    EXPECT_EQ(jvm->getStackCount(), static_cast<int32_t>(trace.size()));
+    ASSERT_TRUE(resumeToNextStop()) << "the stop after an evaluation was resumed unreported\n" << dump();
+    ASSERT_EQ(lastStop().line, lineAt("@level3"));
+    const std::string level2AndMain = "Values.level2(I)I:" + std::to_string(lineAt("@level2")) +
+                                      " Values.level1(I)I:" + std::to_string(lineAt("@level1")) +
+                                      " Values.main([Ljava/lang/String;)V:" + std::to_string(lineAt("@values-stop") + 1);
+    EXPECT_EQ(stack(), "Values.level3(I)I:" + std::to_string(lineAt("@level3")) + " " + level2AndMain);
+    EXPECT_EQ(jvm->getStackCount(), 4);
 
     EXPECT_EQ(jvm->getValue("x"), "x: #-5#");
     ASSERT_TRUE(jvm->PopFrame());
     // The popped frame's locals are gone: the static field of the same name
     // does not stand in for them.
     EXPECT_EQ(jvm->getValue("x"), "");
-    trace = jvm->getStackTrace();
-    ASSERT_FALSE(trace.empty());
-    EXPECT_EQ(trace[0][2], "level2");
-    EXPECT_EQ(trace[0][4], std::to_string(line("@level2")));
+    EXPECT_EQ(stack(), level2AndMain);
     // Once the host moves the stop to the caller, its locals read.
     auto values = jvm->getClassByName("Values", true);
     ASSERT_NE(values, nullptr);
@@ -131,28 +129,18 @@ TEST_F(LiveValues, ValuesRenderAsTheHostExpectsThenTheStackAndPopFrame)
     ASSERT_NE(level2, nullptr);
     jvm->GoSilentBreak(jvm->currentThreadID(), values->ClassID, level2->MethodID);
     EXPECT_EQ(jvm->getValue("x"), "x: #-6#");
-}
 
-// Rendering a thread calls its toString, whose reply refreshes the frame; at
-// a stop inside run() of a Thread subclass that refresh meets `this`, the
-// thread, again: the stop must show as any other.
-TEST_F(LiveValues, AStopInRunOfAThreadSubclassShowsThisItsFieldsAndLocals)
-{
-    jvm->setTargetClassName({"Values", "Worker"});
-    jvm->addBreakpoint("Worker", line("@in-run"));
-    ASSERT_TRUE(launch("Values"));
-    ASSERT_TRUE(waitStop(0)) << dump();
+    // Rendering a thread calls its toString, whose reply refreshes the frame;
+    // at a stop inside run() of a Thread subclass that refresh meets `this`,
+    // the thread, again: the stop must show as any other.
+    ASSERT_TRUE(resumeToStopAt(lineAt("@in-run"))) << dump();
     EXPECT_EQ(lastStop().className, "Worker");
-    EXPECT_EQ(lastStop().line, line("@in-run"));
     EXPECT_EQ(jvm->getValue("this"), "this: #Thread[worker,5,main]#");
     EXPECT_EQ(jvm->getValue("rounds"), "rounds: #3#");
     EXPECT_EQ(jvm->getValue("twice"), "twice: #6#");
     const std::string target = jvm->getValue("target.x");
     EXPECT_EQ(target.rfind("#target.x: 3#\r\ntarget: Type: Point - ObjID: ", 0), 0u) << target;
-    auto trace = jvm->getStackTrace();
-    ASSERT_FALSE(trace.empty());
-    EXPECT_EQ(trace[0][1], "Worker");
-    EXPECT_EQ(trace[0][2], "run");
+    EXPECT_EQ(stack(), "Worker.run()V:" + std::to_string(lineAt("@in-run")));
     EXPECT_EQ(runToEnd(), 0) << dump();
 }
 
@@ -167,13 +155,7 @@ TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
     jvm->addBreakpoint("Gauge", lineOf(file, "// @in-bump"));
     ASSERT_TRUE(launch("SetValues"));
     ASSERT_TRUE(waitStop(0)) << dump();
-    auto setsSent = [this] {
-        int n = 0;
-        for (const auto& l : handler->history().lines())
-            for (const char* command : {" 16/2 ", " 9/3 ", " 3/2 ", " 1/11 "})
-                n += l.rfind("->", 0) == 0 && l.find(command) != std::string::npos;
-        return n;
-    };
+    auto setsSent = [this] { return sent({"16/2", "9/3", "3/2", "1/11"}); };
     const struct {
         const char* target;
         const char* value;
@@ -206,9 +188,7 @@ TEST_F(LiveValues, ValuesSetAtAStopReadBackAndTheProgramSeesThem)
     EXPECT_EQ(jvm->getValue("i"), "i: #42#");
 
     // On to the stop in the instance method: a field of this by its name.
-    const size_t seen = log->stops.size();
-    resume();
-    ASSERT_TRUE(waitStop(seen)) << dump();
+    ASSERT_TRUE(resumeToNextStop()) << dump();
     EXPECT_EQ(lastStop().className, "Gauge");
     EXPECT_EQ(jvm->setValue("level", "100"), "");
     EXPECT_EQ(jvm->setValue("name", "\"set\""), "");

@@ -1,7 +1,7 @@
-// The window operations against a real X server: each test starts its own
+// The window operations against a real X server: the test starts its own
 // Xvfb on a free display (Xvfb picks the number and reports it through
-// -displayfd), optionally the openbox window manager, and a Java program of
-// ours that opens one frame. The frame is found by the Java process id,
+// -displayfd), then the openbox window manager, and launches a Java program
+// of ours that opens one frame. The frame is found by the Java process id,
 // iconified and brought back; a process without windows has none.
 #include "../../platform/X11Windows.h"
 
@@ -70,7 +70,11 @@ protected:
     void TearDown() override
     {
         // Clients first, the server last, and politely, so that Xvfb removes its lock file and socket.
-        app_.reset();
+        if (handler_) {
+            handler_->Disconnect();
+            handler_.reset();
+            setCurrentHandler(nullptr);
+        }
         windowManager_.reset();
         if (savedDisplay_)
             setenv("DISPLAY", savedDisplay_->c_str(), 1);
@@ -82,34 +86,30 @@ protected:
         }
     }
 
-    bool startWindowManager()
-    {
-        windowManager_ = startIfInstalled({"openbox", "--sm-disable"});
-        return windowManager_ && testing::pumpUntil([] { return ewmhWindowManagerRunning(); }, kServerMs);
-    }
-
     std::optional<std::string> savedDisplay_;
     std::unique_ptr<ChildProcess> server_;
     std::unique_ptr<ChildProcess> windowManager_;
-    std::unique_ptr<ChildProcess> app_;
+    std::shared_ptr<JDWPHandler> handler_;
 };
 
-// First without a window manager, then under openbox, which takes the
-// frame over when it starts.
-TEST_F(X11WindowLive, RaisesTheFrameWithoutAndUnderAWindowManager)
+// The debugger launches the program (startVM) and finds its frame by the
+// process it started; first without a window manager, then under openbox,
+// which takes the frame over when it starts and restores it iconified on
+// BringToTop.
+TEST_F(X11WindowLive, RaisesTheLaunchedVMsFrameWithoutAndUnderAWindowManager)
 {
-    app_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{testing::javaPath(), "-cp", testing::testsClassPath(), "WindowApp"});
+    const int port = testing::freeTcpPort();
+    handler_ = JDWPHandler::create();
+    ASSERT_TRUE(handler_->startVM(testing::javaPath(),
+                                  testing::socketAgent(port) + " -cp " + testing::testsClassPath() + " WindowApp", "",
+                                  false, true, 0, "127.0.0.1", std::to_string(port), true));
+    const int32_t pid = handler_->getProcessID();
     int32_t frame = 0;
-    bool ended = false;
     testing::pumpUntil(
-        [&] {
-            frame = findTopLevelWindowOfProcess(app_->pid());
-            return frame != 0 || (ended = app_->wait(0) != -1);
-        },
+        [&] { return (frame = handler_->ProcessIDTohWnd(pid)) != 0 || handler_->myJVM()->JVMState() == VMDead; },
         kWindowMs);
-    ASSERT_FALSE(ended) << "WindowApp ended (does this JDK have its desktop modules?)\n" << app_->output();
-    ASSERT_NE(frame, 0) << "no window of the Java process appeared";
+    ASSERT_NE(frame, 0) << "no window of the launched VM appeared (does this JDK have its desktop modules?)\n"
+                        << handler_->history().dump();
     EXPECT_EQ(findTopLevelWindowOfProcess(getpid()), 0); // a process without windows
 
     EXPECT_FALSE(ewmhWindowManagerRunning());
@@ -122,13 +122,28 @@ TEST_F(X11WindowLive, RaisesTheFrameWithoutAndUnderAWindowManager)
     // Nothing iconifies a window without a window manager.
     EXPECT_FALSE(iconifyWindow(frame));
 
-    const bool managed = startWindowManager();
+    windowManager_ = startIfInstalled({"openbox", "--sm-disable"});
+    const bool managed = windowManager_ && testing::pumpUntil([] { return ewmhWindowManagerRunning(); }, kServerMs);
     if (managed) {
         ASSERT_TRUE(iconifyWindow(frame));
         s = queryWindowState(frame);
         EXPECT_EQ(std::make_tuple(s.iconic, s.viewable, s.focused), std::make_tuple(true, false, false));
         // A minimised frame is still the program's window.
-        EXPECT_EQ(findTopLevelWindowOfProcess(app_->pid()), frame);
+        EXPECT_EQ(handler_->ProcessIDTohWnd(pid), frame);
+        handler_->BringToTop();
+        // The frame takes the focus itself (WM_TAKE_FOCUS): the debuggee's
+        // toolkit thread may first wait for the debugger to handle its
+        // class loads, as any host loop does.
+        testing::pumpUntil(
+            [&] {
+                s = queryWindowState(frame);
+                return !s.iconic && s.viewable && s.focused;
+            },
+            kServerMs);
+        EXPECT_EQ(std::make_tuple(s.iconic, s.viewable, s.focused), std::make_tuple(false, true, true));
+
+        // Its classes loaded, the frame takes the focus without the debugger.
+        ASSERT_TRUE(iconifyWindow(frame));
         EXPECT_TRUE(activateWindow(frame, [&] { ++pumped; }));
         EXPECT_EQ(pumped, 2);
         s = queryWindowState(frame);
@@ -137,45 +152,13 @@ TEST_F(X11WindowLive, RaisesTheFrameWithoutAndUnderAWindowManager)
     }
 
     // Once the process is gone its frame is too, and nothing fails loudly.
-    app_.reset();
+    handler_->Disconnect();
     EXPECT_TRUE(testing::pumpUntil([&] { return !queryWindowState(frame).exists; }, kServerMs));
     const int before = pumped;
     EXPECT_FALSE(activateWindow(frame, [&] { ++pumped; }));
     EXPECT_EQ(pumped, before);
     if (!managed)
         GTEST_SKIP() << "openbox (Debian package openbox) is not installed or did not start: its part did not run";
-}
-
-// The debugger launches the program itself (startVM), finds its frame by the
-// process it started, and BringToTop has the manager restore it iconified.
-TEST_F(X11WindowLive, UnderOpenboxBringToTopRestoresTheLaunchedVMsIconifiedFrame)
-{
-    if (!startWindowManager())
-        GTEST_SKIP() << "openbox (Debian package openbox) is not installed or did not start";
-    const int port = testing::freeTcpPort();
-    auto handler = JDWPHandler::create();
-    ASSERT_TRUE(handler->startVM(testing::javaPath(),
-                                 testing::socketAgent(port) + " -cp " + testing::testsClassPath() + " WindowApp", "",
-                                 false, true, 0, "127.0.0.1", std::to_string(port), true));
-    int32_t frame = 0;
-    testing::pumpUntil([&] { return (frame = handler->ProcessIDTohWnd(handler->getProcessID())) != 0; }, kWindowMs);
-    ASSERT_NE(frame, 0) << "no window of the launched VM appeared";
-
-    ASSERT_TRUE(iconifyWindow(frame));
-    handler->BringToTop();
-    // The frame takes the focus itself (WM_TAKE_FOCUS); a debuggee may need
-    // the debugger's events handled first, as any host loop does.
-    X11WindowState s;
-    testing::pumpUntil(
-        [&] {
-            s = queryWindowState(frame);
-            return !s.iconic && s.viewable && s.focused;
-        },
-        kServerMs);
-    EXPECT_EQ(std::make_tuple(s.iconic, s.viewable, s.focused), std::make_tuple(false, true, true));
-    handler->Disconnect();
-    handler.reset();
-    setCurrentHandler(nullptr);
 }
 
 } // namespace

@@ -10,33 +10,32 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 
 #include "Process.h"
 
 namespace jdwpkrvdbg::testing {
 
+bool PeerLink::fill(int64_t deadline)
+{
+    char buf[65536];
+    for (;;) {
+        pollfd p{fd_, POLLIN, 0};
+        const int64_t left = deadline - nowMs();
+        const int ready = left > 0 ? ::poll(&p, 1, static_cast<int>(left)) : 0;
+        const ssize_t got = ready > 0 ? ::recv(fd_, buf, sizeof buf, 0) : ready;
+        if (got > 0) {
+            pending_.append(buf, static_cast<size_t>(got));
+            return true;
+        }
+        if (got == 0 || errno != EINTR)
+            return false;
+    }
+}
+
 std::string PeerLink::read(size_t n, int timeoutMs)
 {
     const int64_t deadline = nowMs() + timeoutMs;
-    while (pending_.size() < n) {
-        const int64_t left = deadline - nowMs();
-        if (left <= 0)
-            break;
-        pollfd p{fd_, POLLIN, 0};
-        const int ready = ::poll(&p, 1, static_cast<int>(left));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            break;
-        char buf[65536];
-        const ssize_t got = ::recv(fd_, buf, sizeof buf, 0);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        pending_.append(buf, static_cast<size_t>(got));
-    }
+    while (pending_.size() < n && fill(deadline)) {}
     std::string out = pending_.substr(0, n);
     pending_.erase(0, n);
     return out;
@@ -56,36 +55,28 @@ bool PeerLink::send(const std::string& bytes)
     return true;
 }
 
-HostCommand PeerLink::next(int timeoutMs)
+std::optional<Packet> PeerLink::next(int timeoutMs)
 {
-    HostCommand c;
-    const std::string header = read(11, timeoutMs);
-    const auto length = header.size() == 11 ? static_cast<uint32_t>(readBe(header, 0, 4)) : 0u;
-    if (length < 11 || length > (1u << 26))
-        return c;
-    c.payload = read(length - 11, timeoutMs);
-    c.valid = c.payload.size() == length - 11;
-    c.id = static_cast<uint32_t>(readBe(header, 4, 4));
-    c.set = static_cast<unsigned char>(header[9]);
-    c.cmd = static_cast<unsigned char>(header[10]);
-    return c;
+    const int64_t deadline = nowMs() + timeoutMs;
+    bool broken = false;
+    for (;;) {
+        if (auto p = cutPacket(pending_, &broken))
+            return p;
+        if (broken || !fill(deadline))
+            return std::nullopt;
+    }
 }
 
-bool PeerLink::reply(uint32_t id, const std::string& payload, uint16_t error)
+void PeerLink::waitHangUp(int timeoutMs)
 {
-    return send(replyPacket(id, payload, error));
+    // POLLRDHUP alone: what the host sends meanwhile does not wake it.
+    pollfd p{fd_, POLLRDHUP, 0};
+    ::poll(&p, 1, timeoutMs);
 }
 
-bool PeerLink::event(const std::string& compositePayload, uint32_t id)
+bool PeerLink::answer(const Packet& command)
 {
-    return send(eventPacket(compositePayload, id));
-}
-
-bool PeerLink::answer(const HostCommand& command)
-{
-    if (command.set == 1 && command.cmd == 4) // one thread
-        return reply(command.id, be32(1) + be64(1));
-    return reply(command.id, openingAnswer(command.set, command.cmd, nextRequestId_));
+    return send(replyPacket(command.id, openingAnswer(command.set, command.cmd, nextRequestId_)));
 }
 
 bool PeerLink::open()
@@ -93,23 +84,19 @@ bool PeerLink::open()
     if (!readHandshake() || !send("JDWP-Handshake"))
         return false;
     for (;;) {
-        const HostCommand c = next();
-        if (!c.valid || !answer(c))
+        const auto c = next();
+        if (!c || !answer(*c))
             return false;
-        if (c.set == 1 && c.cmd == 9)
+        if (c->set == 1 && c->cmd == 9)
             return true;
     }
 }
 
-void PeerLink::serve(const std::function<bool(const HostCommand&)>& special, int quietMs)
+void PeerLink::serve(const std::function<bool(const Packet&)>& special, int quietMs)
 {
     for (;;) {
-        const HostCommand c = next(quietMs);
-        if (!c.valid)
-            return;
-        if (special && special(c))
-            continue;
-        if (!answer(c))
+        const auto c = next(quietMs);
+        if (!c || (!(special && special(*c)) && !answer(*c)))
             return;
     }
 }
@@ -130,9 +117,12 @@ FaultPeer::FaultPeer(Script script)
         if (::poll(&p, 1, 10000) == 1) {
             const int fd = ::accept4(listen_, nullptr, nullptr, SOCK_CLOEXEC);
             if (fd >= 0) {
-                conn_ = fd;
+                {
+                    std::lock_guard<std::mutex> lock(mutex_);
+                    conn_ = fd;
+                }
                 PeerLink link(fd);
-                script(link, *this);
+                script(link);
                 std::lock_guard<std::mutex> lock(mutex_);
                 conn_ = -1;
                 ::close(fd);
@@ -143,30 +133,17 @@ FaultPeer::FaultPeer(Script script)
 
 FaultPeer::~FaultPeer()
 {
-    release();
-    {
-        // Wakes a script blocked in a read: it sees EOF and returns.
-        std::lock_guard<std::mutex> lock(mutex_);
-        const int fd = conn_.load();
-        if (fd >= 0)
-            ::shutdown(fd, SHUT_RDWR);
-    }
+    hangUp();
     ::shutdown(listen_, SHUT_RDWR);
     thread_.join();
     ::close(listen_);
 }
 
-void FaultPeer::release()
+void FaultPeer::hangUp()
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    released_ = true;
-    cv_.notify_all();
-}
-
-bool FaultPeer::waitReleased(int timeoutMs)
-{
-    std::unique_lock<std::mutex> lock(mutex_);
-    return cv_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return released_; });
+    if (conn_ >= 0)
+        ::shutdown(conn_, SHUT_RDWR);
 }
 
 } // namespace jdwpkrvdbg::testing

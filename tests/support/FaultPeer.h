@@ -12,24 +12,18 @@
 // cannot hang on its peer.
 #pragma once
 
-#include <atomic>
 #include <sys/socket.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "Wire.h"
 
 namespace jdwpkrvdbg::testing {
-
-// One command as the host sent it (socket framing).
-struct HostCommand : SentCommand {
-    bool valid = false; // false: EOF, time-out or a broken frame
-};
 
 // The accepted connection, as the script sees it.
 class PeerLink {
@@ -40,23 +34,29 @@ public:
     std::string read(size_t n, int timeoutMs = 5000);
     bool readHandshake(int timeoutMs = 5000) { return read(14, timeoutMs) == "JDWP-Handshake"; }
     bool send(const std::string& bytes);
-    HostCommand next(int timeoutMs = 5000);
-
-    bool reply(uint32_t id, const std::string& payload, uint16_t error = 0);
-    bool event(const std::string& compositePayload, uint32_t id = 0x7000);
+    // The host's next command (socket framing); nothing on EOF, time-out or
+    // a broken frame.
+    std::optional<Packet> next(int timeoutMs = 5000);
     // The answer an OpenJDK 17 VM gives to the commands of the opening
     // sequence (8-byte ids, version 17, event request ids counting from 1);
     // an empty reply to anything else.
-    bool answer(const HostCommand& command);
+    bool answer(const Packet& command);
     // Handshake, then answers until the opening sequence's Resume.
     bool open();
     // Answers every command until EOF or `quietMs` without one; `special`
     // may take a command over (return true when it did).
-    void serve(const std::function<bool(const HostCommand&)>& special = nullptr, int quietMs = 10000);
+    void serve(const std::function<bool(const Packet&)>& special = nullptr, int quietMs = 10000);
     // Stops sending (the host reads EOF) but keeps reading.
     void shutdownWrite() { ::shutdown(fd_, SHUT_WR); }
+    // Reads nothing until the host closes the connection or the test hangs
+    // up (FaultPeer::hangUp), at most `timeoutMs`.
+    void waitHangUp(int timeoutMs);
 
 private:
+    // One more piece from the host into pending_: false on EOF, an error or
+    // the deadline.
+    bool fill(int64_t deadline);
+
     int fd_;
     std::string pending_;
     uint32_t nextRequestId_ = 1;
@@ -64,25 +64,22 @@ private:
 
 class FaultPeer {
 public:
-    using Script = std::function<void(PeerLink&, FaultPeer&)>;
+    using Script = std::function<void(PeerLink&)>;
 
     explicit FaultPeer(Script script);
     ~FaultPeer();
 
     int port() const { return port_; }
 
-    // A flag the test raises and the script waits for (e.g. "stop waiting
-    // and close now").
-    void release();
-    bool waitReleased(int timeoutMs);
+    // Shuts the connection down under the script: a read or waitHangUp
+    // returns at once.
+    void hangUp();
 
 private:
     int listen_ = -1;
-    std::atomic<int> conn_{-1};
+    int conn_ = -1;
     int port_ = 0;
     std::mutex mutex_;
-    std::condition_variable cv_;
-    bool released_ = false;
     std::thread thread_;
 };
 

@@ -2,10 +2,13 @@
 // event log, launchers for a test program over the socket and the
 // shared-memory transport, and waits for stops and for the end that resume
 // past other stops. The library's clock is a shifted one that tests may move
-// on (time-outs then cost no real time).
+// on (time-outs then cost no real time). A fixture made with the test
+// program's source file finds its lines by their "// @marker" comments.
 #pragma once
 
 #include <functional>
+#include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +18,8 @@ namespace jdwpkrvdbg::testing {
 
 class LiveSessionTest : public ::testing::Test {
 protected:
+    explicit LiveSessionTest(std::string source = "") : source_(std::move(source)) {}
+    int lineAt(const std::string& marker) const { return lineOf(source_, "// " + marker); }
     void SetUp() override
     {
         handler = JDWPHandler::create();
@@ -60,13 +65,18 @@ protected:
     }
     const EventLog::Stop& lastStop() const { return log->stops.back(); }
     void resume() { jvm->ResumeVM(true); }
+    // Resumes and waits for the next stop (false at the end or on time-out).
+    bool resumeToNextStop()
+    {
+        const size_t seen = log->stops.size();
+        resume();
+        return waitStop(seen);
+    }
     // Resumes past other stops until one at `lineNr`.
     bool resumeToStopAt(int lineNr)
     {
         for (int guard = 0; guard < 10; ++guard) {
-            const size_t seen = log->stops.size();
-            resume();
-            if (!waitStop(seen))
+            if (!resumeToNextStop())
                 return false;
             if (lastStop().line == lineNr)
                 return true;
@@ -102,6 +112,9 @@ protected:
     std::shared_ptr<EventLog> log;
     std::shared_ptr<JXMachine> jvm;
     TickShift clock;
+
+private:
+    std::string source_;
 };
 
 } // namespace jdwpkrvdbg::testing

@@ -46,9 +46,8 @@ void ScriptedVM::installDefaults()
             out = openingAnswer(c.set, c.cmd, nextRequestId_);
             return true;
         });
-    onPayload(15, 2, "");
-    onPayload(1, 9, "");
-    onPayload(1, 8, "");
+    for (const auto& [set, cmd] : {std::pair{15, 2}, std::pair{1, 9}, std::pair{1, 8}})
+        onPayload(set, cmd, "");
 }
 
 void ScriptedVM::onSend(const std::string& data)

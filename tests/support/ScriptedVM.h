@@ -27,8 +27,6 @@ public:
 
     explicit ScriptedVM(std::shared_ptr<ScriptedTransport> transport);
     ~ScriptedVM();
-    ScriptedVM(const ScriptedVM&) = delete;
-    ScriptedVM& operator=(const ScriptedVM&) = delete;
 
     // Canned answer for every command of (set, cmd).
     void on(int set, int cmd, Answer answer) { answers_[{set, cmd}] = std::move(answer); }

@@ -67,19 +67,14 @@ TEST(ByteStrings, ReadersTreatBytesOutsideTheBufferAsMissing)
         EXPECT_EQ(BytesToNumber(buf, position, width, littleEndian), expected) << "position " << position;
     EXPECT_EQ(BytesToNumber(""s, 1, 8, false), 0);
 
-    double d = -5;
-    EXPECT_EQ(ReadNumber(buf, 2, d, 4), 4);
-    EXPECT_EQ(d, 0x02030000);
     int32_t l = 0;
     EXPECT_EQ(ReadLong("\xff\xff\xff\xff"s, 1, l, 4), 4);
     EXPECT_EQ(l, -1); // a hostile count never becomes a huge loop bound
 }
 
-TEST(ByteStrings, StringsAreLengthPrefixedAndReadWithinTheBuffer)
+TEST(ByteStrings, LengthPrefixedStringsAreReadWithinTheBuffer)
 {
-    EXPECT_EQ(LengthPrefixed("Form1"), "\x00\x00\x00\x05" "Form1"s);
-    EXPECT_EQ(LengthPrefixed(""), "\x00\x00\x00\x00"s);
-
+    // Written by the builders (their golden table); read here.
     const std::tuple<std::string, int64_t, std::string, int64_t> cases[] = {
         {"\x00\x00\x00\x03" "abc"s, 1, "abc", 7}, {"\xff\x00\x00\x00\x02" "hi!"s, 2, "hi", 6},
         {"\x00\x00\x00\x0a" "abc"s, 1, "abc", 14},  // truncated: only what is there
@@ -97,8 +92,8 @@ TEST(ByteStrings, StringsAreLengthPrefixedAndReadWithinTheBuffer)
 TEST(ByteStrings, ReadSignedNumberGoldenVectors)
 {
     const std::tuple<std::string, int, double> cases[] = {
-        {"\xff"s, 1, 255}, {"\xff\xff"s, 2, -1}, {"\x80\x00"s, 2, -32768}, {"\xff\xff\xff\xfe"s, 4, -2},
-        {"\x80\x00\x00\x00"s, 4, -2147483648.0}, {"\xff\xff\xff"s, 3, 16777215},
+        // Widths 1, 2 and 4 are read by the tagged-value table (B, C, S, I).
+        {"\xff\xff\xff"s, 3, 16777215},
         {"\x00\x00\x55\xce\xcb\xfa\x25\x50"s, 8, kBigMethodId},
         {"\x80\x00\x00\x00\x00\x00\x00\x00"s, 8, -9223372036854775808.0},
         {"\xff\xff"s, 4, 0xffff0000 - 4294967296.0}, // missing low bytes count 0
@@ -130,23 +125,16 @@ TEST_F(ByteStringsSession, LocationsAndStepsUseTheObjectWidth)
     // A step: thread (object width) then size then depth.
     const JDWPStepStruct step{.threadID = 6, .stepDepth = SD_OUT, .StepSize = JDWPStepSize::SS_LINE};
     EXPECT_EQ(hex(EncodeStep(step)), hex("\x00\x00\x00\x06" "\x00\x00\x00\x01" "\x00\x00\x00\x02"s));
-
-    // A location cut short reads its missing bytes as 0 and still reports
-    // its full size.
-    setWidths(8, 8, 8, 8, 8);
-    JDWPJLocation part;
-    EXPECT_EQ(ReadLocation("\x01\x00\x00"s, 1, part), 25);
-    EXPECT_EQ(part.ClassID, 0);
+    // A location cut short is a fuzz seed (fuzz/corpus/events/hostile-cut-location).
 }
 
 TEST(ByteStrings, ModifiedUtf8ToStandardUtf8)
 {
     const std::string fffd = "\xef\xbf\xbd"s;
     const std::tuple<const char*, std::string, std::string> cases[] = {
-        {"empty", ""s, ""s}, {"NUL as C0 80", "a\xc0\x80" "b"s, "a\x00" "b"s},
-        {"surrogate pair", "\xed\xa0\xbd\xed\xb8\x80"s, "\xf0\x9f\x98\x80"s},
+        // NUL, two-byte letters and a surrogate pair are read from string
+        // values by the value decoder tests and the live ones.
         {"plain 4-byte", "\xf0\x9f\x98\x80"s, "\xf0\x9f\x98\x80"s},
-        {"two-byte", "Gr\xc3\xbc\xc3\x9f" "e"s, "Gr\xc3\xbc\xc3\x9f" "e"s},
         {"lone high surrogate", "\xed\xa0\xbd" "x"s, fffd + "x"}, {"lone low surrogate", "\xed\xb8\x80"s, fffd},
         {"truncated two-byte", "a\xc3"s, "a" + fffd}, {"truncated pair", "\xed\xa0\xbd\xed\xb8"s, fffd + fffd},
         {"bad continuation", "\xc3" "A"s, fffd + "A"}, {"overlong C1", "\xc1\x81"s, fffd + fffd},

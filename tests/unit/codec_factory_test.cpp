@@ -23,17 +23,26 @@ using Build = std::function<Msg(JDWPMessageFactory&)>;
 #define B(call) #call, [](JDWPMessageFactory& f) { return f.call; }
 
 constexpr double kBigMethodId = 94346673792336.0; // 0x55cecbfa2550
+// Every identifier kind has its own width, so a builder that takes the wrong
+// one is seen: object 4, method 8, field 2, frame 6. The reference-type
+// width (1) is never used; class and thread group ids take the object width.
 // Class 5, thread 6, frame 7, object 9, field 10, thread group 11.
-const std::string C5 = be64(5), T6 = be64(6), FR7 = be64(7), OB9 = be64(9), F10 = be64(10), G11 = be64(11);
+const std::string C5 = "\x00\x00\x00\x05"s, T6 = "\x00\x00\x00\x06"s, FR7 = "\x00\x00\x00\x00\x00\x07"s,
+                  OB9 = "\x00\x00\x00\x09"s, F10 = "\x00\x0a"s, G11 = "\x00\x00\x00\x0b"s;
 const std::string MBIG = "\x00\x00\x55\xce\xcb\xfa\x25\x50"s;
 const std::string INT0 = "\x00\x00\x00\x00"s, INT1 = "\x00\x00\x00\x01"s;
 
 class FactoryTest : public SessionTest {
 protected:
+    void SetUp() override
+    {
+        SessionTest::SetUp();
+        setWidths(4, 8, 2, 6, 1);
+    }
     JDWPMessageFactory& factory() { return *handler->myFactory(); }
 };
 
-TEST_F(FactoryTest, EveryBuilderWithEightByteIds)
+TEST_F(FactoryTest, EveryBuilderWithEachIdentifierInItsWidth)
 {
     const struct {
         const char* name;
@@ -67,7 +76,7 @@ TEST_F(FactoryTest, EveryBuilderWithEightByteIds)
         {B(createGetFrameMessage(6, 0, 3)), 11, 6, T6 + INT0 + "\x00\x00\x00\x03"s},
         {B(createGetFrameCountMessage(6)), 11, 7, T6},
         {B(createGetValueBySlotMessage(6, 7)), 6, 1, T6 + FR7}, // intended: set 6
-        {B(createGetFieldValuesMessage(9, {10, 5})), 9, 2, OB9 + "\x00\x00\x00\x02"s + F10 + C5},
+        {B(createGetFieldValuesMessage(9, {10, 5})), 9, 2, OB9 + "\x00\x00\x00\x02"s + F10 + "\x00\x05"s},
         {B(createGetStaticFieldValuesMessage(5, {10})), 2, 6, C5 + INT1 + F10},
         {B(createGetValues(6, 7, {{3, "I"}, {0, "Lpkg/Name;"}})), 16, 1,
          T6 + FR7 + "\x00\x00\x00\x02" "\x00\x00\x00\x03" "I" "\x00\x00\x00\x00" "L"s},
@@ -88,34 +97,16 @@ TEST_F(FactoryTest, EveryBuilderWithEightByteIds)
     }
 }
 
-TEST_F(FactoryTest, EachIdentifierTakesItsOwnWidthAndRequestsKeepTheirContext)
+TEST_F(FactoryTest, RequestsKeepTheirContextAndTakeTheHandlersPacketIds)
 {
-    // Object 4, method 8, field 2, frame 6; the reference-type width (1) is
-    // never used, class ids take the object width.
-    setWidths(4, 8, 2, 6, 1);
-    EXPECT_EQ(hex(factory().createGetValue(6, 7, 3, "I")->myData),
-              hex("\x00\x00\x00\x06" "\x00\x00\x00\x00\x00\x07" "\x00\x00\x00\x01" "\x00\x00\x00\x03" "\x49"s));
-    EXPECT_EQ(hex(factory().createGetFieldValueMessage(9, 10)->myData),
-              hex("\x00\x00\x00\x09" "\x00\x00\x00\x01" "\x00\x0a"s));
-    EXPECT_EQ(hex(factory().createInvokeStaticMethodMessage(5, 6, kBigMethodId)->myData),
-              hex("\x00\x00\x00\x05" "\x00\x00\x00\x06"s + MBIG + INT0 + INT0));
-    EXPECT_EQ(hex(factory().createSetLocalValueMessage(6, 7, 3, "Z\x01"s)->myData),
-              hex("\x00\x00\x00\x06" "\x00\x00\x00\x00\x00\x07" "\x00\x00\x00\x01" "\x00\x00\x00\x03" "Z\x01"s));
-    EXPECT_EQ(hex(factory().createSetStaticFieldValueMessage(5, 10, "\x01"s)->myData),
-              hex("\x00\x00\x00\x05" "\x00\x00\x00\x01" "\x00\x0a" "\x01"s));
-    // All four bytes: a 64-bit VM's method id keeps only its low bytes.
-    setWidths(4, 4, 4, 4, 4);
-    EXPECT_EQ(hex(factory().createGetVariableTableMessage(5, kBigMethodId)->myData),
-              hex("\x00\x00\x00\x05" "\xcb\xfa\x25\x50"s));
-
     // The context the reply decoders look up through the request: class,
-    // method, thread, frame, object.
+    // method, thread, frame, object. That of the class and method table
+    // requests is used by the model's lazy loading (ModelRegistry tests).
     const struct {
         const char* name;
         Build build;
         std::vector<double> context;
     } cases[] = {
-        {B(createGetMethodsMessage(5)), {5, 0, 0, 0, 0}}, {B(createGetLineTableMessage(5, 8)), {5, 8, 0, 0, 0}},
         {B(createGetValue(6, 7, 1, "I")), {0, 0, 6, 7, 0}}, {B(createInvokeMethodMessage(9, 6, 5, 8)), {0, 0, 0, 0, 9}},
         {B(createGetFrameCountMessage(6)), {0, 0, 6, 0, 0}},
     };
@@ -130,71 +121,52 @@ TEST_F(FactoryTest, EachIdentifierTakesItsOwnWidthAndRequestsKeepTheirContext)
     }
     EXPECT_FALSE(factory().createInvokeStaticMethodMessage(5, 6, 8)->hasDataContainer());
 
-    // Packet ids count up from 1 and belong to the handler, not the factory.
-    handler->myMaxSendID = 0;
-    EXPECT_EQ(factory().createGetVersionMessage()->myID, 1);
+    // Packet ids belong to the handler, not the factory (that they count up
+    // from 1 is a session test's).
     handler->myMaxSendID = 41;
     EXPECT_EQ(JDWPMessageFactory().createExitMessage()->myID, 42);
     EXPECT_EQ(handler->myMaxSendID, 42);
 }
 
-TEST_F(FactoryTest, EventRequestsEncodeEveryModifierKind)
+// A request's head, the count, location, step, thread and class exclusion
+// modifiers, and the default ones behind a request's own, are pinned by the
+// bytes of the breakpoint and step requests the model sends
+// (ModelBreakpoints.RequestBytes, EventDecoders).
+JDWPModifier modifier(ModifierKind kind, const std::string& text, double number = 0, bool caught = false)
 {
-    using Set = std::function<void(JDWPModifier&)>;
-    auto mod = [](ModifierKind kind, const Set& set) {
-        JDWPModifier m;
-        m.Kind = kind;
-        set(m);
-        return m;
-    };
+    JDWPModifier m;
+    m.Kind = kind;
+    m.RefString = text;
+    m.RefLong = number;
+    m.RefCaught = caught;
+    return m;
+}
+
+TEST_F(FactoryTest, EventRequestsEncodeTheOtherModifierKinds)
+{
     const struct {
         const char* name;
         JDWPModifier mod;
         std::string bytes;
     } cases[] = {
-        {"count", mod(MK_Count, [](auto& m) { m.RefLong = 3; }), "\x01\x00\x00\x00\x03"s},
-        {"class match", mod(MK_ClassMatch, [](auto& m) { m.RefString = "Form1"; }), "\x05\x00\x00\x00\x05" "Form1"s},
-        {"class exclude", mod(MK_ClassExclude, [](auto& m) { m.RefString = "java.*"; }),
-         "\x06\x00\x00\x00\x06" "java.*"s},
-        {"location", mod(MK_LocationOnly, [](auto& m) { m.RefLocation = {TT_CLASS, 5, kBigMethodId, 16}; }),
-         "\x07\x01"s + C5 + MBIG + "\x00\x00\x00\x00\x00\x00\x00\x10"s},
+        {"class match", modifier(MK_ClassMatch, "Form1"), "\x05\x00\x00\x00\x05" "Form1"s},
         // The exception class is always 0 (any), whatever RefLong says.
-        {"exception", mod(MK_ExceptionOnly, [](auto& m) { m.RefLong = 99; m.RefCaught = true; m.RefUncaught = false; }),
-         "\x08"s + std::string(8, '\0') + "\x01\x00"s},
-        {"step", mod(MK_Step, [](auto& m) { m.RefStep = {6, SD_OUT, JDWPStepSize::SS_LINE}; }),
-         "\x0a"s + T6 + "\x00\x00\x00\x01" "\x00\x00\x00\x02"s},
-        {"source name", mod(MK_SourceNameMatch, [](auto& m) { m.RefString = "*.java"; }),
-         "\x0c\x00\x00\x00\x06" "*.java"s},
-        {"thread only", mod(MK_ThreadOnly, [](auto& m) { m.RefLong = 6; }), "\x03"s + T6},
-        {"unknown kind: the kind byte alone", mod(static_cast<ModifierKind>(4), [](auto& m) { m.RefLong = 1; }),
-         "\x04"s},
+        {"exception", modifier(MK_ExceptionOnly, "", 99, true), "\x08"s + INT0 + "\x01\x00"s},
+        {"source name", modifier(MK_SourceNameMatch, "*.java"), "\x0c\x00\x00\x00\x06" "*.java"s},
+        {"unknown kind: the kind byte alone", modifier(static_cast<ModifierKind>(4), "", 1), "\x04"s},
     };
     for (const auto& c : cases) {
         JDWPDefaultFilter f = factory().getModifier({c.mod}, 1);
         EXPECT_EQ(f.FilterCount, 1) << c.name;
         EXPECT_EQ(hex(f.FilterString), hex(c.bytes)) << c.name;
     }
-    const JDWPModifier &count = cases[0].mod, &step = cases[5].mod;
-    const std::string &countBytes = cases[0].bytes, &stepBytes = cases[5].bytes;
-
-    // The description's example.
-    auto prepare =
-        factory().createGetEventRequestMessageII(EK_CLASS_PREPARE, JDWPSuspendPolicy::SS_All, {cases[1].mod}, 1);
-    EXPECT_EQ(prepare->myCommand, ER_SET);
-    EXPECT_EQ(hex(prepare->myData), hex("\x08\x02\x00\x00\x00\x01\x05\x00\x00\x00\x05" "Form1"s));
-
-    // Own modifiers first, then the default ones; the count covers both.
-    const JDWPDefaultFilter defaults{2, "<two encoded>", 0};
-    auto stepRequest = factory().createGetEventRequestMessage(EK_SINGLE_STEP, JDWPSuspendPolicy::SS_EVENT_THREAD,
-                                                              {step, count}, 2, defaults);
-    EXPECT_EQ(hex(stepRequest->myData), hex("\x01\x01\x00\x00\x00\x04"s + stepBytes + countBytes + "<two encoded>"));
 
     // No modifiers, and a count that overstates the array.
     EXPECT_EQ(hex(factory().createGetEventRequestMessageII(EK_THREAD_START, JDWPSuspendPolicy::SS_NONE, {}, 0)->myData),
               hex("\x06\x00\x00\x00\x00\x00"s));
-    JDWPDefaultFilter over = factory().getModifier({count}, 5);
+    JDWPDefaultFilter over = factory().getModifier({cases[2].mod}, 5);
     EXPECT_EQ(over.FilterCount, 1);
-    EXPECT_EQ(hex(over.FilterString), hex(countBytes));
+    EXPECT_EQ(hex(over.FilterString), hex(cases[2].bytes));
 }
 
 TEST_F(FactoryTest, ExclusionFilterIsCachedOnlyWhileTheStampIsZero)
@@ -204,20 +176,14 @@ TEST_F(FactoryTest, ExclusionFilterIsCachedOnlyWhileTheStampIsZero)
     // Stamp 0: the initial, empty cache; no exclusions are sent yet.
     jvm()->myLastCleanupStamp = 0;
     JDWPDefaultFilter initial = factory().getExcludeModifier();
-    EXPECT_EQ(initial.FilterCount, 0);
-    EXPECT_TRUE(initial.FilterString.empty());
+    EXPECT_EQ(std::tuple(initial.FilterCount, initial.FilterString), std::tuple(0, ""s));
 
     // Any other stamp: rebuilt from the session's exclusions on every call.
     jvm()->myLastCleanupStamp = 5;
-    for (const auto& exclusions : {std::vector<std::string>{"java.*", "Form"}, std::vector<std::string>{"sun.*"}}) {
-        jvm()->setExcludeClassName(exclusions);
-        auto mods = jvm()->getExcludeModifier();
-        JDWPDefaultFilter expected = factory().getModifier(mods, static_cast<int32_t>(mods.size()));
-        JDWPDefaultFilter built = factory().getExcludeModifier();
-        EXPECT_EQ(built.FilterCount, expected.FilterCount);
-        EXPECT_EQ(hex(built.FilterString), hex(expected.FilterString));
-        EXPECT_EQ(built.FilterStamp, 0);
-    }
+    jvm()->setExcludeClassName({"sun.*"});
+    JDWPDefaultFilter rebuilt = factory().getExcludeModifier();
+    EXPECT_EQ(std::tuple(rebuilt.FilterCount, hex(rebuilt.FilterString), rebuilt.FilterStamp),
+              std::tuple(1, hex("\x06\x00\x00\x00\x05" "sun.*"s), 0));
 }
 
 } // namespace

@@ -25,17 +25,15 @@ TEST(Ieee, GoldenVectors)
     auto same = [](double a, double b) { return std::isnan(a) ? std::isnan(b) : a == b; };
     using Case = std::tuple<const char*, std::string, bool, double>; // name, bytes, big-endian, value
     const Case doubles[] = {
-        {"one", "\x3f\xf0\x00\x00\x00\x00\x00\x00"s, true, 1},
-        {"one little-endian", "\x00\x00\x00\x00\x00\x00\xf0\x3f"s, false, 1},
+        // Ordinary values in either byte order: the bit-pattern test below.
         {"all zero", "\x00\x00\x00\x00\x00\x00\x00\x00"s, true, 0},
         {"negative zero", "\x80\x00\x00\x00\x00\x00\x00\x00"s, true, -std::ldexp(1.0, -1023)},
         {"smallest subnormal", "\x00\x00\x00\x00\x00\x00\x00\x01"s, true,
          std::ldexp(1.0, -1023) * (1 + std::ldexp(1.0, -52))},
         {"largest finite", "\x7f\xef\xff\xff\xff\xff\xff\xff"s, true, DBL_MAX},
-        {"infinity", "\x7f\xf0\x00\x00\x00\x00\x00\x00"s, true, inf},
-        {"minus infinity", "\xff\xf0\x00\x00\x00\x00\x00\x00"s, true, -inf},
         {"minus infinity little-endian", "\x00\x00\x00\x00\x00\x00\xf0\xff"s, false, -inf},
-        {"NaN", "\x7f\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
+        // Java's NaN and the infinities of either width are read and shown by
+        // the tagged-value table and the live value tests.
         {"negative NaN", "\xff\xf8\x00\x00\x00\x00\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\xf0\x00\x00\x00\x00\x00\x01"s, true, nan},
         {"wrong length", "\x3f\xf0\x00"s, true, -1},
@@ -45,23 +43,16 @@ TEST(Ieee, GoldenVectors)
         EXPECT_PRED2(same, ieee.Ieee64stov(bytes, bigEndian), value) << name;
 
     const Case singles[] = {
-        {"one", "\x3f\x80\x00\x00"s, true, 1},
         {"all zero", "\x00\x00\x00\x00"s, true, 0},
         {"negative zero is a tiny negative", "\x80\x00\x00\x00"s, true, -std::ldexp(1.0, -127)},
         {"largest finite", "\x7f\x7f\xff\xff"s, true, FLT_MAX},
-        {"infinity", "\x7f\x80\x00\x00"s, true, inf},
-        {"minus infinity", "\xff\x80\x00\x00"s, true, -inf},
-        {"NaN", "\x7f\xc0\x00\x00"s, true, nan},
         {"negative NaN", "\xff\xc0\x00\x00"s, true, nan},
         {"NaN with the lowest fraction bit only", "\x7f\x80\x00\x01"s, true, nan},
         {"little-endian", "\xdb\x0f\x49\x40"s, false, static_cast<double>(3.14159274101257324f)},
         {"wrong length", "\x3f\x80\x00\x00\x00"s, true, -1},
     };
-    for (const auto& [name, bytes, bigEndian, value] : singles) {
+    for (const auto& [name, bytes, bigEndian, value] : singles)
         EXPECT_PRED2(same, ieee.Ieee32stov(bytes, bigEndian), value) << name;
-        // The caller narrows to single precision; the special values survive it.
-        EXPECT_PRED2(same, static_cast<float>(ieee.Ieee32stov(bytes, bigEndian)), static_cast<float>(value)) << name;
-    }
 }
 
 // Values the debugger sets are written as their exact bit pattern; a float

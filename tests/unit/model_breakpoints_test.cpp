@@ -26,14 +26,6 @@ protected:
         jvm()->addClass(cls, printInfo);
         return cls;
     }
-
-    std::string defaultExcludes() const
-    {
-        std::string out;
-        for (const char* p : {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"})
-            out += u8(6) + jstr(p);
-        return out;
-    }
 };
 
 TEST_F(ModelBreakpoints, RequestBytes)
@@ -49,6 +41,9 @@ TEST_F(ModelBreakpoints, RequestBytes)
         s->registerStepEvent(depth);
     };
     const std::string location = u8(1) + be64(0x40) + be64(kMethod);
+    std::string defaultExcludes;
+    for (const char* p : {"java.*", "javax.*", "sun.*", "com.sun.*", "VBA.*", "Form"})
+        defaultExcludes += u8(6) + jstr(p);
     // The step rows end with the session's default class exclusions.
     const struct { const char* what; std::function<void()> act; int cmd; std::string payload; } rows[] = {
         {"line breakpoint", [&] { jvm()->addBreakpoint("pkg/Name", 11); }, 1,
@@ -60,9 +55,9 @@ TEST_F(ModelBreakpoints, RequestBytes)
         {"clear of a breakpoint, by the id the scripted VM handed out",
          [&] { jvm()->removeBreakpoint("pkg/Name", 11); }, 2, u8(2) + be32(41)},
         {"step, count 0", [&] { step(SD_OVER, 0); }, 1,
-         "\x01\x02" + be32(7) + u8(10) + be64(0x1234) + be32(1) + be32(1) + defaultExcludes()},
+         "\x01\x02" + be32(7) + u8(10) + be64(0x1234) + be32(1) + be32(1) + defaultExcludes},
         {"step, count 3", [&] { step(SD_OUT, 3); }, 1,
-         "\x01\x02" + be32(8) + u8(10) + be64(0x1234) + be32(1) + be32(2) + u8(1) + be32(3) + defaultExcludes()},
+         "\x01\x02" + be32(8) + u8(10) + be64(0x1234) + be32(1) + be32(2) + u8(1) + be32(3) + defaultExcludes},
         {"clear of an entry without a class goes out as a step clear (intended)",
          [] { JXBreakpoint b; b.RequestEventID = 9; b.unregisterBreakPoint(); }, 2, u8(1) + be32(9)},
         {"asynchronous step clear",
@@ -135,47 +130,38 @@ TEST_F(ModelBreakpoints, NestedAndAnonymousClassesRegisterTheirWaitingEntriesWit
     EXPECT_TRUE(jvm()->breakpoints().front()->UsedByVM);
 }
 
-TEST_F(ModelBreakpoints, AFailedClearKeepsTheEntry)
+// Collection items are CLASS:LINE, the malformed ones reported; removal by
+// class takes the entries of exactly that name and returns them; an entry
+// whose clear the VM refused is kept.
+TEST_F(ModelBreakpoints, CollectionItemsRemovalByClassAndAFailedClear)
 {
     loadTarget(false);
-    ASSERT_TRUE(jvm()->addBreakpoint("pkg/Name", 10));
-    ASSERT_TRUE(jvm()->breakpoints()[0]->UsedByVM);
-    vm->onPayload(15, 2, "", 41 /* INVALID_EVENT_TYPE-like failure */);
-    EXPECT_FALSE(jvm()->removeBreakpoint("pkg/Name", 10));
-    EXPECT_EQ(jvm()->breakpoints().size(), 1u);
-    vm->onPayload(15, 2, "");
-    EXPECT_TRUE(jvm()->removeBreakpoint("pkg/Name", 10));
-    EXPECT_TRUE(jvm()->breakpoints().empty());
-}
-
-TEST_F(ModelBreakpoints, CollectionItemsAreClassColonLine)
-{
-    loadTarget(false);
-    const JXBreakpointCollection items{"pkg/Name:30", " Lpkg/Name; : 31 ", "no-colon", "pkg/Name:x",
-                                       ":5",          "pkg/Name:0",         "pkg/Name:30"};
+    const JXBreakpointCollection items{"pkg/Name:10", " Lpkg/Name; : 12 ", "no-colon", "pkg/Name:x",
+                                       ":5",          "pkg/Name:0",         "pkg/Name:10"};
     EXPECT_FALSE(jvm()->addBreakpointByCollection(items)) << "malformed items are reported";
     const auto& bps = jvm()->breakpoints();
     ASSERT_EQ(bps.size(), 2u);
     EXPECT_EQ(std::tuple(bps[0]->ClassName, bps[0]->LineNr, bps[1]->ClassName, bps[1]->LineNr),
-              std::tuple("pkg/Name", 30, "Lpkg/Name;", 31));
+              std::tuple("pkg/Name", 10, "Lpkg/Name;", 12));
     EXPECT_TRUE(jvm()->addBreakpointByCollection({"a/B:1"}));
-}
 
-TEST_F(ModelBreakpoints, RemoveByClassReturnsTheEntriesItRemoved)
-{
-    loadTarget(false);
-    jvm()->addBreakpoint("pkg/Name", 10);
     jvm()->addStopPoint("pkg/Name", "Work", 0);
-    jvm()->addBreakpoint("Lpkg/Name;", 12);
     const auto removed = jvm()->removeBreakpointByClass("pkg/Name");
     ASSERT_EQ(removed.size(), 2u);
     EXPECT_FALSE(removed[0]->StopPoint);
     EXPECT_TRUE(removed[1]->StopPoint);
-    ASSERT_EQ(jvm()->breakpoints().size(), 1u) << "exact name comparison";
-    EXPECT_EQ(jvm()->breakpoints()[0]->ClassName, "Lpkg/Name;");
+    ASSERT_EQ(bps.size(), 2u) << "exact name comparison";
+    EXPECT_EQ(bps[0]->ClassName, "Lpkg/Name;");
+    ASSERT_TRUE(bps[0]->UsedByVM);
+    vm->onPayload(15, 2, "", 41 /* INVALID_EVENT_TYPE-like failure */);
+    EXPECT_FALSE(jvm()->removeBreakpoint("Lpkg/Name;", 12));
+    EXPECT_EQ(bps.size(), 2u);
+    vm->onPayload(15, 2, "");
+    EXPECT_TRUE(jvm()->removeBreakpoint("Lpkg/Name;", 12));
+    EXPECT_EQ(bps.size(), 1u);
 }
 
-TEST_F(ModelBreakpoints, StepRegistersThenResumesAndTheNextStepClearsTheLastOne)
+TEST_F(ModelBreakpoints, AStepRegistersThenResumesTheNextClearsItAndARefusedOneReleasesTheGuard)
 {
     EXPECT_TRUE(jvm()->ResumeVMStepByStep(false, 0x99, SD_OVER));
     EXPECT_EQ(wire(), (Wire{{15, 1}, {1, 9}})) << "a step request, then a plain resume";
@@ -196,11 +182,10 @@ TEST_F(ModelBreakpoints, StepRegistersThenResumesAndTheNextStepClearsTheLastOne)
     EXPECT_EQ(jvm()->myLastStepEvent, nullptr);
     jvm()->unregisterLastStepEvent();
     EXPECT_EQ(countOf(15, 2), 1u) << "the second call has nothing left to clear";
-}
 
-TEST_F(ModelBreakpoints, StepGuards)
-{
     // A refused step releases the guard and does not resume.
+    jvm()->myStepInProcess = false;
+    vm->clearCommands();
     vm->onPayload(15, 1, "", 10 /* INVALID_THREAD */);
     EXPECT_FALSE(jvm()->ResumeVMStepByStep(false, 0x99));
     EXPECT_FALSE(jvm()->myStepInProcess);

@@ -8,6 +8,8 @@
 // a field, a static and a string.
 // The tables of byte literals keep their hand layout:
 // clang-format off
+#include <set>
+
 #include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
@@ -63,7 +65,7 @@ TEST_F(ModelSession, HoldEventsRetriesErrorsTwelveTimesButNotATimeOut)
 // A class pkg/A whose static method run has locals `a` (an object), `s` (a
 // string), `nan`, `inf`, `infinity` and `k` (ints; pkg/A also has a static
 // field k), stopped in thread 1, frame 9. The object is of class pkg/B with
-// an int field `b` and a getter `label`.
+// an int field `b`, a final int field `c` and a getter `label`.
 class ModelValues : public ModelTest {
 protected:
     static constexpr uint64_t kRun = 0x55cecbfa2550;
@@ -103,16 +105,9 @@ protected:
                      {0, "inf", "I", 100, 4},     {0, "infinity", "I", 100, 5},          {0, "k", "I", 100, 6}};
         vars.slotsCount = static_cast<double>(vars.Slot.size());
         run->SetVariableTable(vars);
-        auto field = [](double id, const std::string& name, double bits) {
-            auto f = std::make_shared<JXField>();
-            f->FieldID = id;
-            f->FieldName = name;
-            f->FieldSignature = "I";
-            f->FieldBits = bits;
-            return f;
-        };
-        b->addField(field(0x31, "b", 0));
-        a->addField(field(0x41, "k", 8));
+        b->addField(std::make_shared<JXField>(JXField{0x31, "b", "I", 0}));
+        b->addField(std::make_shared<JXField>(JXField{0x32, "c", "I", 0x10})); // final
+        a->addField(std::make_shared<JXField>(JXField{0x41, "k", "I", 8}));    // static
         locals = {{1, {{0, "L" + be64(0x77)}}}, {2, {{0, "s" + be64(0x78)}}}, {3, {{0, intValue(3)}}},
                   {4, {{0, intValue(4)}}},      {5, {{0, intValue(5)}}},      {6, {{0, intValue(6)}}}};
         vm->on(11, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
@@ -142,6 +137,16 @@ protected:
         jvm()->GoBreakpoint(0, 1, "pkg/A", 0x100, kRun, 10, 0);
         vm->clearCommands();
     }
+    // The commands sent, as "set/cmd payload", of the given kinds only (all
+    // when none are given).
+    std::vector<std::string> sent(const std::set<std::pair<int, int>>& only = {}) const
+    {
+        std::vector<std::string> out;
+        for (const auto& c : vm->commands())
+            if (only.empty() || only.count({c.set, c.cmd}))
+                out.push_back(std::to_string(c.set) + "/" + std::to_string(c.cmd) + " " + c.payload);
+        return out;
+    }
     // A new suspension in thread 1: the frame is asked for again.
     void newStop()
     {
@@ -156,16 +161,6 @@ protected:
                   be64(0));
     }
 };
-
-// The cut comes before the escaping: a `#` inside the limit is written as
-// its three-character escape and does not count against it.
-TEST_F(ModelValues, ValuesAreCutThenEscaped)
-{
-    jvm()->setMaxValueSize(22);
-    EXPECT_EQ(jvm()->getValue("s"), "s: #xxxxxxxxxxxxxxxxxxxx{~}y#");
-    EXPECT_FALSE(jvm()->evaluating());
-    EXPECT_FALSE(jvm()->muteStateEvents());
-}
 
 // Only what is written as a number is one; what else the C library would
 // read as a number (nan, inf, infinity, hexadecimal) is a name.
@@ -256,10 +251,7 @@ TEST_F(ModelValues, FrameZeroIsPredictedAndARefusedPredictionIsAskedFor)
         frameID += stops[i].generations * 0x10000;
         vm->clearCommands();
         EXPECT_EQ(jvm()->getValue("k"), "k: #6#");
-        std::vector<std::string> sent;
-        for (const auto& c : vm->commands())
-            sent.push_back(std::to_string(c.set) + "/" + std::to_string(c.cmd) + " " + c.payload);
-        EXPECT_EQ(sent, stops[i].sent);
+        EXPECT_EQ(sent(), stops[i].sent);
         EXPECT_EQ(jvm()->currentFrameID(), static_cast<double>(frameID));
     }
     // A call made before the stop's first refresh (an exception's text is
@@ -281,7 +273,11 @@ TEST_F(ModelValues, FrameZeroIsPredictedAndARefusedPredictionIsAskedFor)
     EXPECT_EQ(countOf(11, 6), 1u);
 }
 
-TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)
+// A resume asked for during an evaluation sends nothing, and the
+// evaluation's guards are down after it. The cut comes before the escaping:
+// a `#` inside the limit is written as its three-character escape and does
+// not count against it.
+TEST_F(ModelValues, AResumeDuringAnEvaluationSendsNothingAndValuesAreCutThenEscaped)
 {
     vm->on(9, 2, [this](const SentCommand&, std::string& out, uint16_t&) {
         jvm()->ResumeVM(true); // a host handler calling back in the middle
@@ -292,36 +288,22 @@ TEST_F(ModelValues, ResumeDuringAnEvaluationSendsNothing)
     EXPECT_EQ(jvm()->getValue("a.b").substr(0, 9), "#a.b: 5#\r");
     EXPECT_TRUE(vm->commandsOf(1, 9).empty());
     EXPECT_TRUE(vm->commandsOf(15, 1).empty());
-}
-
-// The events that come while an evaluation's call waits for its reply are
-// the call's own and are only resumed; from its reply on, the program's
-// events are reported again, however soon they come (the clock stands still
-// here).
-TEST_F(ModelValues, TheCallsWindowEndsWithItsReply)
-{
-    setTickSource([] { return 77000u; });
-    jvm()->setTargetClassName({"pkg/A"});
-    log->clear();
-    vm->on(9, 6, [this](const SentCommand&, std::string& out, uint16_t&) {
-        EXPECT_TRUE(jvm()->isInvokeInProcess());
-        breakpointEvent(); // hit by the getter
-        out = "s" + be64(0x78) + "L" + be64(0);
-        return true;
-    });
-    EXPECT_EQ(jvm()->getValue("a.label"), "#a.label: xxxxxxxxxxxxxxxxxxxx{~}y#\r\na: Type: pkg/B - ObjID: 119");
-    EXPECT_TRUE(log->stops.empty()) << "the getter's own stop reached the host";
-    EXPECT_EQ(countOf(1, 9), 1u) << "the getter's own stop is resumed";
-    EXPECT_FALSE(jvm()->isInvokeInProcess());
-    breakpointEvent();
-    EXPECT_EQ(log->stopTexts(), std::vector<std::string>{"pkg/A:10+0"});
+    EXPECT_FALSE(jvm()->evaluating());
+    EXPECT_FALSE(jvm()->muteStateEvents());
+    jvm()->setMaxValueSize(22);
+    EXPECT_EQ(jvm()->getValue("s"), "s: #xxxxxxxxxxxxxxxxxxxx{~}y#");
 }
 
 // A call that never returns: its value says so in words and the VM is
 // reported running (it runs with the call); no other call is started in
 // that thread meanwhile, and the call's late reply brings the stop back.
-TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
+// The events that come while a call waits for its reply are the call's own
+// and are only resumed; from its reply on, the program's events are
+// reported again, however soon they come (the clock stands still then); a
+// late reply ends no other call's window.
+TEST_F(ModelValues, TheCallsWindowEndsWithItsReplyAndACallWithoutOneLeavesTheProgramRunning)
 {
+    jvm()->setTargetClassName({"pkg/A"});
     uint32_t invocation = 0;
     std::function<bool(std::string&)> answer; // none: the call never returns
     vm->on(9, 6, [&](const SentCommand& c, std::string& out, uint16_t&) {
@@ -346,12 +328,11 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
     vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0));
     EXPECT_EQ(jvm()->JVMState(), VMSuspend);
 
-    // A late reply ends no other call's window: the events of a call made
-    // meanwhile in another thread are still that call's own.
     EXPECT_NE(jvm()->getValue("a.label").find("did not return"), std::string::npos);
     jvm()->GoVMStateChange(VMSuspend, 2);
+    setTickSource([] { return 77000u; });
     answer = [&](std::string& out) {
-        vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0));
+        vm->reply(invocation, "s" + be64(0x78) + "L" + be64(0)); // the earlier call's, in another thread
         EXPECT_TRUE(jvm()->isInvokeInProcess());
         breakpointEvent(); // hit by this call
         out = "s" + be64(0x78) + "L" + be64(0);
@@ -360,7 +341,11 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
     const size_t stops = log->stops.size(), resumes = countOf(1, 9);
     EXPECT_EQ(jvm()->getValue("a.label"), "#a.label: xxxxxxxxxxxxxxxxxxxx{~}y#" + a);
     EXPECT_EQ(log->stops.size(), stops) << "this call's own stop reached the host";
-    EXPECT_EQ(countOf(1, 9), resumes + 1);
+    EXPECT_EQ(countOf(1, 9), resumes + 1) << "this call's own stop is resumed";
+    EXPECT_FALSE(jvm()->isInvokeInProcess());
+    breakpointEvent();
+    ASSERT_EQ(log->stops.size(), stops + 1);
+    EXPECT_EQ(log->stopTexts().back(), "pkg/A:10+0");
 }
 
 // The text typed for a value, against the declared type: the tag and bytes
@@ -368,52 +353,53 @@ TEST_F(ModelValues, ACallThatDoesNotReturnLeavesTheProgramRunning)
 // it does not fit.
 TEST(ValueLiterals, TheTypedTextFitsTheDeclaredTypeOrSaysWhy)
 {
-    const struct { const char* signature; std::string text, expected; } rows[] = {
-        {"I", "5", "I 00 00 00 05"},              {"I", " -2147483648 ", "I 80 00 00 00"},
-        {"I", "2147483648", "!from -2147483648 to 2147483647, not 2147483648"},
-        {"I", "3.5", "!an int takes a whole number"}, {"I", "\"x\"", "!an int takes a whole number"},
-        {"I", "5L", "!an int takes a whole number"},  {"I", "'a'", "I 00 00 00 61"},
-        {"J", "-1", "J FF FF FF FF FF FF FF FF"},  {"J", "9223372036854775807L", "J 7F FF FF FF FF FF FF FF"},
-        {"J", "-9223372036854775808", "J 80 00 00 00 00 00 00 00"},
-        {"J", "9223372036854775808", "!a long takes a whole number"},
-        {"J", "99999999999999999999999", "!a long takes a whole number"},
-        {"B", "127", "B 7F"},                      {"B", "-129", "!a byte takes a whole number from -128 to 127"},
-        {"B", "'a'", "!a byte takes"},             {"S", "-300", "S FE D4"},
-        {"C", "'A'", "C 00 41"},                   {"C", "'\\u00e9'", "C 00 E9"},
-        {"C", "'\xc3\xa9'", "C 00 E9"},            {"C", "'\\n'", "C 00 0A"},
-        {"C", "65535", "C FF FF"},                 {"C", "65536", "!a char takes a character"},
-        {"C", "'ab'", "!is not a value"},          {"C", "-1", "!a char takes"},
-        {"Z", "true", "Z 01"},                     {"Z", "false", "Z 00"},
-        {"Z", "1", "!a boolean takes true or false, not 1"},
-        {"D", "5", "D 40 14 00 00 00 00 00 00"},   {"D", "2.5", "D 40 04 00 00 00 00 00 00"},
-        {"D", "-0.0", "D 80 00 00 00 00 00 00 00"}, {"D", "1e-400", "D 00 00 00 00 00 00 00 00"},
-        {"D", "NaN", "D 7F F8 00 00 00 00 00 00"}, {"D", "1e400", "!a double takes a number of at most"},
-        {"D", "true", "!a double takes a number"}, {"F", "0.1", "F 3D CC CC CD"},
-        {"F", "2.5f", "F 40 20 00 00"},            {"F", "-Infinity", "F FF 80 00 00"},
-        {"F", "3.5e38", "!a float takes a number of at most 3.4028235E38"}, {"F", "3.4028235E38", "F 7F 7F FF FF"},
-        {"F", "3.4028236e38", "!a float takes a number of at most"},
-        {"Ljava/lang/String;", "\"a\\\"b\\\\\\n\"", "s \"a\"b\\\n\""},
-        {"Ljava/lang/String;", "\"\\ud83d\\ude00 #1\"", "s \"\xf0\x9f\x98\x80 #1\""},
-        {"Ljava/lang/String;", "\"\"", "s \"\""},  {"Ljava/lang/String;", "null", "s "},
-        {"Ljava/lang/String;", "\"a\"b\"", "!is not a value"},
-        {"Ljava/lang/String;", "\"\\q\"", "!is not a value"}, {"Ljava/lang/String;", "\"open", "!is not a value"},
-        {"Ljava/lang/String;", "5", "!a java.lang.String takes \"text\" or null, not 5"},
-        {"Ljava/lang/Object;", "\"x\"", "s \"x\""},
-        {"Lpkg/Point;", "null", "L "},             {"Lpkg/Point;", "\"x\"", "!a pkg.Point takes only null here"},
-        {"[I", "null", "[ "},                      {"I", "x", "!x is not a value (a number, true, false"},
-        {"I", "", "!no value given"},              {"", "5", "!the variable's type is not known"},
+    // By declared type: the typed text, and what it is written as or "!"
+    // and a part of the reason.
+    using Rows = std::vector<std::pair<std::string, std::string>>;
+    const std::string notWhole = "!an int takes a whole number";
+    const std::pair<const char*, Rows> types[] = {
+        {"I", {{"5", "I 00 00 00 05"}, {" -2147483648 ", "I 80 00 00 00"}, {"'a'", "I 00 00 00 61"},
+               {"2147483648", "!from -2147483648 to 2147483647, not 2147483648"},
+               {"3.5", notWhole}, {"\"x\"", notWhole}, {"5L", notWhole},
+               {"x", "!x is not a value (a number, true, false"}, {"", "!no value given"}}},
+        {"J", {{"-1", "J FF FF FF FF FF FF FF FF"}, {"9223372036854775807L", "J 7F FF FF FF FF FF FF FF"},
+               {"-9223372036854775808", "J 80 00 00 00 00 00 00 00"},
+               {"9223372036854775808", "!a long takes a whole number"},
+               {"99999999999999999999999", "!a long takes a whole number"}}},
+        {"B", {{"127", "B 7F"}, {"-129", "!a byte takes a whole number from -128 to 127"}, {"'a'", "!a byte takes"}}},
+        {"S", {{"-300", "S FE D4"}}},
+        {"C", {{"'A'", "C 00 41"}, {"'\\u00e9'", "C 00 E9"}, {"'\xc3\xa9'", "C 00 E9"}, {"'\\n'", "C 00 0A"},
+               {"65535", "C FF FF"}, {"65536", "!a char takes a character"}, {"'ab'", "!is not a value"},
+               {"-1", "!a char takes"}}},
+        {"Z", {{"true", "Z 01"}, {"false", "Z 00"}, {"1", "!a boolean takes true or false, not 1"}}},
+        {"D", {{"5", "D 40 14 00 00 00 00 00 00"}, {"2.5", "D 40 04 00 00 00 00 00 00"},
+               {"-0.0", "D 80 00 00 00 00 00 00 00"}, {"1e-400", "D 00 00 00 00 00 00 00 00"},
+               {"NaN", "D 7F F8 00 00 00 00 00 00"}, {"1e400", "!a double takes a number of at most"},
+               {"true", "!a double takes a number"}}},
+        {"F", {{"0.1", "F 3D CC CC CD"}, {"2.5f", "F 40 20 00 00"}, {"-Infinity", "F FF 80 00 00"},
+               {"3.4028235E38", "F 7F 7F FF FF"}, {"3.5e38", "!a float takes a number of at most 3.4028235E38"},
+               {"3.4028236e38", "!a float takes a number of at most"}}},
+        {"Ljava/lang/String;", {{"\"a\\\"b\\\\\\n\"", "s \"a\"b\\\n\""},
+                                {"\"\\ud83d\\ude00 #1\"", "s \"\xf0\x9f\x98\x80 #1\""}, {"\"\"", "s \"\""}, {"null", "s "},
+                                {"\"a\"b\"", "!is not a value"}, {"\"\\q\"", "!is not a value"}, {"\"open", "!is not a value"},
+                                {"5", "!a java.lang.String takes \"text\" or null, not 5"}}},
+        {"Ljava/lang/Object;", {{"\"x\"", "s \"x\""}}},
+        {"Lpkg/Point;", {{"null", "L "}, {"\"x\"", "!a pkg.Point takes only null here"}}},
+        {"[I", {{"null", "[ "}}},
+        {"", {{"5", "!the variable's type is not known"}}},
     };
-    for (const auto& r : rows) {
-        JXValueLiteral literal;
-        const std::string why = JXMachine::parseValueLiteral(r.signature, r.text, literal);
-        const std::string got = !why.empty() ? "!" + why
-                                : literal.isString ? "s \"" + literal.text + "\""
-                                                   : std::string(1, static_cast<char>(literal.tag)) + " " + hex(literal.bytes);
-        if (r.expected[0] == '!')
-            EXPECT_NE(got.find(r.expected.substr(1)), std::string::npos) << r.signature << " " << r.text << ": " << got;
-        else
-            EXPECT_EQ(got, r.expected) << r.signature << " " << r.text;
-    }
+    for (const auto& [signature, rows] : types)
+        for (const auto& [text, expected] : rows) {
+            JXValueLiteral literal;
+            const std::string why = JXMachine::parseValueLiteral(signature, text, literal);
+            const std::string got = !why.empty()       ? "!" + why
+                                    : literal.isString ? "s \"" + literal.text + "\""
+                                                       : std::string(1, char(literal.tag)) + " " + hex(literal.bytes);
+            if (expected[0] == '!')
+                EXPECT_NE(got.find(expected.substr(1)), std::string::npos) << signature << " " << text << ": " << got;
+            else
+                EXPECT_EQ(got, expected) << signature << " " << text;
+        }
 }
 
 // Setting a local, a field of an object, a static and a string: what is
@@ -437,56 +423,41 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
         return true;
     });
     vm->onPayload(9, 8, "");
-    auto finalField = std::make_shared<JXField>();
-    finalField->FieldID = 0x32;
-    finalField->FieldName = "c";
-    finalField->FieldSignature = "I";
-    finalField->FieldBits = 0x10;
-    jvm()->getClassByID(0x200)->addField(finalField);
     // A long `k` of a later block comes first in the table: the one in
     // scope at the stop's code index is the one set.
     auto run = jvm()->getClassByID(0x100)->JMethodID(kRun);
     JDWPJVariableTable vars = run->variableTable();
     vars.Slot.insert(vars.Slot.begin(), {100, "k", "J", 50, 7});
     run->SetVariableTable(vars);
-    auto setting = [this] {
-        Wire out;
-        for (const auto& c : wire())
-            if (c == std::pair{1, 11} || (c.first == 9 && c.second >= 7) || c == std::pair{16, 2} ||
-                c == std::pair{9, 3} || c == std::pair{3, 2})
-                out.push_back(c);
-        return out;
-    };
-    const std::string local = be64(1) + be64(9) + be32(1);
-    const Wire makeAndHold{{1, 11}, {9, 7}};
+    // Making a string, holding it from the collector, the three sets, and
+    // letting the string go.
+    const std::set<std::pair<int, int>> setting{{1, 11}, {9, 7}, {16, 2}, {9, 3}, {3, 2}, {9, 8}};
+    const std::string local = "16/2 " + be64(1) + be64(9) + be32(1), field = "9/3 " + be64(0x77) + be32(1);
+    const std::string make = "1/11 " + jstr("hi"), hold = "9/7 " + be64(0x90), release = "9/8 " + be64(0x90);
+    const std::string setString = local + be32(2) + "s" + be64(0x90), setStatic = "3/2 " + be64(0x100) + be32(1);
     const struct {
         const char* target;
         std::string value;
         uint16_t error;
         std::vector<uint16_t> holds;
         std::string expected; // "" or a part of the reason
-        Wire wire;
-        std::string payload; // of the set command
+        std::vector<std::string> sent;
     } rows[] = {
-        {"k", "7", 0, {0}, "", {{16, 2}}, local + be32(6) + "I" + be32(7)},
-        {"K", " -1 ", 0, {0}, "", {{16, 2}}, local + be32(6) + "I" + be32(0xffffffff)},
-        {"s", "\"hi\"", 0, {0}, "", {{1, 11}, {9, 7}, {16, 2}, {9, 8}}, local + be32(2) + "s" + be64(0x90)},
-        {"s", "\"hi\"", 0, {20, 0}, "", {{1, 11}, {9, 7}, {1, 11}, {9, 7}, {16, 2}, {9, 8}},
-         local + be32(2) + "s" + be64(0x90)},
-        {"s", "\"hi\"", 0, {20}, "collected before it could be set", {{1, 11}, {9, 7}, {1, 11}, {9, 7}}, ""},
-        {"s", "null", 0, {0}, "", {{16, 2}}, local + be32(2) + "s" + be64(0)},
-        {"a.b", "9", 0, {0}, "", {{9, 3}}, be64(0x77) + be32(1) + be64(0x31) + be32(9)},
-        {"pkg.A.k", "4", 0, {0}, "", {{3, 2}}, be64(0x100) + be32(1) + be64(0x41) + be32(4)},
-        {"k", "7", 34, {0}, "k: the VM refused: the value does not fit", {{16, 2}}, local + be32(6) + "I" + be32(7)},
-        {"s", "\"hi\"", 35, {0}, "s: the VM refused: the variable is not in scope", {{1, 11}, {9, 7}, {16, 2}, {9, 8}},
-         local + be32(2) + "s" + be64(0x90)},
-        {"k", "3.5", 0, {0}, "k: an int takes a whole number", {}, ""},
-        {"s", "5", 0, {0}, "s: a java.lang.String takes \"text\" or null", {}, ""},
-        {"a", "\"x\"", 0, {0}, "a: a pkg.B takes only null here", {}, ""},
-        {"a.c", "1", 0, {0}, "c is final", {}, ""},
-        {"a.zz", "1", 0, {0}, "zz is not a field of pkg.B", {}, ""},
-        {"nosuch", "1", 0, {0}, "nosuch is not a local, a field of this or a static here", {}, ""},
-        {"k", "seven", 0, {0}, "seven is not a value", {}, ""},
+        {"k", "7", 0, {0}, "", {local + be32(6) + "I" + be32(7)}},
+        {"K", " -1 ", 0, {0}, "", {local + be32(6) + "I" + be32(0xffffffff)}},
+        {"s", "\"hi\"", 0, {0}, "", {make, hold, setString, release}},
+        {"s", "\"hi\"", 0, {20, 0}, "", {make, hold, make, hold, setString, release}},
+        {"s", "\"hi\"", 0, {20}, "collected before it could be set", {make, hold, make, hold}},
+        {"s", "null", 0, {0}, "", {local + be32(2) + "s" + be64(0)}},
+        {"a.b", "9", 0, {0}, "", {field + be64(0x31) + be32(9)}},
+        {"pkg.A.k", "4", 0, {0}, "", {setStatic + be64(0x41) + be32(4)}},
+        {"k", "7", 34, {0}, "k: the VM refused: the value does not fit", {local + be32(6) + "I" + be32(7)}},
+        {"s", "\"hi\"", 35, {0}, "s: the VM refused: the variable is not in scope", {make, hold, setString, release}},
+        {"k", "3.5", 0, {0}, "k: an int takes a whole number", {}},
+        {"a.c", "1", 0, {0}, "c is final", {}},
+        {"a.zz", "1", 0, {0}, "zz is not a field of pkg.B", {}},
+        {"nosuch", "1", 0, {0}, "nosuch is not a local, a field of this or a static here", {}},
+        {"k", "seven", 0, {0}, "seven is not a value", {}},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(std::string(r.target) + " = " + r.value);
@@ -499,17 +470,7 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
             EXPECT_EQ(why, "");
         else
             EXPECT_NE(why.find(r.expected), std::string::npos) << why;
-        EXPECT_EQ(setting(), r.wire);
-        for (const auto& [set, cmd] : r.wire) {
-            const auto sent = vm->commandsOf(set, cmd);
-            ASSERT_FALSE(sent.empty());
-            if (set == 1)
-                EXPECT_EQ(hex(sent.back().payload), hex(jstr("hi")));
-            else if (set == 9 && cmd >= 7)
-                EXPECT_EQ(hex(sent.back().payload), hex(be64(0x90)));
-            else
-                EXPECT_EQ(hex(sent.back().payload), hex(r.payload));
-        }
+        EXPECT_EQ(sent(setting), r.sent);
         if (r.value == "seven") {
             EXPECT_TRUE(vm->commands().empty()) << "no value: nothing is asked";
         }
@@ -518,7 +479,7 @@ TEST_F(ModelValues, ValuesAreSetAsTheVariablesTypeTakesThemOrNotAtAll)
     // "in CLASS" names the class's static, though a local has the name too.
     vm->clearCommands();
     EXPECT_EQ(jvm()->setValue("k", "4", "pkg/A"), "");
-    EXPECT_EQ(setting(), (Wire{{3, 2}}));
+    EXPECT_EQ(sent(setting), std::vector{setStatic + be64(0x41) + be32(4)});
     // A getter on the path that does not return leaves the program
     // running, and the host is told so.
     vm->on(9, 6, [](const SentCommand&, std::string&, uint16_t&) { return false; });

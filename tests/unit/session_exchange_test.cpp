@@ -1,11 +1,11 @@
 // The request/reply exchange, the opening sequence and the connect loop
-// against the scripted transport: packet ids, framing of received bytes in
-// any split, dispatch order, nested synchronous calls, commands sent
-// together and awaited together, time-outs with an
-// injected tick source, and the handler's reactions to the transport's
-// events. The opening's order on the wire, the console's line ends and the
-// boxes of a failed or dropped connection are checked against a real VM
-// (session_vm_test, sessions_vm_test).
+// against the scripted transport: framing of received bytes in any split,
+// dispatch order, nested synchronous calls, commands sent together and
+// awaited together, time-outs with an injected tick source, and the
+// handler's reactions to the transport's events. The opening's order on the
+// wire, the console's line ends and the boxes of a failed or dropped
+// connection are checked against a real VM (sessions_vm_test); a peer that breaks the framing or drops the connection
+// during a call in faults_peer_test.
 #include "unit_fixtures.h"
 
 using namespace jdwpkrvdbg;
@@ -31,27 +31,6 @@ protected:
     }
 };
 
-using SessionIds = SessionOpening;
-
-TEST_F(SessionIds, IdsRunOneTwoThreeAndEachCommandIsSentOnce)
-{
-    handler->attachTransport(transport);
-    transport->connectedFlag = true;
-    auto f = handler->myFactory();
-    auto a = f->createGetVersionMessage();
-    auto b = f->createResumeMessage();
-    auto c = f->createSuspendMessage();
-    EXPECT_EQ(std::tuple(a->myID, b->myID, c->myID), std::tuple(1, 2, 3));
-    EXPECT_TRUE(handler->sendAsync(a));
-    EXPECT_FALSE(handler->sendAsync(a)) << "the same command twice is refused";
-    EXPECT_EQ(transport->sent, std::vector<std::string>{std::string("\x00\x00\x00\x0b"
-                                                                    "\x00\x00\x00\x01"
-                                                                    "\x00\x01\x01",
-                                                                    11)});
-    EXPECT_EQ(handler->getMessage(1), a);
-    EXPECT_EQ(handler->getMessage(7), nullptr);
-}
-
 const std::string kVersion = jstr("d") + be32(1) + be32(2) + jstr("v") + jstr("n");
 
 // Two Version replies, first cut at every offset, the rest in five-byte
@@ -67,7 +46,6 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
         handler->sendAsync(m2);
         const std::string both = replyPacket(static_cast<uint32_t>(m1->myID), kVersion) +
                                  replyPacket(static_cast<uint32_t>(m2->myID), kVersion);
-        jvm()->VMName.clear();
         log->all.clear();
         for (size_t from = 0; from < both.size();) {
             const size_t to = from < cut ? cut : std::min(both.size(), from + 5);
@@ -76,7 +54,6 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
             EXPECT_EQ(transport->processEventEnabled, from >= whole) << "cut " << cut << " at " << from;
         }
         transport->pumpProcessEvents();
-        EXPECT_EQ(jvm()->VMName, "n") << "cut " << cut;
         EXPECT_EQ(log->count("Debug( *** n v)"), 2u) << "cut " << cut;
         EXPECT_EQ(handler->pendingSentCount(), 0u) << "cut " << cut;
         EXPECT_FALSE(transport->processEventEnabled) << "dispatch switches processevent off when drained";
@@ -89,35 +66,22 @@ TEST_F(SessionExchange, ReceivedBytesAreFramedInAnySplitAndDispatchedInOrder)
 TEST_F(SessionExchange, PacketObserversSeeEverySentAndFramedPacket)
 {
     using D = PacketEvent::Direction;
-    std::vector<PacketEvent> seen;
-    const int token = handler->addPacketObserver([&](const PacketEvent& p) { seen.push_back(p); });
+    using Seen = std::tuple<D, double, int32_t, int32_t, bool, int32_t, size_t>; // as PacketEvent orders them
+    std::vector<Seen> seen;
+    const int token = handler->addPacketObserver([&](const PacketEvent& p) {
+        seen.emplace_back(p.direction, p.id, p.commandSet, p.command, p.reply, p.errorCode, p.length);
+    });
     auto resume = handler->myFactory()->createResumeMessage();
     ASSERT_TRUE(handler->sendAsync(resume));
     const auto id = static_cast<uint32_t>(resume->myID);
     transport->raiseReceive(replyPacket(id, "", 0x0d00) + commandPacket(7, 64, 100, std::string(5, '\0')));
     handler->removePacketObserver(token);
     ASSERT_TRUE(handler->sendAsync(handler->myFactory()->createGetVersionMessage()));
-
-    const struct {
-        D direction;
-        double id;
-        int32_t set, command;
-        bool reply;
-        int32_t error;
-        size_t length;
-    } expected[] = {
-        {D::Sent, double(id), 1, 9, false, 0, 11},
-        {D::Received, double(id), 1, 9, true, 13, 11}, // the error as read: 00 0d little-endian
-        {D::Received, 7, 64, 100, false, 0, 16},
-    };
-    ASSERT_EQ(seen.size(), std::size(expected));
-    for (size_t i = 0; i < seen.size(); ++i) {
-        const auto& p = seen[i];
-        const auto& e = expected[i];
-        EXPECT_EQ(std::tuple(p.direction, p.id, p.commandSet, p.command, p.reply, p.errorCode, p.length),
-                  std::tuple(e.direction, e.id, e.set, e.command, e.reply, e.error, e.length))
-            << "packet " << i;
-    }
+    EXPECT_EQ(seen, (std::vector<Seen>{
+                        {D::Sent, id, 1, 9, false, 0, 11},
+                        {D::Received, id, 1, 9, true, 13, 11}, // the error as read: 00 0d little-endian
+                        {D::Received, 7, 64, 100, false, 0, 16},
+                    }));
 }
 
 // A batch of small packets in one receive, then a packet in two pieces: all
@@ -147,32 +111,21 @@ TEST_F(SessionExchange, ABatchOfSmallPacketsIsFramedWithoutCopyingTheRestPerPack
     EXPECT_FALSE(transport->processEventEnabled) << "every packet dispatched";
 }
 
-// The VM numbers its own packets: an event may carry the id of a call in
-// progress. Only the reply completes the call.
-TEST_F(SessionExchange, AnEventWithTheIdOfAPendingCallDoesNotCompleteIt)
+// Sync calls get their replies through the pump, a nested one first. The VM
+// numbers its own packets: an event ahead of the reply may carry the id of
+// the call in progress, and only the reply completes the call.
+TEST_F(SessionExchange, SyncCallsCompleteByTheirOwnRepliesANestedOneFirst)
 {
     const std::string threadStart = u8(0) + be32(1) + u8(EK_THREAD_START) + be32(77) + be64(0x51);
     vm->on(1, 1, [&](const SentCommand& c, std::string& payload, uint16_t&) {
-        // The event is on the wire before the reply.
         transport->raiseReceive(commandPacket(c.id, 64, 100, threadStart));
         payload = kVersion;
         return true;
     });
-    auto reply = handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000);
-    ASSERT_NE(reply, nullptr);
-    EXPECT_EQ(std::tuple(reply->myFlags, reply->myCommandSet, reply->myCommand), std::tuple(128, 1, 1));
-    EXPECT_EQ(jvm()->VMName, "n") << "the call returned after its reply was decoded";
-    EXPECT_EQ(handler->pendingSentCount() + handler->pendingSyncCount(), 0u);
-}
-
-// Sync calls get their replies through the pump, a nested one first.
-TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
-{
-    vm->installDefaults();
     vm->onPayload(11, 1, jstr("main"));
     std::vector<std::string> order;
     log->onDebug = [&](const std::string& s) {
-        if (s.find("OpenJDK") == std::string::npos)
+        if (s != " *** n v") // the Version reply is being decoded
             return;
         log->onDebug = nullptr;
         auto inner = handler->sendSync(handler->myFactory()->createGetThreadNameMessage(1), 4000);
@@ -184,7 +137,6 @@ TEST_F(SessionExchange, NestedSyncCallInsideADecoderCompletesFirst)
     order.push_back("outer");
     EXPECT_EQ(order, (std::vector<std::string>{"inner:main", "outer"}));
     EXPECT_EQ(std::tuple(outer->myFlags, outer->myCommandSet, outer->myCommand), std::tuple(128, 1, 1));
-    EXPECT_EQ(jvm()->VMVersion, "17.0.15");
     EXPECT_EQ(handler->pendingSyncCount() + handler->pendingSentCount(), 0u);
 }
 
@@ -224,14 +176,11 @@ TEST_F(SessionExchange, CommandsSentTogetherEachGetTheirOwnReply)
     const auto replies = handler->sendAllSync(
         {f->createGetThreadNameMessage(1), f->createGetThreadNameMessage(2), refused, f->createGetThreadNameMessage(3)},
         4000);
-    ASSERT_EQ(replies.size(), 4u);
     EXPECT_EQ(sentBeforeAnswer, (std::vector<size_t>{1, 2, 3})) << "each was sent before any answer";
-    ASSERT_NE(replies[0], nullptr);
-    ASSERT_NE(replies[1], nullptr);
-    EXPECT_EQ(replies[0]->myDataContainer()->RequestThreadName, "first");
-    EXPECT_EQ(replies[1]->myDataContainer()->RequestThreadName, "second");
-    EXPECT_EQ(replies[2], nullptr);
-    EXPECT_EQ(replies[3], nullptr);
+    std::vector<std::string> names;
+    for (const auto& reply : replies)
+        names.push_back(reply ? reply->myDataContainer()->RequestThreadName : "nothing");
+    EXPECT_EQ(names, (std::vector<std::string>{"first", "second", "nothing", "nothing"}));
     EXPECT_GE(now, 5000u) << "the unanswered one was waited for";
     EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
@@ -242,7 +191,6 @@ TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
     setTickSource([&] { return now += 100; });
     auto msg = handler->myFactory()->createGetVersionMessage();
     EXPECT_EQ(handler->sendSync(msg, 4000), nullptr);
-    EXPECT_GE(now, 5000u);
     EXPECT_EQ(handler->pendingSentCount(), 1u) << "the command stays until its answer comes";
     vm->reply(static_cast<uint32_t>(msg->myID), jstr("d") + be32(1) + be32(2) + jstr("late") + jstr("vm"));
     EXPECT_EQ(jvm()->VMVersion, "late");
@@ -254,17 +202,6 @@ TEST_F(SessionExchange, TimeOutReturnsNothingAndALateAnswerIsStillDecoded)
     EXPECT_LT(now - before, 500u) << "no waiting while disconnected";
     EXPECT_EQ(transport->sent.size(), 1u) << "nothing sent while disconnected";
     EXPECT_EQ(handler->pendingSyncCount(), 0u);
-
-    // A connection that drops while the call waits ends the wait at once.
-    transport->connectedFlag = true;
-    vm->on(1, 1, [&](const SentCommand&, std::string&, uint16_t&) {
-        transport->connectedFlag = false;
-        return false;
-    });
-    const uint32_t sent = now;
-    EXPECT_EQ(handler->sendSync(handler->myFactory()->createGetVersionMessage(), 4000), nullptr);
-    EXPECT_LT(now - sent, 500u) << "no waiting for a reply nobody can send";
-    EXPECT_EQ(handler->pendingSyncCount(), 0u);
 }
 
 TEST_F(SessionExchange, UnknownReplyIdDiscardsTheWholeBuffer)
@@ -274,16 +211,6 @@ TEST_F(SessionExchange, UnknownReplyIdDiscardsTheWholeBuffer)
     transport->raiseReceive(replyPacket(99, "") + replyPacket(static_cast<uint32_t>(m->myID), kVersion));
     transport->pumpProcessEvents();
     EXPECT_EQ(jvm()->VMName, "") << "the packet behind an unknown reply goes with it (intended)";
-}
-
-TEST_F(SessionExchange, MalformedLengthEndsTheSessionCleanly)
-{
-    transport->raiseReceive(std::string("\x00\x00\x00\x05garbage", 11));
-    EXPECT_GE(transport->closeCount, 1);
-    EXPECT_FALSE(handler->isConnected());
-    EXPECT_TRUE(log->has("State(0)") || jvm()->JVMState() == VMDead);
-    // A later packet finds an empty buffer and a closed session: nothing crashes.
-    transport->raiseReceive(std::string("\x7f\xff\xff\xff", 4));
 }
 
 TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
@@ -297,14 +224,11 @@ TEST_F(SessionOpening, SharedMemoryCommandLineAndConnectMessages)
     EXPECT_EQ(log->count("Debug( *** Connect [SHMem] S1)"), 1u);
 }
 
-TEST_F(SessionOpening, DisconnectBeforeStartSendsNothing)
-{
-    handler->Disconnect();
-    EXPECT_TRUE(transport->sent.empty());
-}
-
 TEST_F(SessionOpening, EverySessionIsReportedClosedOnceHoweverItEnds)
 {
+    handler->Disconnect(); // before any start: nothing to send, no session to close
+    EXPECT_TRUE(transport->sent.empty());
+    EXPECT_TRUE(log->connections().empty());
     vm->installDefaults();
     const std::pair<const char*, std::function<void()>> ends[] = {
         {"the connection drops", [&] { transport->raiseDisconnected(); }},
@@ -326,16 +250,18 @@ TEST_F(SessionOpening, EverySessionIsReportedClosedOnceHoweverItEnds)
 // The connect loop: a started VM that writes to its console (the agent's
 // "Listening for transport ..." line) ends the loop's 50 ms pause, so the
 // next try comes at once; a VM that stays silent is still tried on the 50 ms
-// marks. Every reading of the clock is a millisecond later.
-class ConnectLoop : public SessionOpening {
-protected:
-    // Clock readings until the VM, listening from the first pump pass on,
-    // is connected; with `announce` it says so on its console.
-    uint32_t startListeningVM(bool announce)
-    {
-        setTickSource([this] { return ++now_; });
+// marks. Every reading of the clock is a millisecond later; the VM listens
+// from the first pump pass on.
+TEST_F(SessionOpening, ConnectLoopTriesAtOnceAfterTheListeningLineOrOnTheFiftyMillisecondMark)
+{
+    uint32_t now = 0;
+    setTickSource([&] { return ++now; });
+    for (const bool announce : {true, false}) {
+        SCOPED_TRACE(announce ? "the VM says it listens" : "a silent VM");
+        now = 1000;
         transport->connectOnRequest = false;
-        const int idle = MessagePump::instance().addIdle([this, announce] {
+        transport->socketConnects.clear();
+        const int idle = MessagePump::instance().addIdle([&] {
             if (transport->connectOnRequest)
                 return;
             transport->connectOnRequest = true;
@@ -346,19 +272,9 @@ protected:
                                      false, true, 0, "127.0.0.1", "5005", true));
         MessagePump::instance().removeIdle(idle);
         EXPECT_EQ(transport->socketConnects.size(), 2u) << "the refused try before the loop, and one in it";
-        return now_ - 1000;
+        EXPECT_EQ(now - 1000 < 50u, announce) << now - 1000 << " ms";
+        transport->raiseDisconnected();
     }
-    uint32_t now_ = 1000;
-};
-
-TEST_F(ConnectLoop, TheListeningLineEndsThePauseAndTheTryComesAtOnce)
-{
-    EXPECT_LT(startListeningVM(true), 50u);
-}
-
-TEST_F(ConnectLoop, ASilentVMIsTriedOnTheFiftyMillisecondMark)
-{
-    EXPECT_GE(startListeningVM(false), 50u);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Tests of the keyed collection (cHive) and the Pellum hash tables under it:
-// growth with thousands of keys, duplicate refusal, case rules of the two lookups, lookups by
-// hash code and handle lifetime.
+// growth with thousands of keys, duplicate refusal, case rules of the two
+// lookups, lookups by hash code and handle lifetime.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -13,19 +13,6 @@
 
 namespace jdwpkrvdbg {
 namespace {
-
-TEST(HiveTest, DuplicateKeyRefusedNothingStored)
-{
-    cHive<std::string> hive;
-    EXPECT_TRUE(hive.Add("one", "A"));
-    EXPECT_FALSE(hive.Add("two", "A"));
-    EXPECT_EQ(hive.Count(), 1);
-    EXPECT_EQ(hive.Item("A"), "one");
-    // The next add takes position 2, not 3.
-    EXPECT_TRUE(hive.Add("three", "B"));
-    EXPECT_EQ(hive.getHashIndex("B"), 2);
-    EXPECT_FALSE(hive.AddStringAsKey("B"));
-}
 
 TEST(HiveTest, CaseRules)
 {
@@ -45,9 +32,14 @@ TEST(HiveTest, CaseRules)
     }
 
     // A key differing only in case is a different key; the insensitive
-    // lookup prefers the exact spelling, else the first one added.
+    // lookup prefers the exact spelling, else the first one added. A
+    // refused duplicate stores nothing and takes no position.
     ASSERT_TRUE(hive.Add("lower", "form1"));
     EXPECT_FALSE(hive.Add("again", "form1"));
+    EXPECT_FALSE(hive.AddStringAsKey("form1"));
+    EXPECT_EQ(hive.Item("form1", true), "lower");
+    ASSERT_TRUE(hive.Add("next", "Next"));
+    EXPECT_EQ(hive.getHashIndex("Next", true), 5);
     EXPECT_EQ(hive.getHashIndex("form1"), 4);
     EXPECT_EQ(hive.getHashIndex("Form1"), 1);
     EXPECT_EQ(hive.getHashIndex("FORM1"), 1);
@@ -63,7 +55,6 @@ TEST(HiveTest, OutOfRangePositionsAreEmptyAndTheArrayHoldsOnlyTheCount)
     for (int32_t position : {0, -1, 2})
         EXPECT_EQ(hive.ItemIDX(position), nullptr) << position;
     EXPECT_EQ(*hive.Item("SEVEN"), 7);
-    EXPECT_EQ(hive.Item("eight"), nullptr);
 
     // CountPP makes room that at() fills.
     cHive<std::string> strings;
@@ -76,27 +67,7 @@ TEST(HiveTest, OutOfRangePositionsAreEmptyAndTheArrayHoldsOnlyTheCount)
     EXPECT_EQ(strings.getInternalArray(), (std::vector<std::string>{"x", "a", "b"}));
 }
 
-TEST(HiveTest, LookupByHash)
-{
-    cHive<std::string> hive;
-    ASSERT_TRUE(hive.Add("f", "Form1"));
-    ASSERT_TRUE(hive.Add("s", "NAME#java/lang/String"));
-    const int32_t formHash = Pellum::getHashCode("fOrM1");
-    EXPECT_EQ(hive.ItemHash(formHash), "f");
-    EXPECT_EQ(hive.getHashIndexByHash(formHash), 1);
-    EXPECT_EQ(hive.ItemHash(Pellum::getHashCode("name#JAVA/LANG/STRING")), "s");
-    EXPECT_EQ(hive.ItemHash(formHash), "f"); // the one-entry cache follows the key
-    EXPECT_EQ(hive.ItemHash(0), "");
-    EXPECT_EQ(hive.getHashIndexByHash(0), 0);
-    const int32_t unknown = Pellum::getHashCode("nothing");
-    EXPECT_EQ(hive.getHashIndexByHash(unknown), -1);
-    EXPECT_EQ(hive.ItemHash(unknown), "");
-    // An add after a miss invalidates the cached miss.
-    ASSERT_TRUE(hive.Add("n", "nothing"));
-    EXPECT_EQ(hive.ItemHash(unknown), "n");
-}
-
-TEST(HiveTest, ThousandsOfKeys)
+TEST(HiveTest, ThousandsOfKeysFoundByNameAndByHash)
 {
     cHive<int> hive;
     const int n = 5000;
@@ -117,6 +88,19 @@ TEST(HiveTest, ThousandsOfKeys)
     EXPECT_EQ(hive.getHashIndex(key(0)), 0);
     EXPECT_FALSE(hive.Add(0, key(4999)));
     EXPECT_EQ(hive.Count(), n);
+
+    // By a key's hash code, in any case: the one-entry cache follows the
+    // hash asked for, and an add after a miss invalidates the cached miss.
+    const int32_t seven = Pellum::getHashCode("name#PKG/CLASS7"), unknown = Pellum::getHashCode("nothing");
+    EXPECT_EQ(hive.ItemHash(seven), 7);
+    EXPECT_EQ(hive.ItemHash(Pellum::getHashCode(key(8))), 8);
+    EXPECT_EQ(hive.ItemHash(seven), 7);
+    EXPECT_EQ(hive.ItemHash(0), 0);
+    EXPECT_EQ(hive.getHashIndexByHash(0), 0);
+    EXPECT_EQ(hive.getHashIndexByHash(unknown), -1);
+    EXPECT_EQ(hive.ItemHash(unknown), 0);
+    ASSERT_TRUE(hive.Add(-1, "nothing"));
+    EXPECT_EQ(hive.ItemHash(unknown), -1);
 }
 
 TEST(PellumTest, TablesAreIndependentAndHandlesSafe)

@@ -77,6 +77,14 @@ public:
         jvm()->SIZE_RefTypeID = refTypeId;
     }
     size_t countOf(int set, int cmd) const { return vm->commandsOf(set, cmd).size(); }
+    // The payloads of the commands (set, cmd) sent, in order.
+    std::vector<std::string> payloadsOf(int set, int cmd) const
+    {
+        std::vector<std::string> out;
+        for (const auto& c : vm->commandsOf(set, cmd))
+            out.push_back(c.payload);
+        return out;
+    }
     // Lets the scripted VM's answers in, pass by pass, until `done` (at most
     // `passes` passes: nothing here waits for real time).
     void pumpScripted(const std::function<bool()>& done, int passes = 100)

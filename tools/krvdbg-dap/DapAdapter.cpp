@@ -1190,11 +1190,10 @@ void DapAdapter::step(const json& args, int depth)
     }
     // A line step from a native method (a pause in Thread.sleep) never
     // completes in the VM; stepping out of it lands on the caller's line.
-    constexpr double kNativeBit = 0x0100;
     if (depth != SD_OUT) {
         auto cls = jvm.getClassByID(jvm.currentClassID(), false);
         auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
-        if (method && std::fmod(std::floor(method->MethodBits / kNativeBit), 2) == 1)
+        if (method && method->isNative())
             depth = SD_OUT;
     }
     events_->expectStep();

@@ -151,7 +151,11 @@ struct ThreadPlace {
     int line = 0;
     double classID = 0, methodID = 0;
     std::string inside; // the top frame's method when the place is below it
+    bool topNative = false;
 };
+
+// The code index of a native method's frame.
+const std::string kNativeIndex = "-1";
 
 ThreadPlace placeOf(Session& session, double threadID)
 {
@@ -186,8 +190,13 @@ ThreadPlace placeOf(Session& session, double threadID)
         double line = 0;
         if (method->LocationToSrcLine(loc, line))
             here.line = static_cast<int>(std::llround(line));
-        if (!place.found)
+        if (!place.found) {
+            // A line step never ends in a native frame (Thread.sleep): it
+            // has no lines.
+            here.topNative = &frame == &reply->myDataContainer()->requestFrame().front() && method->isNative();
             place = here;
+        }
+        here.topNative = place.topNative;
         if (here.program) {
             if (&frame != &reply->myDataContainer()->requestFrame().front())
                 here.inside = ClassNames::toJava(place.className) + "." + place.method;
@@ -384,6 +393,12 @@ std::optional<CommandOutcome> Commands::requireAlive(const std::string& cmd) con
     if (session_.ended())
         return CommandOutcome::failure(cmd, "the program has ended");
     return std::nullopt;
+}
+
+void Commands::noteResume()
+{
+    session_.events().noteResume();
+    stepLeavesNative_ = false;
 }
 
 void Commands::noteCallStillRunning()
@@ -679,6 +694,7 @@ CommandOutcome Commands::interrupted(const std::string& cmd)
         return waited(cmd, WaitOutcome::Ended);
     auto& jvm = session_.jvm();
     if (!session_.suspended()) {
+        session_.noteSuspendAsked();
         jvm.SuspendVM();
         MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); },
                                           kStateConfirmMs);
@@ -697,13 +713,21 @@ CommandOutcome Commands::interrupted(const std::string& cmd)
     }
     CommandOutcome o;
     o.command = cmd;
-    o.result = {{"outcome", "interrupted"}, {"state", static_cast<int>(VMSuspend)}, {"threads", json::array()}};
+    o.result = {{"outcome", "interrupted"}, {"state", static_cast<int>(VMSuspend)}};
     o.text.push_back("Interrupted: the VM is suspended. Its threads:");
+    showThreadsAndChooseOne(o);
+    return o;
+}
+
+void Commands::showThreadsAndChooseOne(CommandOutcome& o)
+{
+    auto& jvm = session_.jvm();
+    o.result["threads"] = json::array();
     // The thread that runs the program's own code becomes the current one,
     // so that where, print and step work on it; "main" is preferred.
     double current = 0;
     int currentRank = 0;
-    double currentClass = 0, currentMethod = 0;
+    ThreadPlace chosen;
     auto list = session_.handler().getAllThreads();
     for (int32_t i = 1; list && i <= list->Count(); ++i) {
         auto t = list->Item(i);
@@ -725,20 +749,22 @@ CommandOutcome Commands::interrupted(const std::string& cmd)
             if (current == 0 || rank > currentRank) {
                 current = t->threadID;
                 currentRank = rank;
-                currentClass = at.classID;
-                currentMethod = at.methodID;
+                chosen = at;
             }
         }
         o.result["threads"].push_back(item);
         o.text.push_back("  " + std::to_string(std::llround(t->threadID)) + "  " + name + "  " + place);
     }
+    stepLeavesNative_ = false;
     if (current != 0) {
-        jvm.GoSilentBreak(current, currentClass, currentMethod);
+        // The place is the program's frame, also when it is below a library
+        // or native one: print and locals read that frame.
+        jvm.GoSilentBreak(current, chosen.classID, chosen.methodID);
+        stepLeavesNative_ = chosen.topNative;
         o.result["threadID"] = jsonNumber(current);
         o.text.push_back("Current thread: " + std::to_string(std::llround(current)) +
                          " (cont, step, where and print work on it).");
     }
-    return o;
 }
 
 CommandOutcome Commands::run(const std::string& cmd)
@@ -769,7 +795,7 @@ CommandOutcome Commands::cont(const std::string& cmd)
 {
     if (auto refused = requireSuspended(cmd))
         return *refused;
-    session_.events().noteResume();
+    noteResume();
     session_.jvm().ResumeVM(true);
     return waited(cmd, session_.waitForStop());
 }
@@ -779,8 +805,11 @@ CommandOutcome Commands::step(const std::string& cmd, int depth)
     if (auto refused = requireSuspended(cmd))
         return *refused;
     auto& jvm = session_.jvm();
+    // From a native frame only a step out ends (on the caller's line).
+    if (stepLeavesNative_)
+        depth = SD_OUT;
     session_.events().expectStep();
-    session_.events().noteResume();
+    noteResume();
     if (!jvm.ResumeVMStepByStep(false, 0, static_cast<JDWPStepDepth>(depth))) {
         session_.events().noteSuspended();
         return CommandOutcome::failure(cmd, jvm.myStepInProcess && jvm.currentThreadID() > 0
@@ -862,13 +891,18 @@ CommandOutcome Commands::locals(const std::string& cmd)
     const auto method = cls ? cls->JMethodID(jvm.currentMethodID()) : nullptr;
     if (!method)
         return CommandOutcome::failure(cmd, "the current method is not known (stop at a breakpoint first)");
-    // The current code index tells which variables are in scope.
+    // The code index of the method's frame tells which variables are in
+    // scope. It is the top frame after a stop; after a suspend it can be
+    // below a library's or a native one.
     double codeIndex = -1;
-    const auto stack = jvm.getStackTrace();
-    if (!stack.empty() && !stack[0].empty()) {
+    for (const auto& row : jvm.getStackTrace()) {
+        if (row.size() < 4 || row[1] != cls->ClassName() || row[2] != method->MethodName ||
+            row[3] != method->MethodSignature)
+            continue;
         long long n = 0;
-        if (CommandSyntax::parseNumber(stack[0][0], 0, 0x7fffffffffffffffLL, n))
+        if (CommandSyntax::parseNumber(row[0], 0, 0x7fffffffffffffffLL, n))
             codeIndex = static_cast<double>(n);
+        break;
     }
     std::vector<JDWPJVariableTableSlot> slots;
     for (const auto& slot : method->variableTable().Slot) {
@@ -896,7 +930,8 @@ CommandOutcome Commands::locals(const std::string& cmd)
         o.text.push_back("  " + slot.vt_name + " = " + (v.found ? oneLine(v.value) : std::string("(not available)")));
     }
     if (slots.empty())
-        o.text.push_back(method->variableTable().Slot.empty()
+        o.text.push_back(method->isNative() ? "No local variables: a native method."
+                         : method->variableTable().Slot.empty()
                              ? "No local variables (the class was compiled without -g?)"
                              : "No local variables in scope.");
     return o;
@@ -922,7 +957,7 @@ CommandOutcome Commands::where(const std::string& cmd)
         std::string text = "  [" + std::to_string(i) + "] " + ClassNames::toJava(col(1)) + "." + col(2);
         if (!col(4).empty())
             text += " line " + col(4);
-        text += " (code index " + col(0) + ")";
+        text += col(0) == kNativeIndex ? std::string(" (native method)") : " (code index " + col(0) + ")";
         o.text.push_back(text);
     }
     if (stack.empty())
@@ -968,23 +1003,27 @@ CommandOutcome Commands::suspendOrResume(const std::string& cmd, bool suspend)
         return CommandOutcome::failure(cmd, "the VM is already suspended");
     auto& jvm = session_.jvm();
     if (suspend) {
+        session_.noteSuspendAsked();
         jvm.SuspendVM();
     } else {
-        session_.events().noteResume();
+        noteResume();
         jvm.ResumeVM(true);
     }
     MessagePump::instance().pumpUntil([&] { return (jvm.JVMState() == VMSuspend) == suspend || session_.ended(); },
                                       kStateConfirmMs);
     session_.printer().flush();
     const bool suspended = jvm.JVMState() == VMSuspend;
-    if (suspend && suspended)
-        session_.events().noteSuspended();
     CommandOutcome o;
     o.command = cmd;
     o.result = {{"state", static_cast<int>(jvm.JVMState())}};
     o.text.push_back(!suspend    ? "VM resumed."
-                     : suspended ? "VM suspended."
+                     : suspended ? "VM suspended. Its threads:"
                                  : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
+    if (suspend && suspended) {
+        session_.events().noteSuspended();
+        // As after Ctrl-C: the place of the last stop is gone.
+        showThreadsAndChooseOne(o);
+    }
     return o;
 }
 

@@ -74,6 +74,11 @@ private:
     CommandOutcome interrupted(const std::string& cmd);
     // The outcome of a command that let the VM run: how the wait ended.
     CommandOutcome waited(const std::string& cmd, WaitOutcome how, uint32_t timeoutMs = 0);
+    // Lists the threads and where each is, and makes the one that runs the
+    // program's code (main first) the current one.
+    void showThreadsAndChooseOne(CommandOutcome& o);
+    // Every command that lets the VM run tells the host events through it.
+    void noteResume();
     void noteCallStillRunning();
     // The refusal of a command that needs a live, or a suspended, VM; none
     // when the VM is in the state the command needs.
@@ -89,6 +94,8 @@ private:
 
     Session& session_;
     std::vector<MethodBreakpoint> methodBreakpoints_;
+    // The current thread, chosen after a suspend, is in a native method.
+    bool stepLeavesNative_ = false;
     bool quit_ = false;
     bool startFailed_ = false;
 };

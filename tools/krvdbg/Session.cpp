@@ -105,6 +105,14 @@ void Session::onStateChanged(VMState state)
         opening_.suspended();
 }
 
+void Session::noteSuspendAsked()
+{
+    // The opening is over: a suspension krvdbg asked for is not the VM
+    // stopping at its start, and resuming it then would resume the stop
+    // the next step or cont is waiting for.
+    startResumed_ = true;
+}
+
 bool Session::stuckAtStart()
 {
     return !startResumed_ && events_->stopCount() == 0 && !ended() && opening_.suspendedAfterReply() &&

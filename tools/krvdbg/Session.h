@@ -43,6 +43,8 @@ public:
     // or `timeoutMs` (0: no limit). After a stop the session's current
     // thread and frame are those of the stop.
     WaitOutcome waitForStop(uint32_t timeoutMs = 0);
+    // krvdbg suspended the VM itself (suspend, Ctrl-C).
+    void noteSuspendAsked();
     // Attach mode, after start(): pumps until the opening sequence is over
     // and tells whether the program was already running (the VM was not
     // started suspended: no start event stopped it). Breakpoints set before

@@ -419,6 +419,7 @@ private:
     bool myThisKnown_ = false;
     bool predictFrameID();
     void readFrameID(bool bIgnoreError);
+    JDWPJFrame frameOfCurrentMethod(const JDWPJFrame& top);
     void noteFrameSighting(double frameID);
     // Sends the request `make` builds for the current frame id; a predicted
     // id the VM refuses is replaced by the asked one and the request sent

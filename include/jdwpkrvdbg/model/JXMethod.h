@@ -24,6 +24,9 @@ public:
     double ClassID = 0;        // owning class
 
     bool isStatic() const;
+    // Native code has no lines and no variables; its frames are at code
+    // index -1.
+    bool isNative() const;
     std::shared_ptr<JXClass> OwnerClass() const;
 
     bool SetLineTable(const JDWPJLineTable& refTable);

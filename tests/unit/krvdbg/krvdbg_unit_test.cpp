@@ -75,24 +75,6 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
         Expression e;
         return CommandSyntax::parseExpression(text, e) ? e.path + "|" + e.staticClass : "";
     };
-    // The arguments of stop and log: KIND PLACE|condition|hit|message, or
-    // "error: ..." ("error: " alone when the place is not one).
-    auto breakpoint = [](bool log) {
-        return [log](const std::string& text) {
-            BreakpointForm b;
-            std::string error;
-            if (!CommandSyntax::parseBreakpoint(text, log, b, error))
-                return "error: " + error;
-            const char* kinds[] = {"line ", "method ", "stoppoint "};
-            std::string place = b.kind == BreakpointForm::Kind::Line
-                                    ? b.line.className + ":" + std::to_string(b.line.line)
-                                    : b.code.className + "." + b.code.method + b.parameters +
-                                          (b.kind == BreakpointForm::Kind::StopPoint ? "+" + std::to_string(b.code.offset) : "");
-            return kinds[static_cast<int>(b.kind)] + place + "|" + b.condition + "|" + b.hitCondition + "|" + b.logMessage;
-        };
-    };
-    const auto stop = breakpoint(false);
-    const auto log = breakpoint(true);
     const struct { std::function<std::string(const std::string&)> parse; std::string text, expected; } cases[] = {
         {line, "demo.Cart:17", "demo.Cart 17"},
         {line, "demo.Outer$Inner:3", "demo.Outer$Inner 3"},
@@ -106,33 +88,6 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
         {expression, "count in demo.Cart", "count|demo.Cart"},
         {expression, "a..b", ""}, {expression, "x = 3", ""}, {expression, "\"text\"", ""},
         {expression, "a in", ""}, {expression, "a of demo.Cart", ""},
-        {stop, "demo.Cart:17", "line demo.Cart:17|||"},
-        {stop, " demo.Cart:17 if count > 2 ", "line demo.Cart:17|count > 2||"},
-        {stop, "demo.Cart:17 hit >= 3 if item.name == \"if hit\"", "line demo.Cart:17|item.name == \"if hit\"|>= 3|"},
-        {stop, "demo.Cart:17 if a hit % 3", "line demo.Cart:17|a|% 3|"},
-        {stop, "demo.Cart.add", "method demo.Cart.add|||"},
-        {stop, "demo.Cart.add( int , java.lang.String[] ) if n > 1", "method demo.Cart.add(int,java.lang.String[])|n > 1||"},
-        {stop, "demo.Cart.add()", "method demo.Cart.add()|||"},
-        {stop, "demo.Cart.add(ILjava/lang/String;)V", "method demo.Cart.add(ILjava/lang/String;)V|||"},
-        {stop, "demo.Cart.add+3", "stoppoint demo.Cart.add+3|||"},
-        {stop, "demo.Cart.add+3 if a", "error: a stop point at a code index takes no condition, hit count or message "
-                                       "(without +OFFSET it is a method breakpoint, which does)"},
-        {stop, "demo.Cart.add(int", "error: the parameter list has no ')'"},
-        {stop, "demo.Cart.add(int x)", "error: expected Java parameter types in the parentheses, e.g. (int,java.lang.String)"},
-        {stop, "demo.Cart.add(int)+2", "error: expected Java parameter types in the parentheses, e.g. (int,java.lang.String)"},
-        {stop, "demo.Cart:17 if", "error: expected a condition after 'if'"},
-        {stop, "demo.Cart:17 hit if a", "error: expected N, >= N or % N after 'hit'"},
-        {stop, "demo.Cart:17 if a hit 2 if b", "error: if is given twice"},
-        {stop, "demo.Cart:17 when a", "error: unexpected 'when a': expected if CONDITION or hit N | >= N | % N"},
-        {stop, "demo.Cart:x", "error: "}, {stop, "", "error: "},
-        {log, "demo.Cart:17 \"count is {count}\"", "line demo.Cart:17|||count is {count}"},
-        {log, "demo.Cart:17 \"say \\\"hi\\\" if\" if count > 2 hit 2", "line demo.Cart:17|count > 2|2|say \"hi\" if"},
-        {log, "demo.Cart.add count is {count} if x", "method demo.Cart.add|||count is {count} if x"},
-        {log, "demo.Cart:17", "error: expected the message to log, e.g. \"count is {count}\""},
-        {log, "demo.Cart:17 \"open", "error: the log message has no closing '\"'"},
-        {log, "demo.Cart:17 \"\"", "error: the log message is empty"},
-        {log, "demo.Cart.add+1 \"x\"", "error: a stop point at a code index takes no condition, hit count or message "
-                                         "(without +OFFSET it is a method breakpoint, which does)"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.parse(c.text), c.expected) << c.text;
@@ -144,6 +99,59 @@ TEST(KrvdbgCommandSyntax, PlacesExpressionsAndWords)
     EXPECT_EQ(CommandSyntax::stripComment("set s = \"a #1 \\\" #2\" # why"), "set s = \"a #1 \\\" #2\"");
     EXPECT_EQ(CommandSyntax::stripComment("log C:3 \"n \\\" # {n}\" # why"), "log C:3 \"n \\\" # {n}\"");
     EXPECT_EQ(CommandSyntax::quote("say \"hi\" \\ {n}"), "\"say \\\"hi\\\" \\\\ {n}\"");
+}
+
+TEST(KrvdbgCommandSyntax, TheArgumentsOfStopAndLog)
+{
+    // The form as KIND PLACE with its condition, hit rule and message, or the
+    // refusal as "error: ..." ("error: " alone when the place is not one).
+    // Each form is followed by the ways it is refused.
+    const std::string codeIndex = "error: a stop point at a code index takes no condition, hit count or message "
+                                  "(without +OFFSET it is a method breakpoint, which does)";
+    const std::string typesOnly = "error: expected Java parameter types in the parentheses, e.g. (int,java.lang.String)";
+    const struct { bool log; std::string text, form, condition = "", hit = "", message = ""; } cases[] = {
+        {false, "demo.Cart:17", "line demo.Cart:17"},
+        {false, " demo.Cart:17 if count > 2 ", "line demo.Cart:17", "count > 2"},
+        {false, "demo.Cart:17 hit >= 3 if item.name == \"if hit\"", "line demo.Cart:17", "item.name == \"if hit\"", ">= 3"},
+        {false, "demo.Cart:17 if a hit % 3", "line demo.Cart:17", "a", "% 3"},
+        {false, "demo.Cart:17 if", "error: expected a condition after 'if'"},
+        {false, "demo.Cart:17 hit if a", "error: expected N, >= N or % N after 'hit'"},
+        {false, "demo.Cart:17 if a hit 2 if b", "error: if is given twice"},
+        {false, "demo.Cart:17 when a", "error: unexpected 'when a': expected if CONDITION or hit N | >= N | % N"},
+        {false, "demo.Cart:x", "error: "}, {false, "", "error: "},
+        {false, "demo.Cart.add", "method demo.Cart.add"},
+        {false, "demo.Cart.add( int , java.lang.String[] ) if n > 1", "method demo.Cart.add(int,java.lang.String[])", "n > 1"},
+        {false, "demo.Cart.add()", "method demo.Cart.add()"},
+        {false, "demo.Cart.add(ILjava/lang/String;)V", "method demo.Cart.add(ILjava/lang/String;)V"},
+        {false, "demo.Cart.add(int", "error: the parameter list has no ')'"},
+        {false, "demo.Cart.add(int x)", typesOnly},
+        {false, "demo.Cart.add(int)+2", typesOnly},
+        {false, "demo.Cart.add+3", "stoppoint demo.Cart.add+3"},
+        {false, "demo.Cart.add+3 if a", codeIndex},
+        {true, "demo.Cart:17 \"count is {count}\"", "line demo.Cart:17", "", "", "count is {count}"},
+        {true, "demo.Cart:17 \"say \\\"hi\\\" if\" if count > 2 hit 2", "line demo.Cart:17", "count > 2", "2", "say \"hi\" if"},
+        {true, "demo.Cart.add count is {count} if x", "method demo.Cart.add", "", "", "count is {count} if x"},
+        {true, "demo.Cart:17", "error: expected the message to log, e.g. \"count is {count}\""},
+        {true, "demo.Cart:17 \"open", "error: the log message has no closing '\"'"},
+        {true, "demo.Cart:17 \"\"", "error: the log message is empty"},
+        {true, "demo.Cart.add+1 \"x\"", codeIndex},
+    };
+    const char* kinds[] = {"line ", "method ", "stoppoint "};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        BreakpointForm b;
+        std::string error;
+        if (!CommandSyntax::parseBreakpoint(c.text, c.log, b, error)) {
+            EXPECT_EQ("error: " + error, c.form);
+            continue;
+        }
+        const std::string place = b.kind == BreakpointForm::Kind::Line
+                                      ? b.line.className + ":" + std::to_string(b.line.line)
+                                      : b.code.className + "." + b.code.method + b.parameters +
+                                            (b.kind == BreakpointForm::Kind::StopPoint ? "+" + std::to_string(b.code.offset) : "");
+        EXPECT_EQ(std::tuple(kinds[static_cast<int>(b.kind)] + place, b.condition, b.hitCondition, b.logMessage),
+                  std::tuple(c.form, c.condition, c.hit, c.message));
+    }
 }
 
 TEST(KrvdbgValueText, TheLayoutsOfGetValue)
