@@ -18,6 +18,7 @@
 #include "Process.h"
 #include "ScriptedTransport.h"
 #include "Wire.h"
+#include <jdwpkrvdbg/support/NonCopyable.h>
 
 namespace bench {
 
@@ -66,12 +67,10 @@ bool anchorOk(const AnchorRun& run, const std::string& what);
 // with the socket agent on a free port) or attaches to. Its end disconnects
 // and waits for a launched VM to exit, so the next run starts on a quiet
 // machine.
-class Session {
+class Session : jdwpkrvdbg::NonCopyable {
 public:
     explicit Session(const std::vector<std::string>& targetClasses);
     ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
     // `mainArgs`: the main class and its arguments.
     bool launch(const std::string& classPath, const std::string& mainArgs);
     bool attach(int port);

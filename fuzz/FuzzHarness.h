@@ -31,6 +31,7 @@
 #include <jdwpkrvdbg/jdwpkrvdbg.h>
 
 #include "Wire.h"
+#include <jdwpkrvdbg/support/NonCopyable.h>
 
 namespace jdwpkrvdbg::fuzz {
 
@@ -104,12 +105,10 @@ std::vector<SentCommand> cutCommands(std::string& pending, Framing framing);
 
 class FuzzTransport;
 
-class FuzzSession {
+class FuzzSession : NonCopyable {
 public:
     explicit FuzzSession(const SessionOptions& options);
     ~FuzzSession();
-    FuzzSession(const FuzzSession&) = delete;
-    FuzzSession& operator=(const FuzzSession&) = delete;
 
     void setAnswers(std::vector<Answer> answers) { answers_ = std::move(answers); }
     // Hands bytes to the session as the transport would deliver them, then

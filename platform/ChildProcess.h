@@ -14,6 +14,7 @@
 
 #include "ChildLauncher.h"
 #include "jdwpkrvdbg/platform/MessagePump.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 
 namespace jdwpkrvdbg::platform_detail {
 
@@ -23,7 +24,7 @@ namespace jdwpkrvdbg::platform_detail {
 bool describeLaunch(const std::string& path, const std::string& commandLine, const std::string& libraryDir,
                     ChildLaunch& launch, std::string& status);
 
-class ChildProcess {
+class ChildProcess : NonCopyable {
 public:
     // `error`: the text came from the process's stderr.
     using ConsoleCallback = std::function<void(const std::string& text, bool error)>;
@@ -35,8 +36,6 @@ public:
     // Killing a still running VM is the session's decision; only a child that
     // already ended is reaped here, so that it does not stay a zombie.
     ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
 
     // The caller has ended a previous process (kill). False with `status`
     // set when the process could not be started.

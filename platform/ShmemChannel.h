@@ -5,18 +5,17 @@
 // pump: notifyFd() is a descriptor to poll, readRecords() never blocks.
 #pragma once
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace jdwpkrvdbg {
 
-class ShmemChannel {
+class ShmemChannel : NonCopyable {
 public:
     ShmemChannel();
     ~ShmemChannel();
-    ShmemChannel(const ShmemChannel&) = delete;
-    ShmemChannel& operator=(const ShmemChannel&) = delete;
 
     // Letters, digits, '.', '_', '-'; 1 to 200 characters. why says what is wrong.
     static bool validName(const std::string& name, std::string& why);

@@ -27,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <poll.h>
@@ -202,11 +203,9 @@ inline bool processGone(pid_t pid)
 }
 
 // Watches one process; gone() may be called from several threads.
-class PeerWatch {
+class PeerWatch : NonCopyable {
 public:
     PeerWatch() = default;
-    PeerWatch(const PeerWatch&) = delete;
-    PeerWatch& operator=(const PeerWatch&) = delete;
     ~PeerWatch() { reset(); }
 
     void watch(pid_t pid)
@@ -574,11 +573,9 @@ bool writeRecord(RingWriter& writer, const Piece* pieces, size_t count, Stop sto
 // ---------------------------------------------------------------------------
 // The mapped object
 
-class Mapping {
+class Mapping : NonCopyable {
 public:
     Mapping() = default;
-    Mapping(const Mapping&) = delete;
-    Mapping& operator=(const Mapping&) = delete;
     Mapping(Mapping&& o) noexcept { *this = std::move(o); }
     Mapping& operator=(Mapping&& o) noexcept
     {
@@ -788,7 +785,7 @@ inline bool openChannel(const std::string& name, Mapping& out, std::string& erro
 // ---------------------------------------------------------------------------
 // One side's view of a mapped channel.
 
-class Endpoint {
+class Endpoint : NonCopyable {
 public:
     Endpoint(Mapping&& mapping, Side self)
         : map_(std::move(mapping)),
@@ -798,8 +795,6 @@ public:
           reader_(&map_.ring(self_), map_.ringData(self_))
     {
     }
-    Endpoint(const Endpoint&) = delete;
-    Endpoint& operator=(const Endpoint&) = delete;
 
     SharedHeader& header() const { return map_.header(); }
     Mapping& mapping() { return map_; }

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 
 namespace jdwpkrvdbg::platform_detail {
 
@@ -32,12 +33,9 @@ struct ConnectionEvents {
 // What each connection of the transport holds: the pump that watches it, the
 // events it raises, and the status text a failure leaves for the transport.
 // Not copyable: pump callbacks hold its address.
-class PumpedConnection {
+class PumpedConnection : NonCopyable {
 public:
     using Events = ConnectionEvents;
-
-    PumpedConnection(const PumpedConnection&) = delete;
-    PumpedConnection& operator=(const PumpedConnection&) = delete;
 
 protected:
     PumpedConnection(MessagePump& pump, Events events, std::string& status)

@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <poll.h>
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include <chrono>
 #include <cstdlib>
 #include <vector>
@@ -44,29 +45,36 @@ constexpr int kIconifyWaitMs = 1000;
 // Guard against a malformed tree when walking up from the focus window.
 constexpr int kMaxAncestorSteps = 32;
 
+// The functions we use, as (member of X11Api, libX11 name): one list for the
+// members and for their lookup.
+#define JDWPKRVDBG_X11_FUNCTIONS(F)                                                                                    \
+    F(openDisplay, XOpenDisplay)                                                                                       \
+    F(closeDisplay, XCloseDisplay)                                                                                     \
+    F(setErrorHandler, XSetErrorHandler)                                                                               \
+    F(defaultRootWindow, XDefaultRootWindow)                                                                           \
+    F(defaultScreen, XDefaultScreen)                                                                                   \
+    F(connectionNumber, XConnectionNumber)                                                                             \
+    F(internAtom, XInternAtom)                                                                                         \
+    F(getWindowProperty, XGetWindowProperty)                                                                           \
+    F(free, XFree)                                                                                                     \
+    F(queryTree, XQueryTree)                                                                                           \
+    F(getTransientForHint, XGetTransientForHint)                                                                       \
+    F(getWindowAttributes, XGetWindowAttributes)                                                                       \
+    F(mapRaised, XMapRaised)                                                                                           \
+    F(raiseWindow, XRaiseWindow)                                                                                       \
+    F(setInputFocus, XSetInputFocus)                                                                                   \
+    F(getInputFocus, XGetInputFocus)                                                                                   \
+    F(sendEvent, XSendEvent)                                                                                           \
+    F(selectInput, XSelectInput)                                                                                       \
+    F(sync, XSync)                                                                                                     \
+    F(pending, XPending)                                                                                               \
+    F(nextEvent, XNextEvent)                                                                                           \
+    F(iconifyWindow, XIconifyWindow)
+
 struct X11Api {
-    decltype(&::XOpenDisplay) openDisplay = nullptr;
-    decltype(&::XCloseDisplay) closeDisplay = nullptr;
-    decltype(&::XSetErrorHandler) setErrorHandler = nullptr;
-    decltype(&::XDefaultRootWindow) defaultRootWindow = nullptr;
-    decltype(&::XDefaultScreen) defaultScreen = nullptr;
-    decltype(&::XConnectionNumber) connectionNumber = nullptr;
-    decltype(&::XInternAtom) internAtom = nullptr;
-    decltype(&::XGetWindowProperty) getWindowProperty = nullptr;
-    decltype(&::XFree) free = nullptr;
-    decltype(&::XQueryTree) queryTree = nullptr;
-    decltype(&::XGetTransientForHint) getTransientForHint = nullptr;
-    decltype(&::XGetWindowAttributes) getWindowAttributes = nullptr;
-    decltype(&::XMapRaised) mapRaised = nullptr;
-    decltype(&::XRaiseWindow) raiseWindow = nullptr;
-    decltype(&::XSetInputFocus) setInputFocus = nullptr;
-    decltype(&::XGetInputFocus) getInputFocus = nullptr;
-    decltype(&::XSendEvent) sendEvent = nullptr;
-    decltype(&::XSelectInput) selectInput = nullptr;
-    decltype(&::XSync) sync = nullptr;
-    decltype(&::XPending) pending = nullptr;
-    decltype(&::XNextEvent) nextEvent = nullptr;
-    decltype(&::XIconifyWindow) iconifyWindow = nullptr;
+#define JDWPKRVDBG_X11_MEMBER(member, name) decltype(&::name) member = nullptr;
+    JDWPKRVDBG_X11_FUNCTIONS(JDWPKRVDBG_X11_MEMBER)
+#undef JDWPKRVDBG_X11_MEMBER
 };
 
 template <typename Fn>
@@ -86,25 +94,10 @@ const X11Api* x11Api()
             return nullptr;
         }
         static X11Api loaded;
-        bool ok = resolve(library, "XOpenDisplay", loaded.openDisplay) &&
-                  resolve(library, "XCloseDisplay", loaded.closeDisplay) &&
-                  resolve(library, "XSetErrorHandler", loaded.setErrorHandler) &&
-                  resolve(library, "XDefaultRootWindow", loaded.defaultRootWindow) &&
-                  resolve(library, "XDefaultScreen", loaded.defaultScreen) &&
-                  resolve(library, "XConnectionNumber", loaded.connectionNumber) &&
-                  resolve(library, "XInternAtom", loaded.internAtom) &&
-                  resolve(library, "XGetWindowProperty", loaded.getWindowProperty) &&
-                  resolve(library, "XFree", loaded.free) && resolve(library, "XQueryTree", loaded.queryTree) &&
-                  resolve(library, "XGetTransientForHint", loaded.getTransientForHint) &&
-                  resolve(library, "XGetWindowAttributes", loaded.getWindowAttributes) &&
-                  resolve(library, "XMapRaised", loaded.mapRaised) &&
-                  resolve(library, "XRaiseWindow", loaded.raiseWindow) &&
-                  resolve(library, "XSetInputFocus", loaded.setInputFocus) &&
-                  resolve(library, "XGetInputFocus", loaded.getInputFocus) &&
-                  resolve(library, "XSendEvent", loaded.sendEvent) &&
-                  resolve(library, "XSelectInput", loaded.selectInput) && resolve(library, "XSync", loaded.sync) &&
-                  resolve(library, "XPending", loaded.pending) && resolve(library, "XNextEvent", loaded.nextEvent) &&
-                  resolve(library, "XIconifyWindow", loaded.iconifyWindow);
+        bool ok = true;
+#define JDWPKRVDBG_X11_RESOLVE(member, name) ok = ok && resolve(library, #name, loaded.member);
+        JDWPKRVDBG_X11_FUNCTIONS(JDWPKRVDBG_X11_RESOLVE)
+#undef JDWPKRVDBG_X11_RESOLVE
         return ok ? &loaded : nullptr;
     }();
     return api;
@@ -123,7 +116,7 @@ int countError(Display*, XErrorEvent*)
 // One display connection with our error handler installed; the previous
 // handler is back once the connection is closed (closing flushes requests
 // whose errors must still land with us).
-class X11Connection {
+class X11Connection : NonCopyable {
 public:
     X11Connection()
     {
@@ -148,8 +141,6 @@ public:
             restoreHandler();
         }
     }
-    X11Connection(const X11Connection&) = delete;
-    X11Connection& operator=(const X11Connection&) = delete;
 
     bool ok() const { return display_ != nullptr; }
     const X11Api& x() const { return *api_; }

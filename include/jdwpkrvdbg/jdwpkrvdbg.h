@@ -12,6 +12,7 @@
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
 #include "jdwpkrvdbg/protocol/cIEEE.h"
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include "jdwpkrvdbg/support/Pellum.h"
 #include "jdwpkrvdbg/support/cHive.h"
 
@@ -25,6 +26,7 @@
 #include "jdwpkrvdbg/session/PacketHistory.h"
 #include "jdwpkrvdbg/session/modMain.h"
 
+#include "jdwpkrvdbg/model/HostEvent.h"
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXClass.h"
 #include "jdwpkrvdbg/model/JXField.h"

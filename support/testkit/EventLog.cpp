@@ -27,57 +27,55 @@ void EventLog::note(std::string entry)
     all.push_back(std::move(entry));
 }
 
-void EventLog::Message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+void EventLog::hostEvent(const HostEvent& e)
 {
-    boxes.push_back(Prompt + "|" + std::to_string(Buttons) + "|" + Title);
-    note("Message(" + Prompt + "," + std::to_string(Buttons) + "," + Title + ")");
-}
-
-void EventLog::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
-{
-    stops.push_back({threadID, ClassName, LineNr, Offset, nowUs()});
-    note("Break(" + std::to_string(static_cast<int64_t>(threadID)) + "," + ClassName + "," + std::to_string(LineNr) +
-         "," + std::to_string(Offset) + ")");
-    if (onBreak)
-        onBreak();
-}
-
-void EventLog::VMStateChanged(VMState NewState)
-{
-    states.push_back(NewState);
-    note("State(" + std::to_string(NewState) + ")");
-}
-
-void EventLog::LogpointMessage(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
-{
-    logpoints.push_back(text);
-    note("Log(" + ClassName + "," + std::to_string(LineNr) + "," + text + ")");
-}
-
-void EventLog::ConditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                               const std::string& reason)
-{
-    note("ConditionFailed(" + ClassName + "," + std::to_string(LineNr) + "," + condition + "," + reason + ")");
-}
-
-void EventLog::DebugMessage(const std::string& s)
-{
-    debug.push_back(s);
-    note("Debug(" + s + ")");
-    if (onDebug)
-        onDebug(s);
-}
-
-void EventLog::ConsoleMessage(const std::string& s)
-{
-    console += s;
-    note("Console(" + s + ")");
-}
-
-void EventLog::Exception(const std::string& s)
-{
-    exceptions.push_back(s);
-    note("Exception(" + s + ")");
+    using K = HostEvent::Kind;
+    const std::string at = e.className + "," + std::to_string(e.line);
+    switch (e.kind) {
+    case K::Message:
+        boxes.push_back(e.text + "|" + std::to_string(e.buttons) + "|" + e.title);
+        note("Message(" + e.text + "," + std::to_string(e.buttons) + "," + e.title + ")");
+        break;
+    case K::Breakpoint:
+        stops.push_back({e.threadID, e.className, e.line, e.offset, nowUs()});
+        note("Break(" + std::to_string(static_cast<int64_t>(e.threadID)) + "," + at + "," + std::to_string(e.offset) +
+             ")");
+        if (onBreak)
+            onBreak();
+        break;
+    case K::VMStateChanged:
+        states.push_back(e.state);
+        note("State(" + std::to_string(e.state) + ")");
+        break;
+    case K::OpenConnection:
+        note("Open");
+        break;
+    case K::CloseConnection:
+        note("Close");
+        break;
+    case K::DebugMessage:
+        debug.push_back(e.text);
+        note("Debug(" + e.text + ")");
+        if (onDebug)
+            onDebug(e.text);
+        break;
+    case K::ConsoleMessage:
+    case K::ConsoleErrorMessage:
+        console += e.text;
+        note("Console(" + e.text + ")");
+        break;
+    case K::Exception:
+        exceptions.push_back(e.text);
+        note("Exception(" + e.text + ")");
+        break;
+    case K::LogpointMessage:
+        logpoints.push_back(e.text);
+        note("Log(" + at + "," + e.text + ")");
+        break;
+    case K::ConditionFailed:
+        note("ConditionFailed(" + at + "," + e.text + "," + e.reason + ")");
+        break;
+    }
 }
 
 size_t EventLog::count(const std::string& entry) const

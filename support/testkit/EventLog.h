@@ -13,7 +13,7 @@
 
 namespace jdwpkrvdbg::testing {
 
-struct EventLog : JXMachineEvents {
+struct EventLog : HostEventSink {
     struct Stop {
         double threadID = 0;
         std::string className;
@@ -38,18 +38,8 @@ struct EventLog : JXMachineEvents {
     // Print every event to stderr as it comes.
     bool echo = false;
 
-    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
-    void VMStateChanged(VMState NewState) override;
-    void OpenConnection() override { note("Open"); }
-    void CloseConnection() override { note("Close"); }
-    void DebugMessage(const std::string& s) override;
-    void ConsoleMessage(const std::string& s) override;
-    void Exception(const std::string& s) override;
-    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
-                         const std::string& text) override;
-    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                         const std::string& reason) override;
+    // Every event is noted in `all`, then kept by its kind.
+    void hostEvent(const HostEvent& event) override;
 
     size_t count(const std::string& entry) const;
     bool has(const std::string& entry) const { return count(entry) > 0; }

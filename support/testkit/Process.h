@@ -10,6 +10,7 @@
 
 #include <sys/types.h>
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -53,13 +54,11 @@ bool pumpUntil(const std::function<bool()>& done, int timeoutMs = 10000);
 // `terminal`, that runs in a pseudo-terminal of its own (its controlling
 // terminal, stdin included: what send() writes is typed there, "\x03" is
 // Ctrl-C). argv[0] is looked up in PATH when it has no '/'.
-class ChildProcess {
+class ChildProcess : NonCopyable {
 public:
     ChildProcess(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {},
                  bool terminal = false);
     ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t pid() const { return pid_; }
     // Reads output until a line contains `text` or `timeoutMs` passes; the

@@ -11,13 +11,14 @@
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
 #include "jdwpkrvdbg/session/JDWPCon.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 
 namespace jdwpkrvdbg::testing {
 
 // What a peer sends in answer reaches the session on a later pump pass,
 // never inside the send that caused it (a real transport cannot answer
 // that fast either).
-class Outbox {
+class Outbox : NonCopyable {
 public:
     explicit Outbox(std::function<void(const std::string&)> deliver) : deliver_(std::move(deliver)) {}
     ~Outbox()
@@ -25,8 +26,6 @@ public:
         if (idle_)
             MessagePump::instance().removeIdle(idle_);
     }
-    Outbox(const Outbox&) = delete;
-    Outbox& operator=(const Outbox&) = delete;
 
     void post(std::string bytes)
     {

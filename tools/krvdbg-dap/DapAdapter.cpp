@@ -1324,6 +1324,10 @@ void DapAdapter::poll()
     if (!pendingStart_.is_null() && !configurationDone_ && GetTickCount() - pendingSince_ >= kConfigurationWaitMs)
         startPending();
     auto& jvm = *handler_->myJVM();
+    // Asking for the threads pumps, and what comes meanwhile (a failed
+    // condition's text and its stop) is reported below in its own order.
+    if (threadsDirty_ && state_ == State::Running)
+        refreshThreads();
     for (auto& o : events_->output()) {
         json body = {{"category", o.category}, {"output", o.text}};
         // A logpoint's line, or a failed condition, points at its breakpoint.
@@ -1335,8 +1339,6 @@ void DapAdapter::poll()
         emit("output", body);
     }
     events_->output().clear();
-    if (threadsDirty_ && state_ == State::Running)
-        refreshThreads();
     while (!events_->stops().empty() && !events_->ended()) {
         DebuggeeStop stop = events_->stops().front();
         events_->stops().pop_front();

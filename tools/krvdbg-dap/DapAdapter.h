@@ -24,6 +24,7 @@
 #include "SourceMap.h"
 #include "ValueReader.h"
 #include "VariableStore.h"
+#include <jdwpkrvdbg/support/NonCopyable.h>
 
 namespace jdwpkrvdbg {
 class JDWPHandler;
@@ -39,7 +40,7 @@ struct DapError {
     std::string message;
 };
 
-class DapAdapter {
+class DapAdapter : jdwpkrvdbg::NonCopyable {
 public:
     using Sink = std::function<void(const json&)>;
     // In this order: handle() looks a state up by its number.
@@ -65,8 +66,6 @@ public:
 
     explicit DapAdapter(Sink sink);
     ~DapAdapter();
-    DapAdapter(const DapAdapter&) = delete;
-    DapAdapter& operator=(const DapAdapter&) = delete;
 
     // One message from the client.
     void handle(const json& message);

@@ -13,16 +13,52 @@ std::string DebuggeeEvents::lfOnly(const std::string& s)
     return out;
 }
 
-void DebuggeeEvents::Message(const std::string& Prompt, int32_t, const std::string& Title)
+void DebuggeeEvents::hostEvent(const jdwpkrvdbg::HostEvent& e)
 {
-    lastMessage_ = lfOnly(Prompt);
-    output_.push_back({"console", (Title.empty() ? std::string() : Title + ": ") + lastMessage_ + "\n", {}, 0});
+    using K = jdwpkrvdbg::HostEvent::Kind;
+    switch (e.kind) {
+    case K::Message:
+        lastMessage_ = lfOnly(e.text);
+        output_.push_back({"console", (e.title.empty() ? std::string() : e.title + ": ") + lastMessage_ + "\n", {}, 0});
+        break;
+    case K::Breakpoint:
+        stop(e);
+        break;
+    case K::VMStateChanged:
+        life_.stateChanged(e.state);
+        break;
+    case K::OpenConnection:
+    case K::CloseConnection:
+        break;
+    case K::DebugMessage:
+        debugMessage(e.text);
+        break;
+    case K::ConsoleMessage:
+        output_.push_back({"stdout", lfOnly(e.text), {}, 0});
+        break;
+    case K::ConsoleErrorMessage:
+        output_.push_back({"stderr", lfOnly(e.text), {}, 0});
+        break;
+    case K::Exception:
+        exception(e.text);
+        break;
+    case K::LogpointMessage:
+        output_.push_back({"console", lfOnly(e.text) + "\n", e.className, e.line});
+        break;
+    case K::ConditionFailed:
+        // Comes just before the stop it explains, which the adapter reports
+        // after the output queued before it.
+        output_.push_back({"console",
+                           "The breakpoint condition " + e.text + " could not be evaluated: " + e.reason + "\n",
+                           e.className, e.line});
+        break;
+    }
 }
 
-void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset)
+void DebuggeeEvents::stop(const jdwpkrvdbg::HostEvent& e)
 {
     DebuggeeStop stop;
-    static_cast<StopPlace&>(stop) = {threadID, ClassName, LineNr, Offset};
+    static_cast<StopPlace&>(stop) = {e.threadID, e.className, e.line, e.offset};
     stop.methodID = jvm_->currentMethodID();
     stop.index = jvm_->currentIndex();
     stop.stepExpected = stepExpected_;
@@ -30,12 +66,7 @@ void DebuggeeEvents::Breakpoint(double threadID, const std::string& ClassName, i
     stops_.push_back(std::move(stop));
 }
 
-void DebuggeeEvents::VMStateChanged(jdwpkrvdbg::VMState NewState)
-{
-    life_.stateChanged(NewState);
-}
-
-void DebuggeeEvents::DebugMessage(const std::string& s)
+void DebuggeeEvents::debugMessage(const std::string& s)
 {
     // The library names every class the VM prepares: in an editor's console
     // that is hundreds of lines before the program's first one.
@@ -47,31 +78,7 @@ void DebuggeeEvents::DebugMessage(const std::string& s)
     output_.push_back({"console", text, {}, 0});
 }
 
-void DebuggeeEvents::ConsoleMessage(const std::string& s)
-{
-    output_.push_back({"stdout", lfOnly(s), {}, 0});
-}
-
-void DebuggeeEvents::ConsoleErrorMessage(const std::string& s)
-{
-    output_.push_back({"stderr", lfOnly(s), {}, 0});
-}
-
-void DebuggeeEvents::LogpointMessage(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
-{
-    output_.push_back({"console", lfOnly(text) + "\n", ClassName, LineNr});
-}
-
-void DebuggeeEvents::ConditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                                     const std::string& reason)
-{
-    // Comes just before the stop it explains, which the adapter reports after
-    // the output queued before it.
-    output_.push_back({"console", "The breakpoint condition " + condition + " could not be evaluated: " + reason + "\n",
-                       ClassName, LineNr});
-}
-
-void DebuggeeEvents::Exception(const std::string& s)
+void DebuggeeEvents::exception(const std::string& s)
 {
     // Raised right after the stop it belongs to, in the same event.
     if (stops_.empty())

@@ -9,8 +9,8 @@
 #include <deque>
 #include <string>
 
+#include <jdwpkrvdbg/model/HostEvent.h>
 #include <jdwpkrvdbg/model/JXMachine.h>
-#include <jdwpkrvdbg/model/JXMachineEvents.h>
 
 #include "StopRecord.h"
 
@@ -31,23 +31,13 @@ struct DebuggeeOutput {
     int32_t line = 0;
 };
 
-class DebuggeeEvents : public jdwpkrvdbg::JXMachineEvents {
+class DebuggeeEvents : public jdwpkrvdbg::HostEventSink {
 public:
     // The session whose stops are recorded: their code index is read from it
     // as they come, before a later stop moves it on.
-    explicit DebuggeeEvents(const jdwpkrvdbg::JXMachine* jvm) : jvm_(jvm) {}
+    explicit DebuggeeEvents(const jdwpkrvdbg::JXMachine* jvm) : HostEventSink(true), jvm_(jvm) {}
 
-    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
-    void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
-    void DebugMessage(const std::string& s) override;
-    void ConsoleMessage(const std::string& s) override;
-    void ConsoleErrorMessage(const std::string& s) override;
-    void Exception(const std::string& s) override;
-    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
-                         const std::string& text) override;
-    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                         const std::string& reason) override;
+    void hostEvent(const jdwpkrvdbg::HostEvent& event) override;
 
     void expectStep() { stepExpected_ = true; }
     void clearStep() { stepExpected_ = false; }
@@ -61,6 +51,10 @@ public:
     static std::string lfOnly(const std::string& s);
 
 private:
+    void stop(const jdwpkrvdbg::HostEvent& e);
+    void debugMessage(const std::string& s);
+    void exception(const std::string& s);
+
     const jdwpkrvdbg::JXMachine* jvm_;
     bool stepExpected_ = false;
     VMLifetime life_;

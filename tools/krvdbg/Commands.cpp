@@ -289,8 +289,11 @@ const std::vector<Commands::Verb>& Commands::verbs()
         {{"suspend"},
          0,
          {{"suspend | resume", "suspend or resume the whole VM (resume does not wait)"}},
-         plain<&Commands::suspend>},
-        {{"resume"}, 0, {}, plain<&Commands::resume>},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.suspendOrResume(cmd, true); }},
+        {{"resume"},
+         0,
+         {},
+         [](Commands& c, const std::string& cmd, const Args&) { return c.suspendOrResume(cmd, false); }},
         {{"pop"}, 0, {{"pop", "drop the top frame of the stopped thread"}}, plain<&Commands::pop>},
         {{"redefine"},
          -1,
@@ -991,44 +994,36 @@ CommandOutcome Commands::threads(const std::string& cmd)
     return o;
 }
 
-CommandOutcome Commands::suspend(const std::string& cmd)
+CommandOutcome Commands::suspendOrResume(const std::string& cmd, bool suspend)
 {
     if (auto refused = requireAlive(cmd))
         return *refused;
     // A second suspend would have to be resumed twice (the VM counts them).
-    if (session_.suspended())
+    if (suspend && session_.suspended())
         return CommandOutcome::failure(cmd, "the VM is already suspended");
     auto& jvm = session_.jvm();
-    session_.noteSuspendAsked();
-    jvm.SuspendVM();
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() == VMSuspend || session_.ended(); }, kStateConfirmMs);
+    if (suspend) {
+        session_.noteSuspendAsked();
+        jvm.SuspendVM();
+    } else {
+        noteResume();
+        jvm.ResumeVM(true);
+    }
+    MessagePump::instance().pumpUntil([&] { return (jvm.JVMState() == VMSuspend) == suspend || session_.ended(); },
+                                      kStateConfirmMs);
     session_.printer().flush();
+    const bool suspended = jvm.JVMState() == VMSuspend;
     CommandOutcome o;
     o.command = cmd;
-    const bool done = jvm.JVMState() == VMSuspend;
     o.result = {{"state", static_cast<int>(jvm.JVMState())}};
-    o.text.push_back(done ? "VM suspended. Its threads:" : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
-    if (done) {
+    o.text.push_back(!suspend    ? "VM resumed."
+                     : suspended ? "VM suspended. Its threads:"
+                                 : "VM state: " + TextPrinter::stateName(jvm.JVMState()));
+    if (suspend && suspended) {
         session_.events().noteSuspended();
         // As after Ctrl-C: the place of the last stop is gone.
         showThreadsAndChooseOne(o);
     }
-    return o;
-}
-
-CommandOutcome Commands::resume(const std::string& cmd)
-{
-    if (auto refused = requireAlive(cmd))
-        return *refused;
-    auto& jvm = session_.jvm();
-    noteResume();
-    jvm.ResumeVM(true);
-    MessagePump::instance().pumpUntil([&] { return jvm.JVMState() != VMSuspend || session_.ended(); }, kStateConfirmMs);
-    session_.printer().flush();
-    CommandOutcome o;
-    o.command = cmd;
-    o.result = {{"state", static_cast<int>(jvm.JVMState())}};
-    o.text.push_back("VM resumed.");
     return o;
 }
 

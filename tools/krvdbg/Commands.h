@@ -63,8 +63,7 @@ private:
     CommandOutcome locals(const std::string& cmd);
     CommandOutcome where(const std::string& cmd);
     CommandOutcome threads(const std::string& cmd);
-    CommandOutcome suspend(const std::string& cmd);
-    CommandOutcome resume(const std::string& cmd);
+    CommandOutcome suspendOrResume(const std::string& cmd, bool suspend);
     CommandOutcome pop(const std::string& cmd);
     CommandOutcome redefine(const std::string& cmd, const Args& args);
     CommandOutcome holdOrRelease(const std::string& cmd, bool hold);

@@ -8,7 +8,7 @@
 #include <functional>
 #include <string>
 
-#include <jdwpkrvdbg/model/JXMachineEvents.h>
+#include <jdwpkrvdbg/model/HostEvent.h>
 
 #include "Printer.h"
 #include "StopRecord.h"
@@ -20,22 +20,12 @@ struct StopInfo : StopPlace {
     std::string exception; // the exception's text for an exception stop
 };
 
-class HostEvents : public jdwpkrvdbg::JXMachineEvents {
+class HostEvents : public jdwpkrvdbg::HostEventSink {
 public:
     HostEvents(Printer& printer, bool quiet) : printer_(printer), quiet_(quiet) {}
 
-    void Message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void Breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset) override;
-    void VMStateChanged(jdwpkrvdbg::VMState NewState) override;
-    void OpenConnection() override;
-    void CloseConnection() override;
-    void DebugMessage(const std::string& s) override;
-    void ConsoleMessage(const std::string& s) override;
-    void Exception(const std::string& s) override;
-    void LogpointMessage(double threadID, const std::string& ClassName, int32_t LineNr,
-                         const std::string& text) override;
-    void ConditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                         const std::string& reason) override;
+    // Notes what the command loop needs, then hands the event to the printer.
+    void hostEvent(const jdwpkrvdbg::HostEvent& event) override;
 
     // A step was asked for: the next stop is reported as its completion,
     // unless a breakpoint sits where it stopped (`breakpointAt` tells).
@@ -63,6 +53,10 @@ public:
     const std::string& console() const { return console_; }
 
 private:
+    StopCause noteStop(const jdwpkrvdbg::HostEvent& e);
+    // True for a "running" that is late (see Printer::hostEvent).
+    bool noteState(jdwpkrvdbg::VMState state);
+
     Printer& printer_;
     bool quiet_;
     std::function<bool(const std::string&, int32_t)> breakpointAt_;

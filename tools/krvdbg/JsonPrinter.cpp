@@ -1,6 +1,8 @@
 // JSON-lines output of a debugging session.
 #include "JsonPrinter.h"
 
+#include <iterator>
+
 namespace krvdbg {
 
 using json = Json;
@@ -15,68 +17,34 @@ void JsonPrinter::emit(const json& object)
     write(dumpLine(object));
 }
 
-void JsonPrinter::message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+void JsonPrinter::hostEvent(const jdwpkrvdbg::HostEvent& e, StopCause, bool)
 {
-    emit({{"event", "Message"}, {"Prompt", Prompt}, {"Buttons", Buttons}, {"Title", Title}});
-}
+    using K = jdwpkrvdbg::HostEvent::Kind;
+    // The name JXMachineEvents gives the text argument of each kind, in the
+    // order of Kind; null where there is none.
+    static constexpr const char* kTextArgument[] = {"Prompt", nullptr, nullptr, nullptr, nullptr,    "s",
+                                                    "s",      "s",     "s",     "text",  "condition"};
+    static_assert(std::size(kTextArgument) == static_cast<size_t>(K::ConditionFailed) + 1);
 
-void JsonPrinter::breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset, StopCause)
-{
-    emit({{"event", "Breakpoint"},
-          {"threadID", jsonNumber(threadID)},
-          {"ClassName", ClassName},
-          {"LineNr", LineNr},
-          {"Offset", Offset}});
-}
-
-void JsonPrinter::stateChanged(jdwpkrvdbg::VMState NewState, bool)
-{
-    emit({{"event", "VMStateChanged"}, {"NewState", static_cast<int>(NewState)}});
-}
-
-void JsonPrinter::openConnection()
-{
-    emit({{"event", "OpenConnection"}});
-}
-
-void JsonPrinter::closeConnection()
-{
-    emit({{"event", "CloseConnection"}});
-}
-
-void JsonPrinter::debugMessage(const std::string& s)
-{
-    emit({{"event", "DebugMessage"}, {"s", s}});
-}
-
-void JsonPrinter::consoleMessage(const std::string& s)
-{
-    emit({{"event", "ConsoleMessage"}, {"s", s}});
-}
-
-void JsonPrinter::exception(const std::string& s)
-{
-    emit({{"event", "Exception"}, {"s", s}});
-}
-
-void JsonPrinter::logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text)
-{
-    emit({{"event", "LogpointMessage"},
-          {"threadID", jsonNumber(threadID)},
-          {"ClassName", ClassName},
-          {"LineNr", LineNr},
-          {"text", text}});
-}
-
-void JsonPrinter::conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
-                                  const std::string& condition, const std::string& reason)
-{
-    emit({{"event", "ConditionFailed"},
-          {"threadID", jsonNumber(threadID)},
-          {"ClassName", ClassName},
-          {"LineNr", LineNr},
-          {"condition", condition},
-          {"reason", reason}});
+    json o{{"event", jdwpkrvdbg::HostEvent::name(e.kind)}};
+    if (e.kind == K::Breakpoint || e.kind == K::LogpointMessage || e.kind == K::ConditionFailed) {
+        o["threadID"] = jsonNumber(e.threadID);
+        o["ClassName"] = e.className;
+        o["LineNr"] = e.line;
+    }
+    if (e.kind == K::Breakpoint)
+        o["Offset"] = e.offset;
+    if (e.kind == K::VMStateChanged)
+        o["NewState"] = static_cast<int>(e.state);
+    if (const char* text = kTextArgument[static_cast<size_t>(e.kind)])
+        o[text] = e.text;
+    if (e.kind == K::Message) {
+        o["Buttons"] = e.buttons;
+        o["Title"] = e.title;
+    }
+    if (e.kind == K::ConditionFailed)
+        o["reason"] = e.reason;
+    emit(o);
 }
 
 void JsonPrinter::trace(const std::string& line)

@@ -10,18 +10,7 @@ namespace krvdbg {
 
 class JsonPrinter : public Printer {
 public:
-    void message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
-                    StopCause cause) override;
-    void stateChanged(jdwpkrvdbg::VMState NewState, bool late) override;
-    void openConnection() override;
-    void closeConnection() override;
-    void debugMessage(const std::string& s) override;
-    void consoleMessage(const std::string& s) override;
-    void exception(const std::string& s) override;
-    void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text) override;
-    void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                         const std::string& reason) override;
+    void hostEvent(const jdwpkrvdbg::HostEvent& event, StopCause cause, bool late) override;
     void trace(const std::string& line) override;
     void echo(const std::string& commandLine) override;
     void outcome(const CommandOutcome& outcome) override;

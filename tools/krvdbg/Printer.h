@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <jdwpkrvdbg/protocol/JDWPStructs.h>
+#include <jdwpkrvdbg/model/HostEvent.h>
 
 namespace krvdbg {
 
@@ -50,23 +50,35 @@ class Printer {
 public:
     virtual ~Printer() = default;
 
-    // --- host events, with the arguments of JXMachineEvents ---
-    virtual void message(const std::string& Prompt, int32_t Buttons, const std::string& Title) = 0;
-    virtual void breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
-                            StopCause cause) = 0;
-    // `late`: "running" from a Resume reply that was read after a stop (the
-    // VM is stopped).
-    virtual void stateChanged(jdwpkrvdbg::VMState NewState, bool late) = 0;
-    virtual void openConnection() = 0;
-    virtual void closeConnection() = 0;
-    virtual void debugMessage(const std::string& s) = 0;
-    virtual void consoleMessage(const std::string& s) = 0;
-    virtual void exception(const std::string& s) = 0;
-    // A logpoint's line (the program goes on), and a condition that could
-    // not be evaluated (the stop follows).
-    virtual void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text) = 0;
-    virtual void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr,
-                                 const std::string& condition, const std::string& reason) = 0;
+    // --- host events ---
+    // Each event as it comes. `cause` is what the user asked for when a
+    // Breakpoint came; `late` marks a VMStateChanged "running" that is a
+    // Resume reply read after a stop (the VM is stopped).
+    virtual void hostEvent(const jdwpkrvdbg::HostEvent& event, StopCause cause, bool late) = 0;
+    // The same, for callers that hold JXMachineEvents' arguments.
+    void message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+    {
+        Forward(*this).Message(Prompt, Buttons, Title);
+    }
+    void breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset, StopCause cause)
+    {
+        Forward(*this, cause).Breakpoint(threadID, ClassName, LineNr, Offset);
+    }
+    void stateChanged(jdwpkrvdbg::VMState NewState, bool late)
+    {
+        Forward(*this, StopCause::Breakpoint, late).VMStateChanged(NewState);
+    }
+    void consoleMessage(const std::string& s) { Forward(*this).ConsoleMessage(s); }
+    void exception(const std::string& s) { Forward(*this).Exception(s); }
+    void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text)
+    {
+        Forward(*this).LogpointMessage(threadID, ClassName, LineNr, text);
+    }
+    void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
+                         const std::string& reason)
+    {
+        Forward(*this).ConditionFailed(threadID, ClassName, LineNr, condition, reason);
+    }
 
     // --- krvdbg's own output ---
     virtual void trace(const std::string& line) = 0;
@@ -91,6 +103,22 @@ protected:
     void write(const std::string& text);
 
 private:
+    // Makes the event of a JXMachineEvents call, as the session's observer
+    // does, and hands it to the printer.
+    class Forward : public jdwpkrvdbg::HostEventSink {
+    public:
+        explicit Forward(Printer& printer, StopCause cause = StopCause::Breakpoint, bool late = false)
+            : printer_(printer), cause_(cause), late_(late)
+        {
+        }
+        void hostEvent(const jdwpkrvdbg::HostEvent& event) override { printer_.hostEvent(event, cause_, late_); }
+
+    private:
+        Printer& printer_;
+        StopCause cause_;
+        bool late_;
+    };
+
     std::function<void()> before_;
     std::function<void()> after_;
 };

@@ -96,16 +96,13 @@ void Session::onPacket(const PacketEvent& packet)
 {
     if (packet.direction == PacketEvent::Direction::Received && packet.reply && packet.errorCode == 0 &&
         packet.commandSet == CMDSET_VirtualMachine && packet.command == VM_RESUME)
-        lastResumeReply_ = ++sequence_;
+        opening_.resumeReplied();
 }
 
 void Session::onStateChanged(VMState state)
 {
-    if (state == VMSuspend) {
-        lastSuspend_ = ++sequence_;
-        if (lastResumeReply_ == 0)
-            suspendedAtOpening_ = true;
-    }
+    if (state == VMSuspend)
+        opening_.suspended();
 }
 
 void Session::noteSuspendAsked()
@@ -118,8 +115,8 @@ void Session::noteSuspendAsked()
 
 bool Session::stuckAtStart()
 {
-    return !startResumed_ && events_->stopCount() == 0 && !ended() && lastResumeReply_ > 0 &&
-           lastSuspend_ > lastResumeReply_ && jvm().JVMState() == VMSuspend;
+    return !startResumed_ && events_->stopCount() == 0 && !ended() && opening_.suspendedAfterReply() &&
+           jvm().JVMState() == VMSuspend;
 }
 
 void Session::addTarget(const std::string& internalName, bool apply)
@@ -237,9 +234,9 @@ bool Session::attachedToRunningProgram()
 {
     // The opening sequence is a few round trips; its Resume reply ends it.
     constexpr uint32_t kOpeningMs = 4000;
-    MessagePump::instance().pumpUntil([&] { return lastResumeReply_ > 0 || ended(); }, kOpeningMs);
+    MessagePump::instance().pumpUntil([&] { return opening_.replied() || ended(); }, kOpeningMs);
     printer_.flush();
-    if (ended() || suspendedAtOpening_ || events_->stopCount() > 0)
+    if (ended() || opening_.suspendedBeforeReply() || events_->stopCount() > 0)
         return false;
     registerWaitingBreakpoints(jvm());
     return true;

@@ -16,18 +16,17 @@
 #include "CommandLine.h"
 #include "HostEvents.h"
 #include "Printer.h"
+#include <jdwpkrvdbg/support/NonCopyable.h>
 
 namespace krvdbg {
 
 // Ending: a TERM or HUP asked krvdbg to end.
 enum class WaitOutcome { Stopped, Ended, TimedOut, Interrupted, Ending };
 
-class Session {
+class Session : jdwpkrvdbg::NonCopyable {
 public:
     Session(const Options& options, Printer& printer);
     ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
 
     // Launches the VM (or attaches) and returns once the transport is up;
     // false with failureText() set when the VM could not be started or
@@ -82,6 +81,26 @@ private:
     // then stays suspended at its start with nobody to resume it. Seen as a
     // suspension without a stop, reported after the reply to that Resume.
     bool stuckAtStart();
+    // Which came first: the reply to the opening Resume, or a suspension.
+    class OpeningOrder {
+    public:
+        void resumeReplied() { lastResumeReply_ = ++sequence_; }
+        void suspended()
+        {
+            lastSuspend_ = ++sequence_;
+            if (lastResumeReply_ == 0)
+                suspendedBeforeReply_ = true;
+        }
+        bool replied() const { return lastResumeReply_ > 0; }
+        bool suspendedBeforeReply() const { return suspendedBeforeReply_; }
+        bool suspendedAfterReply() const { return replied() && lastSuspend_ > lastResumeReply_; }
+
+    private:
+        uint64_t sequence_ = 0;
+        uint64_t lastResumeReply_ = 0;
+        uint64_t lastSuspend_ = 0;
+        bool suspendedBeforeReply_ = false;
+    };
     void onPacket(const jdwpkrvdbg::PacketEvent& packet);
     void onStateChanged(jdwpkrvdbg::VMState state);
 
@@ -92,11 +111,8 @@ private:
     std::vector<std::string> targets_;
     std::unordered_set<std::string> targetSet_;
     int packetObserver_ = 0;
-    uint64_t sequence_ = 0;
-    uint64_t lastResumeReply_ = 0;
-    uint64_t lastSuspend_ = 0;
+    OpeningOrder opening_;
     bool startResumed_ = false;
-    bool suspendedAtOpening_ = false;
     bool started_ = false;
     bool shutDown_ = false;
     std::string failureText_;

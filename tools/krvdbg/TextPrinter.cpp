@@ -27,6 +27,34 @@ std::string trimLineEnds(std::string s)
     return s;
 }
 
+// Lines after the first are indented under it.
+std::string indentContinuations(const std::string& text)
+{
+    std::string out;
+    for (char c : text) {
+        out += c;
+        if (c == '\n')
+            out += "  ";
+    }
+    return out;
+}
+
+// The line of an event that is shown on a line of its own.
+std::string eventLine(const jdwpkrvdbg::HostEvent& e)
+{
+    using K = jdwpkrvdbg::HostEvent::Kind;
+    const auto at = [&] { return ClassNames::toJava(e.className) + ":" + std::to_string(e.line); };
+    if (e.kind == K::Message)
+        return "Message [" + e.title + "]: " + indentContinuations(trimLineEnds(unixLines(e.text)));
+    if (e.kind == K::OpenConnection || e.kind == K::CloseConnection)
+        return e.kind == K::OpenConnection ? "Connection open" : "Connection closed";
+    if (e.kind == K::LogpointMessage)
+        return "log " + at() + ": " + trimLineEnds(unixLines(e.text));
+    if (e.kind == K::ConditionFailed)
+        return "The condition " + e.text + " at " + at() + " could not be evaluated: " + e.reason;
+    return trimLineEnds(unixLines(e.text)); // DebugMessage
+}
+
 std::string threadText(double threadID)
 {
     return std::to_string(static_cast<long long>(std::llround(threadID)));
@@ -68,30 +96,42 @@ std::string TextPrinter::stopPlace(const std::string& className, int32_t lineNr,
     return place;
 }
 
-void TextPrinter::message(const std::string& Prompt, int32_t Buttons, const std::string& Title)
+void TextPrinter::hostEvent(const jdwpkrvdbg::HostEvent& e, StopCause cause, bool late)
 {
-    flush();
-    std::string text = unixLines(Prompt);
-    std::string indented;
-    for (char c : trimLineEnds(text)) {
-        indented += c;
-        if (c == '\n')
-            indented += "  ";
+    using K = jdwpkrvdbg::HostEvent::Kind;
+    switch (e.kind) {
+    case K::Breakpoint:
+        holdStop(e, cause);
+        return;
+    case K::Exception:
+        showException(e.text);
+        return;
+    case K::VMStateChanged:
+        showState(e.state, late);
+        return;
+    case K::ConsoleMessage:
+    case K::ConsoleErrorMessage:
+        flush();
+        showConsole(e.text);
+        return;
+    default:
+        // A line of its own, after the stop held back.
+        flush();
+        line(eventLine(e));
+        return;
     }
-    line("Message [" + Title + "]: " + indented);
 }
 
-void TextPrinter::breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
-                             StopCause cause)
+void TextPrinter::holdStop(const jdwpkrvdbg::HostEvent& e, StopCause cause)
 {
     flush();
     stopPending_ = true;
     pendingLabel_ = cause == StopCause::Step        ? "Step completed"
                     : cause == StopCause::StopPoint ? "Stop point hit"
                                                     : "Breakpoint hit";
-    pendingPlace_ = "thread=" + threadText(threadID) + " " + stopPlace(ClassName, LineNr, Offset);
-    pendingClass_ = ClassName;
-    pendingLine_ = LineNr;
+    pendingPlace_ = "thread=" + threadText(e.threadID) + " " + stopPlace(e.className, e.line, e.offset);
+    pendingClass_ = e.className;
+    pendingLine_ = e.line;
 }
 
 void TextPrinter::flush()
@@ -111,18 +151,13 @@ void TextPrinter::flush()
     pendingState_.clear();
 }
 
-void TextPrinter::exception(const std::string& s)
+void TextPrinter::showException(const std::string& s)
 {
     // The text is the exception's class name, CR LF, then its own text.
     const std::string text = trimLineEnds(unixLines(s));
     const size_t nl = text.find('\n');
     const std::string detail = nl == std::string::npos ? text : text.substr(nl + 1);
-    std::string shown = "  Exception: ";
-    for (char c : detail.empty() ? text : detail) {
-        shown += c;
-        if (c == '\n')
-            shown += "  ";
-    }
+    const std::string shown = "  Exception: " + indentContinuations(detail.empty() ? text : detail);
     if (stopPending_) {
         pendingLabel_ = "Exception stop";
         pendingException_ = shown;
@@ -131,54 +166,21 @@ void TextPrinter::exception(const std::string& s)
     line(shown);
 }
 
-void TextPrinter::logpoint(double, const std::string& ClassName, int32_t LineNr, const std::string& text)
-{
-    flush();
-    line("log " + ClassNames::toJava(ClassName) + ":" + std::to_string(LineNr) + ": " + trimLineEnds(unixLines(text)));
-}
-
-void TextPrinter::conditionFailed(double, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                                  const std::string& reason)
-{
-    flush();
-    line("The condition " + condition + " at " + ClassNames::toJava(ClassName) + ":" + std::to_string(LineNr) +
-         " could not be evaluated: " + reason);
-}
-
-void TextPrinter::stateChanged(jdwpkrvdbg::VMState NewState, bool late)
+void TextPrinter::showState(jdwpkrvdbg::VMState state, bool late)
 {
     // A person would read it as the VM running on after the stop.
     if (late)
         return;
     if (stopPending_ && pendingState_.empty()) {
-        pendingState_ = "VM state: " + stateName(NewState);
+        pendingState_ = "VM state: " + stateName(state);
         return;
     }
     flush();
-    line("VM state: " + stateName(NewState));
+    line("VM state: " + stateName(state));
 }
 
-void TextPrinter::openConnection()
+void TextPrinter::showConsole(const std::string& s)
 {
-    flush();
-    line("Connection open");
-}
-
-void TextPrinter::closeConnection()
-{
-    flush();
-    line("Connection closed");
-}
-
-void TextPrinter::debugMessage(const std::string& s)
-{
-    flush();
-    line(trimLineEnds(unixLines(s)));
-}
-
-void TextPrinter::consoleMessage(const std::string& s)
-{
-    flush();
     const std::string text = unixLines(s);
     if (text.empty())
         return;

@@ -14,18 +14,7 @@ class TextPrinter : public Printer {
 public:
     explicit TextPrinter(SourceLines& sources) : sources_(sources) {}
 
-    void message(const std::string& Prompt, int32_t Buttons, const std::string& Title) override;
-    void breakpoint(double threadID, const std::string& ClassName, int32_t LineNr, int32_t Offset,
-                    StopCause cause) override;
-    void stateChanged(jdwpkrvdbg::VMState NewState, bool late) override;
-    void openConnection() override;
-    void closeConnection() override;
-    void debugMessage(const std::string& s) override;
-    void consoleMessage(const std::string& s) override;
-    void exception(const std::string& s) override;
-    void logpoint(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& text) override;
-    void conditionFailed(double threadID, const std::string& ClassName, int32_t LineNr, const std::string& condition,
-                         const std::string& reason) override;
+    void hostEvent(const jdwpkrvdbg::HostEvent& event, StopCause cause, bool late) override;
     void trace(const std::string& line) override;
     void echo(const std::string& commandLine) override;
     void outcome(const CommandOutcome& outcome) override;
@@ -37,6 +26,10 @@ public:
 private:
     // Writes whole lines, after ending a console line left open.
     void line(const std::string& text);
+    void holdStop(const jdwpkrvdbg::HostEvent& e, StopCause cause);
+    void showException(const std::string& s);
+    void showState(jdwpkrvdbg::VMState state, bool late);
+    void showConsole(const std::string& s);
     std::string stopPlace(const std::string& className, int32_t line, int32_t offset) const;
 
     SourceLines& sources_;

@@ -18,6 +18,7 @@
 #include "jdwpkrvdbg/model/JXBreakpoint.h"
 #include "jdwpkrvdbg/model/JXMachineEvents.h"
 #include "jdwpkrvdbg/protocol/JDWPStructs.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include "jdwpkrvdbg/support/cHive.h"
 
 namespace jdwpkrvdbg {
@@ -48,12 +49,10 @@ struct JXValueLiteral {
     std::string text;            // that string, UTF-8
 };
 
-class JXMachine {
+class JXMachine : NonCopyable {
 public:
     JXMachine();
     ~JXMachine();
-    JXMachine(const JXMachine&) = delete;
-    JXMachine& operator=(const JXMachine&) = delete;
 
     // --- host events ---
     void setEvents(std::shared_ptr<JXMachineEvents> events) { myEvents_ = std::move(events); }

@@ -16,6 +16,7 @@
 
 #include "jdwpkrvdbg/platform/MessagePump.h"
 #include "jdwpkrvdbg/session/JDWPCon.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 
 namespace jdwpkrvdbg {
 
@@ -36,12 +37,10 @@ std::string defaultShmemLibraryDir();
 // unterminated quote; `words` then holds nothing.
 bool splitCommandLine(const std::string& commandLine, std::vector<std::string>& words, std::string& error);
 
-class LinuxTransport : public JDWPCon {
+class LinuxTransport : public JDWPCon, private NonCopyable {
 public:
     explicit LinuxTransport(MessagePump& pump = MessagePump::instance());
     ~LinuxTransport() override;
-    LinuxTransport(const LinuxTransport&) = delete;
-    LinuxTransport& operator=(const LinuxTransport&) = delete;
 
     void ConnectShared(const std::string& SharedName) override;
     // Writes what the socket takes now and queues the rest, flushed when the

@@ -20,6 +20,7 @@
 
 #include "jdwpkrvdbg/session/JDWPCon.h"
 #include "jdwpkrvdbg/session/PacketHistory.h"
+#include "jdwpkrvdbg/support/NonCopyable.h"
 
 namespace jdwpkrvdbg {
 
@@ -29,7 +30,7 @@ class JDWPMessageFactory;
 class JXMachine;
 class JXThreadList;
 
-class JDWPHandler : public JDWPConEvents, public std::enable_shared_from_this<JDWPHandler> {
+class JDWPHandler : public JDWPConEvents, public std::enable_shared_from_this<JDWPHandler>, private NonCopyable {
 public:
     using Msg = std::shared_ptr<JDWPMessage>;
     using TransportFactory = std::function<std::shared_ptr<JDWPCon>()>;
@@ -37,8 +38,6 @@ public:
     // Creates a handler and makes it the current one.
     static std::shared_ptr<JDWPHandler> create();
     ~JDWPHandler() override;
-    JDWPHandler(const JDWPHandler&) = delete;
-    JDWPHandler& operator=(const JDWPHandler&) = delete;
 
     // Created on first use.
     std::shared_ptr<JDWPMessageFactory> myFactory();

@@ -10,17 +10,16 @@
 #include <type_traits>
 #include <vector>
 
+#include "jdwpkrvdbg/support/NonCopyable.h"
 #include "jdwpkrvdbg/support/Pellum.h"
 
 namespace jdwpkrvdbg {
 
 template <class T>
-class cHive {
+class cHive : NonCopyable {
 public:
     cHive() : handle_(Pellum::createHash()) {}
     ~cHive() { Pellum::freeHash(handle_); }
-    cHive(const cHive&) = delete;
-    cHive& operator=(const cHive&) = delete;
 
     // Counts one more element without storing anything; the caller fills the
     // slot through at() (used together with PreDimElements).
