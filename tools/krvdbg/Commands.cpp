@@ -288,7 +288,8 @@ const std::vector<Commands::Verb>& Commands::verbs()
         {{"threads"}, 0, {{"threads", "the VM's threads"}}, plain<&Commands::threads>},
         {{"suspend"},
          0,
-         {{"suspend | resume", "suspend or resume the whole VM (resume does not wait)"}},
+         {{"suspend | resume", "suspend the whole VM and show where each thread is, as\n"
+                               "Ctrl-C does | resume it (resume does not wait)"}},
          [](Commands& c, const std::string& cmd, const Args&) { return c.suspendOrResume(cmd, true); }},
         {{"resume"},
          0,
