@@ -112,6 +112,7 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         endPreviousSession();
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();
+        connectionsAtStart_ = connections_;
         if (bStartedProcess) {
             JDWPCon_->StartProcess(JVMPath, ReplaceAll(JVMParam, "%SharedName%", SharedName), bConsole, bUsePipe);
             jvm->printDebug(" *** Start Java Virtual Machine");
@@ -121,7 +122,10 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
             JDWPCon_->ConnectSocket(Host, portNumber(Port));
         }
         if (tryToConnect(SharedName, timeout, Host, Port, bUseRemote)) {
-            jvm->printDebug(" *** JDWP-Connection established ...");
+            // A connection the wire broke at once has ended the session
+            // already, as it would have a moment later.
+            if (isConnected())
+                jvm->printDebug(" *** JDWP-Connection established ...");
             return true;
         }
         reportConnectFailure();
@@ -155,6 +159,10 @@ bool JDWPHandler::tryToConnect(const std::string& SharedName, int32_t timeout, c
     const uint32_t start = GetTickCount();
     auto& pump = MessagePump::instance();
     uint64_t consoleAtTry = consoleTexts_;
+    // A connection was made when the transport is up, and also when it
+    // came and a protocol error ended it: trying again would connect a
+    // second time to a peer that has already failed.
+    auto madeOne = [&] { return JDWPCon_->TransportConnected() || connections_ != connectionsAtStart_; };
     for (int n = 1; n <= kConnectTries; ++n) {
         // The try's pause waits on the transport instead of sleeping, so a
         // connection is taken up the moment it is made. It also ends when
@@ -162,8 +170,7 @@ bool JDWPHandler::tryToConnect(const std::string& SharedName, int32_t timeout, c
         // for transport ..." the moment it listens, so the try comes then
         // and not at the next pause's end.
         const uint32_t pauseStart = GetTickCount();
-        while (ticksSince(pauseStart) < kConnectPauseMs && !JDWPCon_->TransportConnected() &&
-               consoleTexts_ == consoleAtTry)
+        while (ticksSince(pauseStart) < kConnectPauseMs && !madeOne() && consoleTexts_ == consoleAtTry)
             pump.pumpOnce(static_cast<int>(kConnectPauseMs - ticksSince(pauseStart)));
         consoleAtTry = consoleTexts_;
         mySharedName = SharedName;
@@ -171,15 +178,16 @@ bool JDWPHandler::tryToConnect(const std::string& SharedName, int32_t timeout, c
         if (!bUseRemote) {
             if (n == 1)
                 jvm->printDebug(" *** Connect [SHMem] " + SharedName);
-            JDWPCon_->ConnectShared(SharedName);
-        } else if (!JDWPCon_->TransportConnected()) {
+            if (!madeOne())
+                JDWPCon_->ConnectShared(SharedName);
+        } else if (!madeOne()) {
             // Our socket transport makes one attempt per call (a call while
             // one is pending is ignored), so a VM that starts listening
             // during the loop is still found.
             JDWPCon_->ConnectSocket(Host, portNumber(Port));
         }
         DoEvents();
-        if (JDWPCon_->TransportConnected())
+        if (madeOne())
             return true;
         if (ticksSince(start) > kConnectReportAfterMs)
             jvm->printDebug(" *** Try " + std::to_string(n) + "/" + std::to_string(kConnectTries));
@@ -211,6 +219,7 @@ void JDWPHandler::reportConnectFailure()
 void JDWPHandler::connected()
 {
     bHandshakeDone = false;
+    ++connections_;
     history_.recordNote("connected");
     auto jvm = myJVM();
     jvm->printDebug(" *** JDWP-Transport established ...");

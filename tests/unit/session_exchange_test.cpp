@@ -277,4 +277,29 @@ TEST_F(SessionOpening, ConnectLoopTriesAtOnceAfterTheListeningLineOrOnTheFiftyMi
     }
 }
 
+// A peer that breaks the wire as soon as it is connected (garbage for the
+// handshake) ends the session; the connect loop does not connect again (a
+// second connection would land in the peer's backlog and hang until the
+// handshake time-out).
+TEST_F(SessionOpening, AConnectionThatBreaksDuringTheConnectLoopIsNotMadeAgain)
+{
+    uint32_t now = 1000;
+    setTickSource([&] { return ++now; });
+    transport->connectOnRequest = false;
+    const int idle = MessagePump::instance().addIdle([&] {
+        if (transport->connectOnRequest)
+            return;
+        transport->connectOnRequest = true;
+        transport->raiseConnected();
+        transport->raiseReceive("HTTP/1.1 400 Bad Request\r\n\r\n");
+    });
+    handler->startVM("/usr/bin/java", "-agentlib:jdwp=transport=dt_socket,server=y Main", "", false, true, 0,
+                     "127.0.0.1", "5005", true);
+    MessagePump::instance().removeIdle(idle);
+    EXPECT_EQ(log->connections(), (std::vector<std::string>{"Open", "Close"}));
+    EXPECT_EQ(jvm()->JVMState(), VMDead);
+    EXPECT_FALSE(handler->isConnected());
+    EXPECT_TRUE(log->hasPrefix("Debug( *** JDWP-Connection failed ... malformed packet length"));
+}
+
 } // namespace

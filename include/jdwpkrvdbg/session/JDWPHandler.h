@@ -139,6 +139,10 @@ private:
     // Counts the console texts of the started VM, so that the connect loop
     // can try at once when the VM announces that it listens.
     uint64_t consoleTexts_ = 0;
+    // Counts the connections made, so that the connect loop of a startVM
+    // stops at its first one, also when the wire broke it at once.
+    uint64_t connections_ = 0;
+    uint64_t connectionsAtStart_ = 0;
 
     std::shared_ptr<JDWPMessageFactory> myFactory_;
     std::shared_ptr<JXMachine> myJVM_;
