@@ -174,10 +174,9 @@ JDWPJFrame JXMachine::frameOfCurrentMethod(const JDWPJFrame& top)
     // host shows the program's own frame under it. Values are read there;
     // frame 0 would hold none of that method's slots. Costs a round trip
     // only when the two differ, which a stop's own place never does.
-    constexpr double kAllFrames = 4294967295.0; // -1 as the unsigned length
     auto handler = getCurrentHandler();
-    auto frames =
-        handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, kAllFrames), kReplyWaitMs);
+    auto frames = handler->sendSync(handler->myFactory()->createGetFrameMessage(myCurrentThreadID, 0, kAllFramesLength),
+                                    kReplyWaitMs);
     if (frames && frames->myErrorCode == 0)
         for (const auto& f : frames->myDataContainer()->requestFrame())
             if (f.FrameLocation.MethodID == myCurrentMethodID && f.FrameLocation.ClassID == myCurrentClassID)

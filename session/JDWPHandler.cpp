@@ -112,7 +112,7 @@ bool JDWPHandler::startVM(const std::string& JVMPath, const std::string& JVMPara
         endPreviousSession();
         bSocketMode = bUseRemote;
         bStartedProcess = !JVMPath.empty();
-        connectionsAtStart_ = connections_;
+        connectedSinceStart_ = false;
         if (bStartedProcess) {
             JDWPCon_->StartProcess(JVMPath, ReplaceAll(JVMParam, "%SharedName%", SharedName), bConsole, bUsePipe);
             jvm->printDebug(" *** Start Java Virtual Machine");
@@ -162,7 +162,7 @@ bool JDWPHandler::tryToConnect(const std::string& SharedName, int32_t timeout, c
     // A connection was made when the transport is up, and also when it
     // came and a protocol error ended it: trying again would connect a
     // second time to a peer that has already failed.
-    auto madeOne = [&] { return JDWPCon_->TransportConnected() || connections_ != connectionsAtStart_; };
+    auto madeOne = [&] { return JDWPCon_->TransportConnected() || connectedSinceStart_; };
     for (int n = 1; n <= kConnectTries; ++n) {
         // The try's pause waits on the transport instead of sleeping, so a
         // connection is taken up the moment it is made. It also ends when
@@ -219,7 +219,7 @@ void JDWPHandler::reportConnectFailure()
 void JDWPHandler::connected()
 {
     bHandshakeDone = false;
-    ++connections_;
+    connectedSinceStart_ = true;
     history_.recordNote("connected");
     auto jvm = myJVM();
     jvm->printDebug(" *** JDWP-Transport established ...");

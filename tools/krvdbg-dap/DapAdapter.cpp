@@ -30,6 +30,7 @@
 #include <jdwpkrvdbg/protocol/JDWPMessageData.h>
 #include <jdwpkrvdbg/protocol/JDWPMessageFactory.h>
 #include <jdwpkrvdbg/session/JDWPHandler.h>
+#include <jdwpkrvdbg/session/JDWPLimits.h>
 #include <jdwpkrvdbg/session/modMain.h>
 
 #include "ClassNames.h"
@@ -938,7 +939,6 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     // rest", and the library writes -1 itself as 255, so its 32 bits are
     // given as the unsigned number they make. The count is then known for the
     // rest of the stop, and later pages ask for just what they show.
-    constexpr double kAllRemaining = 4294967295.0;
     json list = json::array();
     auto known = frameCounts_.find(threadId);
     int64_t total = known != frameCounts_.end() ? known->second : -1;
@@ -949,7 +949,7 @@ void DapAdapter::onStackTrace(const json& args, json& body)
     }
     auto reply = handler_->sendSync(
         handler_->myFactory()->createGetFrameMessage(static_cast<double>(threadId), static_cast<double>(startFrame),
-                                                     wanted < 0 ? kAllRemaining : static_cast<double>(wanted)),
+                                                     wanted < 0 ? kAllFramesLength : static_cast<double>(wanted)),
         kWaitMs);
     if (!reply || reply->myErrorCode != 0 || !reply->hasDataContainer())
         throw DapError{"no stack for thread " + std::to_string(threadId) + " (is it a thread of the VM, suspended?)"};

@@ -139,10 +139,9 @@ private:
     // Counts the console texts of the started VM, so that the connect loop
     // can try at once when the VM announces that it listens.
     uint64_t consoleTexts_ = 0;
-    // Counts the connections made, so that the connect loop of a startVM
-    // stops at its first one, also when the wire broke it at once.
-    uint64_t connections_ = 0;
-    uint64_t connectionsAtStart_ = 0;
+    // A connection came up since startVM began, so that its connect loop
+    // stops at the first one, also when the wire broke it at once.
+    bool connectedSinceStart_ = false;
 
     std::shared_ptr<JDWPMessageFactory> myFactory_;
     std::shared_ptr<JXMachine> myJVM_;

@@ -25,6 +25,10 @@ inline constexpr int64_t kConnectBudgetMs = 4000;
 inline constexpr int64_t kConnectReportAfterMs = 3000;
 inline constexpr int32_t kConnectLivenessTry = 50;
 
+// The length of a ThreadReference Frames request that asks for every frame
+// from its start on (-1 as the unsigned 4-byte length the builder writes).
+inline constexpr double kAllFramesLength = 4294967295.0;
+
 // The Dispose sent when the host disconnects; the VM may close first.
 inline constexpr int32_t kDisposeWaitMs = 1000;
 // A VM that reported its death still has to exit; its connection ends
